@@ -1,0 +1,167 @@
+// An Android phone in a folder, for a host without a phone.
+//
+// The library under it is the shipped one: what is replaced is the C library's file calls, the property
+// service and the log, by symbol interposition. Linked into a program (phone_linked) or preloaded
+// (libvirtual_phone.so), it redirects these paths, and nothing else, into the phone's folder:
+//
+//   /data/misc/camera  /sys/android_camera_awb_cal  /proc/emmc  /proc/mtd  /dev/block  /dev/mtd
+//
+// One phone is attached at a time; every call here is for one thread at a time, except that interposed calls of
+// other threads pass through safely.
+#ifndef PHONE_VIRTUAL_PHONE_H
+#define PHONE_VIRTUAL_PHONE_H
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace phone {
+
+enum class Storage { emmc, nand };
+
+/// What a raw NAND chip is made of. The partition "mfg" is mtd<mtd_number> and spans the whole chip.
+struct NandGeometry {
+  uint32_t erase_size = 128 * 1024;  ///< bytes of an erase block
+  uint32_t blocks = 16;              ///< erase blocks of the partition
+  int mtd_number = 3;
+  std::vector<uint32_t> factory_bad = {};  ///< block numbers marked bad from the start
+};
+
+/// A phone to be made. Property "ro.pagesize" is set from `page_size`; every fuse ID starts absent.
+struct Options {
+  Storage storage = Storage::emmc;
+  uint64_t partition_size = 1024 * 1024;  ///< eMMC only; the image is filled with `fill`
+  uint8_t fill = 0x00;                    ///< eMMC only; a fresh NAND is all ones
+  int page_size = 4096;                   ///< 2048 or 4096: the record area starts at 0x10000 or 0x20000
+  NandGeometry nand = {};
+};
+
+/// One line that a program logged.
+struct LogLine {
+  std::string tag;
+  int priority;  ///< android_LogPriority: 3 debug, 4 info, 6 error
+  std::string text;
+  bool operator==(const LogLine&) const = default;
+};
+
+/// One intercepted call on a redirected path or on a descriptor opened through one. `path` is the phone's path.
+struct Call {
+  std::string name;  ///< base name without 64-bit or fortify suffixes: "open", "read", "lseek", "ioctl", ...
+  std::string path;
+  bool operator==(const Call&) const = default;
+};
+
+/// Something that goes wrong, as data. A call matches by name ("*": any intercepted call) and path (exact, or
+/// a prefix that ends in '*', or empty: any). The nth match fails; `from_then_on`, all later ones too.
+/// `transfer` >= 0 makes a read or write move that many bytes (at most what was asked) instead of failing;
+/// otherwise the call returns its failure value with `error` in errno, and has no effect.
+/// Names besides the C library's: "malloc" (calls made by the library under test only), "property_get".
+struct Fault {
+  std::string call = "*";
+  std::string path = {};
+  unsigned nth = 1;
+  bool from_then_on = false;
+  int error = 5;  // EIO
+  long transfer = -1;
+};
+
+/// What goes wrong on the NAND chip when `op` reaches `block` for the nth time (from 1).
+struct NandFault {
+  enum class Op { erase, program, read, ask_bad, ecc_stats } op = Op::erase;
+  enum class Effect {
+    fail,           ///< the call fails with EIO; an erase or program leaves the block half done
+    corrupt,        ///< the call succeeds, but a bit of the block is wrong from now on (program), or in this
+                    ///< transfer only (read)
+    ecc_corrected,  ///< read: the data is right, the `corrected` counter moves by one
+    ecc_failed,     ///< read: the data is as stored, the `failed` counter moves by one, the call succeeds
+    power_cut       ///< erase, program: half done, and from then on every call on the device fails with EIO
+  } effect = Effect::fail;
+  int64_t block = -1;  ///< -1: any block
+  unsigned nth = 1;
+  bool from_then_on = false;
+};
+
+/// Something that a real chip or kernel would refuse and that correct software never asks for.
+struct NandViolation {
+  std::string what;  ///< "unaligned erase", "program of a block that was not erased", ...
+  uint64_t offset;
+};
+
+/// The attached phone's NAND chip; its content is the file dev/mtd/mtdN, one byte per byte.
+class Nand {
+ public:
+  virtual ~Nand() = default;
+  virtual const NandGeometry& geometry() const = 0;
+  virtual bool is_bad(uint32_t block) const = 0;
+  virtual void mark_bad(uint32_t block) = 0;  ///< a grown bad block
+  virtual std::vector<uint8_t> block_bytes(uint32_t block) const = 0;
+  virtual void set_block_bytes(uint32_t block, const std::vector<uint8_t>& bytes) = 0;  ///< as programmed
+  virtual unsigned erase_count(uint32_t block) const = 0;
+  virtual unsigned program_count(uint32_t block) const = 0;
+  virtual void add_fault(const NandFault& fault) = 0;
+  virtual void clear_faults() = 0;  ///< also powers the chip on again after a power cut
+  virtual std::vector<NandViolation> violations() const = 0;
+};
+
+class VirtualPhone {
+ public:
+  /// Makes a new phone in `dir` (created; an existing phone there is refused with std::runtime_error) and
+  /// attaches it to this process.
+  static VirtualPhone create(const std::filesystem::path& dir, const Options& options = {});
+
+  /// Attaches the phone that is in `dir`.
+  static VirtualPhone attach(const std::filesystem::path& dir);
+
+  VirtualPhone(VirtualPhone&& other) noexcept;
+  VirtualPhone& operator=(VirtualPhone&&) = delete;
+  ~VirtualPhone();  ///< detaches; the folder stays
+
+  const std::filesystem::path& dir() const { return dir_; }
+
+  /// The host file behind a phone path: "/data/misc/camera/awb_cal" -> <dir>/data/misc/camera/awb_cal.
+  std::filesystem::path host_path(std::string_view phone_path) const;
+
+  /// Stops (or resumes) redirection; log, mask and properties stay.
+  void set_redirection(bool on);
+
+  // ---- properties: <dir>/properties, one name=value a line, '#' starts a comment line --------------------
+  void set_property(const std::string& name, const std::string& value);
+  void unset_property(const std::string& name);
+  std::string property(const std::string& name, const std::string& otherwise = "") const;
+
+  // ---- log -----------------------------------------------------------------------------------------------
+  std::vector<LogLine> take_log();                     ///< the lines since the last take, oldest first
+  void set_log_mask(unsigned mask);                    ///< what the log-mask service answers; at first ~0u
+  void print_log_to(std::FILE* stream);                ///< as logcat's brief format; null: nowhere
+  std::vector<std::string> take_mask_questions();      ///< tags that asked the log-mask service, in order
+
+  // ---- calibration partition and kernel ------------------------------------------------------------------
+  /// The partition's bytes as the kernel at boot sees them: the eMMC image, or the NAND's good blocks in order.
+  std::vector<uint8_t> partition() const;
+  void write_partition(uint64_t offset, const void* data, size_t size);  ///< below every fault; eMMC or NAND
+
+  /// Rebuilds the kernel's calibration export under /sys/android_camera_awb_cal from the partition and from the
+  /// lens-shading files <dir>/factory/lens_shading_{main,front,sub}.bin (bytes 64 to 3647 of the export).
+  void reboot();
+
+  // ---- faults and what was called ------------------------------------------------------------------------
+  void add_fault(const Fault& fault);
+  void clear_faults();
+  std::vector<Call> take_calls();  ///< the intercepted calls since the last take
+  size_t open_descriptors() const;  ///< descriptors now open on redirected paths
+
+  Nand& nand();  ///< throws std::logic_error on an eMMC phone
+
+ private:
+  explicit VirtualPhone(std::filesystem::path dir);
+  std::filesystem::path dir_;
+};
+
+}  // namespace phone
+
+#endif
