@@ -1,0 +1,21 @@
+#include "common/property.h"
+
+#include <cstdlib>
+
+#include "common/platform.h"
+
+namespace calib {
+
+int32_t property_number(const char* name, const char* otherwise) {
+  char text[PROPERTY_VALUE_MAX] = {};
+  property_get(name, text, otherwise);
+  return static_cast<int32_t>(strtol(text, nullptr, 10));
+}
+
+double property_real(const char* name) {
+  char text[PROPERTY_VALUE_MAX] = {};
+  property_get(name, text, "0");
+  return strtod(text, nullptr);
+}
+
+}  // namespace calib

@@ -1,0 +1,421 @@
+// The AWB calibration run: frames are summed, judged against the golden sample, and the record is stored.
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "awb_calibration/factory.h"
+#include "common/file.h"
+#include "common/property.h"
+#include "factory/factory_console.h"
+#include "factory/factory_state.h"
+#include "records/a_light_mode.h"
+#include "records/golden_sample.h"
+#include "records/judgement.h"
+#include "records/module_identity.h"
+
+constinit uint32_t QOR_AWB_Calibration_threshold = 1024;
+constinit uint32_t QOR_AWB_Calibration_light_source_version = 0;
+constinit uint32_t QOR_AWB_Calibration_counter = 0;
+constinit uint32_t QOR_AWB_Calibration_enabled = 0;
+
+namespace {
+
+using calib::AwbRecord;
+using calib::Camera;
+using calib::factory_state;
+using calib::log_module;
+using calib::MarkerText;
+
+constexpr const char* kName = "QOR_AWB_Calibration_write_to_flash";
+constexpr uint32_t kFramesToSum = 10;
+constexpr uint32_t kNewestVersion = 3;
+
+// ---- files -----------------------------------------------------------------------------------------------
+
+struct RunFiles {
+  calib::PerCamera success;
+  calib::PerCamera fail;
+  calib::PerCamera cache;
+};
+
+constexpr RunFiles kNormalLight{
+    .success = {.main = "/data/misc/camera/awb_calibration_success.txt",
+                .front = "/data/misc/camera/awb_calibration_success_front_CAM.txt",
+                .sub = "/data/misc/camera/awb_calibration_success_sub_CAM.txt"},
+    .fail = {.main = "/data/misc/camera/awb_calibration_fail.txt",
+             .front = "/data/misc/camera/awb_calibration_fail_front_CAM.txt",
+             .sub = "/data/misc/camera/awb_calibration_fail_sub_CAM.txt"},
+    .cache = {.main = "/data/misc/camera/awb_cal",
+              .front = "/data/misc/camera/awb_cal_front_CAM",
+              .sub = "/data/misc/camera/awb_cal_sub_CAM"}};
+
+constexpr RunFiles kALight{
+    .success = {.main = "/data/misc/camera/awb_A_light_calibration_success.txt",
+                .front = "/data/misc/camera/awb_A_light_calibration_success_front_CAM.txt",
+                .sub = "/data/misc/camera/awb_A_light_calibration_success_sub_CAM.txt"},
+    .fail = {.main = "/data/misc/camera/awb_A_light_calibration_fail.txt",
+             .front = "/data/misc/camera/awb_A_light_calibration_fail_front_CAM.txt",
+             .sub = "/data/misc/camera/awb_A_light_calibration_fail_sub_CAM.txt"},
+    .cache = {.main = "/data/misc/camera/awb_A_light_cal",
+              .front = "/data/misc/camera/awb_A_light_cal_front_CAM",
+              .sub = "/data/misc/camera/awb_A_light_cal_sub_CAM"}};
+
+Camera run_camera() {
+  return calib::camera_of_camid(awb_get_camid());
+}
+
+const RunFiles& run_files() {
+  return calib::is_a_light() ? kALight : kNormalLight;
+}
+
+/// Replaces the fail file by one line.
+void write_fail_file(const char* line) {
+  const char* path = run_files().fail.of(run_camera());
+  const int fd = calib::create_replacement(path);
+  if (fd >= 0) calib::finish_replacement(fd, line, strlen(line), path);
+}
+
+// ---- arithmetic, as 64-bit ARM does it on every host
+// --------------------------------------------------------
+
+/// The mean with a half rounded up (positive values); 32-bit sums wrap, and the one quotient that does not
+/// fit is its dividend.
+int32_t rounded_mean(int32_t sum, int32_t count) {
+  if (count == 0) return 0;
+  const auto dividend = static_cast<int32_t>(static_cast<uint32_t>(sum) + static_cast<uint32_t>(count >> 1));
+  return static_cast<int32_t>(static_cast<int64_t>(dividend) / count);
+}
+
+/// Toward zero, saturating; 0 for a NaN.
+uint32_t to_u32(float value) {
+  if (!(value > 0.0F)) return 0;
+  return value >= 4294967296.0F ? UINT32_MAX : static_cast<uint32_t>(value);
+}
+
+// ---- judgement
+// ----------------------------------------------------------------------------------------------
+
+struct Tolerance {
+  float percent;
+  float limit;  ///< as a fraction; the judgement scales it by the larger golden ratio
+};
+
+struct Verdict {
+  float measured_rg;
+  float measured_bg;
+  float delta;
+  float limit;
+};
+
+void start_record(AwbRecord& record) {
+  record.valid_word = calib::kFinishedValidWord;
+  record.rg = record.bg = calib::kUnityWord;
+  awb_get_fuseid(record.fuse);
+  calib::seal(record);
+}
+
+/// Fills the record from the sums. The fuse words stay those of the run's first frame.
+Verdict judge_run(AwbRecord& record, uint32_t version, float limit) {
+  record.valid_word = version * calib::kVersionUnit + calib::kValidMark;
+  record.rg = to_u32(factory_state.rg_sum / 10.0F);
+  record.bg = to_u32(factory_state.bg_sum / 10.0F);
+
+  const float golden_rg = calib::golden_sample.rg[version - 1];
+  const float golden_bg = calib::golden_sample.bg[version - 1];
+  Verdict verdict{};
+  verdict.measured_rg = static_cast<float>(record.rg / 1024.0);
+  verdict.measured_bg = static_cast<float>(record.bg / 1024.0);
+  const double off_rg = static_cast<double>(golden_rg) - static_cast<double>(verdict.measured_rg);
+  const double off_bg = static_cast<double>(golden_bg) - static_cast<double>(verdict.measured_bg);
+  verdict.delta = static_cast<float>(sqrt(off_rg * off_rg + off_bg * off_bg));
+  verdict.limit = limit * (golden_rg > golden_bg ? golden_rg : golden_bg);
+  if (verdict.delta > verdict.limit) {
+    LOGE("%s error:not valid : delta(%f)>threshold(%f)\n", kName, static_cast<double>(verdict.delta),
+         static_cast<double>(verdict.limit));
+    record.valid_word = version * calib::kVersionUnit;
+  }
+  calib::seal(record);
+  return verdict;
+}
+
+// ---- report
+// -------------------------------------------------------------------------------------------------
+
+/// The lines that the time-out verdict and the report share.
+void add_run_lines(MarkerText& text, const AwbRecord& record, float percent, float limit) {
+  text.add("Fuse_ID[1]=0x%x\n", record.fuse[0]);
+  text.add("Fuse_ID[2]=0x%x\n", record.fuse[1]);
+  text.add("Fuse_ID[3]=0x%x\n", record.fuse[2]);
+  text.add("Fuse_ID[4]=0x%x\n", record.fuse[3]);
+  text.add("Light source version: v%d\n",
+           static_cast<int32_t>(calib::light_source_version(record.valid_word)));
+  text.add("Tolerance=%f %%\n", static_cast<double>(percent));
+  text.add("Threshold=%f \n", static_cast<double>(limit));
+}
+
+void add_verdict_lines(MarkerText& text, const Verdict& verdict) {
+  text.add("R/G_ratio=%f\n", static_cast<double>(verdict.measured_rg));
+  text.add("B/G_ratio=%f\n", static_cast<double>(verdict.measured_bg));
+  text.add("Delta=%f\n", static_cast<double>(verdict.delta));
+}
+
+void log_lines(const MarkerText& text) {
+  for (const char* line = text.data(); *line != '\0';) {
+    const char* end = strchr(line, '\n') + 1;
+    LOGI("%.*s", static_cast<int>(end - line), line);
+    line = end;
+  }
+}
+
+void log_record(const AwbRecord& record) {
+  LOGI("[AWB Calibration] caBuff[0]:0x%x\n", record.valid_word);
+  LOGI("[AWB Calibration] caBuff[1]:0x%x\n", record.rg);
+  LOGI("[AWB Calibration] caBuff[2]:0x%x\n", record.bg);
+  LOGI("[AWB Calibration] caBuff[3]:0x%x\n", record.fuse[0]);
+  LOGI("[AWB Calibration] caBuff[4]:0x%x\n", record.fuse[1]);
+  LOGI("[AWB Calibration] caBuff[5]:0x%x\n", record.fuse[2]);
+  LOGI("[AWB Calibration] caBuff[6]:0x%x\n", record.fuse[3]);
+  LOGI("[AWB Calibration] caBuff[7]:0x%x\n", record.crc);
+}
+
+void log_record_in_one_line(const AwbRecord& record) {
+  const auto decimal = [](uint32_t word) { return static_cast<int32_t>(word); };
+  LOGI("%s, caBuff: 0x%d, 0x%d, 0x%d, 0x%d, 0x%d, 0x%d, 0x%d, 0x%d", kName, decimal(record.valid_word),
+       decimal(record.rg), decimal(record.bg), decimal(record.fuse[0]), decimal(record.fuse[1]),
+       decimal(record.fuse[2]), decimal(record.fuse[3]), decimal(record.crc));
+}
+
+// ---- the steps of a run
+// -------------------------------------------------------------------------------------
+
+/// Leaves the fail file as the verdict of a run that never ends: nothing here has a timer, the factory tool
+/// decides when it has waited too long.
+void begin_run(const Tolerance& tolerance) {
+  const Camera camera = run_camera();
+  const char* path = run_files().fail.of(camera);
+  remove(run_files().success.of(camera));
+  const int fd = calib::create_replacement(path);
+  if (fd < 0) {
+    LOGI("[AWB Calibration] can't open /data/misc/camera/awb_calibration_fail.txt");
+    return;
+  }
+  start_record(factory_state.awb_record);
+  MarkerText text;
+  text.add("Calibration fail: Time out!!\n");
+  add_run_lines(text, factory_state.awb_record, tolerance.percent, tolerance.limit);
+  calib::finish_replacement(fd, text.data(), text.size(), path);
+}
+
+void add_frame(uint32_t rg, uint32_t bg) {
+  factory_state.rg_sum += static_cast<float>(static_cast<int32_t>(rg));
+  factory_state.bg_sum += static_cast<float>(static_cast<int32_t>(bg));
+  LOGI("%s:counter=%3d rg=%f bg=%f\n", kName, static_cast<int32_t>(QOR_AWB_Calibration_counter),
+       static_cast<double>(factory_state.rg_sum), static_cast<double>(factory_state.bg_sum));
+  QOR_AWB_Calibration_counter += 1;
+}
+
+/// The front camera has no AEC calibration.
+bool is_aec_wanted(uint8_t camid) {
+  const int32_t trigger = calib::property_number("mfg.awb.calibration.trigger", "0");
+  const int32_t enable = calib::property_number("mfg.awb.calibration.ae.k.eb", "0");
+  if (factory_state.calibration_status != calib::kCalibrationMode || trigger != 1 || enable != 1 ||
+      (camid != 0 && camid != 2)) {
+    return false;
+  }
+  LOGI("calibration_trigger %d, aec_calibration_enable %d", trigger, enable);
+  return true;
+}
+
+int32_t write_settled_aec(uint8_t camid) {
+  if (aec_is_ready() == 0) {
+    LOGE("%s: AEC is not settled !!\n", kName);
+    printf("AEC is not settled !!\n");
+    return -1;
+  }
+  const calib::SettledExposure settled = factory_state.settled;
+  const auto decimal = [](uint32_t word) { return static_cast<int32_t>(word); };
+  LOGI("%s: AEC settled, gain = %d, exp_time = %d, luma_value = %d\n", kName, decimal(settled.gain),
+       decimal(settled.exp_time), decimal(settled.luma_value));
+  printf("AEC settled, gain = %d, exp_time = %d, luma_value = %d\n", decimal(settled.gain),
+         decimal(settled.exp_time), decimal(settled.luma_value));
+  awb_fuse_id fuse;
+  awb_get_fuseid(fuse.word);
+  return aec_write_calibration(camid, fuse, settled.gain, settled.exp_time, settled.luma_value);
+}
+
+/// Returns false when the AEC record is wanted and could not be written: the next frame tries again.
+bool do_aec_step(uint8_t camid) {
+  if (!is_aec_wanted(camid)) {
+    LOGI("%s: Bypass aec calibration\n", kName);
+    printf("Bypass aec calibration\n");
+    return true;
+  }
+  if (write_settled_aec(camid) >= 0) return true;
+
+  LOG_BY_CAMERA(PRINT_AND_LOGI, run_camera(), "%s: write AEC flash for main-cam fail\n",
+                "%s: write AEC flash for front-cam fail\n", "%s: write AEC flash for sub-cam fail\n", kName);
+  LOGE("%s: Can't write AEC calibration to flash. Maybe AEC not settled or Flash is bad\n", kName);
+  write_fail_file("Can't write AEC calibration to flash. Maybe AEC not settled or Flash is bad\n");
+  return false;
+}
+
+void write_marker(int fd, const char* path, const MarkerText& text) {
+  if (fd >= 0) calib::finish_replacement(fd, text.data(), text.size(), path);
+}
+
+void end_run() {
+  awb_disable_calibration();
+  aec_reset_status();
+}
+
+/// The partition has the record: leaves the verdict in a marker file and, for a good one, the cache file.
+void finish_run(const Tolerance& tolerance, const Verdict& verdict) {
+  const AwbRecord& record = factory_state.awb_record;
+  const Camera camera = run_camera();
+  const RunFiles& files = run_files();
+  const bool is_good = record.valid_word % calib::kVersionUnit == calib::kValidMark;
+
+  remove(files.fail.of(camera));
+  const char* marker = is_good ? files.success.of(camera) : files.fail.of(camera);
+  const char* cache = files.cache.of(camera);
+  const int marker_fd = calib::create_replacement(marker);
+  const int cache_fd = is_good ? calib::create_replacement(cache) : -1;
+
+  log_record(record);
+  MarkerText text;
+  add_run_lines(text, record, tolerance.percent, verdict.limit);
+  add_verdict_lines(text, verdict);
+  log_lines(text);
+  write_marker(marker_fd, marker, text);
+
+  if (cache_fd < 0) {
+    LOGI("[AWB Calibration] open file(data/awb_cal) error");
+    end_run();
+    return;
+  }
+  LOGI("[AWB Calibration] write cabuff to /data/misc/camera/awb_cal");
+  calib::finish_replacement(cache_fd, &record, sizeof record, cache);
+  end_run();
+  LOGI("[AWB Calibration] ok, calibration finish!!");
+}
+
+void judge_and_store(uint32_t version, const Tolerance& tolerance) {
+  const uint8_t camid = awb_get_camid();
+  AwbRecord& record = factory_state.awb_record;
+  const Verdict verdict = judge_run(record, version, tolerance.limit);
+  if (!do_aec_step(camid)) return;
+
+  LOGI("%s: WriteFlash_for_bayer_Cam()\n", kName);
+  const int32_t result = WriteFlash_for_bayer_Cam(&record, sizeof record, camid);
+  log_record_in_one_line(record);
+  if (result < 0) {
+    LOG_BY_CAMERA(PRINT_AND_LOGI, run_camera(), "%s: write flash for main-cam fail\n",
+                  "%s: write flash for front-cam fail\n", "%s: write flash for sub-cam fail\n", kName);
+    write_fail_file("Can't write flash. Maybe Not MFG ROM or Flash is bad\n");
+    return;
+  }
+  LOG_BY_CAMERA(PRINT_AND_LOGI, run_camera(), "%s: write flash for main-cam OK\n",
+                "%s: write flash for front-cam OK\n", "%s: write flash for sub-cam OK\n", kName);
+  LOGI("[AWB Calibration] write all %x , ok=%d", record.valid_word, result);
+  finish_run(tolerance, verdict);
+}
+
+/// The light-source version of this run; the stored one is clamped for good.
+uint32_t run_version() {
+  uint32_t& stored = QOR_AWB_Calibration_light_source_version;
+  if (stored > kNewestVersion) stored = kNewestVersion;
+  return stored != 0 ? stored : kNewestVersion;
+}
+
+void set_run(uint32_t enabled) {
+  QOR_AWB_Calibration_enabled = enabled;
+  QOR_AWB_Calibration_counter = 0;
+  factory_state.rg_sum = factory_state.bg_sum = 0.0F;
+}
+
+/// The golden sample from the properties. Both ratios are taken when R/G is given: B/G is not looked at.
+void read_golden_sample() {
+  const auto rg = static_cast<float>(calib::property_real("mfg.awb.calibration.rg_ratio"));
+  const auto bg = static_cast<float>(calib::property_real("mfg.awb.calibration.bg_ratio"));
+  if (!(rg > 0.0F)) return;
+  calib::golden_sample = {.rg = {rg, rg, rg}, .bg = {bg, bg, bg}};
+}
+
+}  // namespace
+
+int32_t check_and_init_awb_calibration() {
+  awb_disable_calibration();
+  calib::a_light_mode = calib::property_number("mfg.awb.calibration.Alight", "0");
+  factory_state.calibration_status = calib::property_number("mfg.calibration.status", "0");
+  if (factory_state.calibration_status != calib::kCalibrationMode) return 0;
+
+  const int32_t threshold = calib::property_number("mfg.awb.calibration.threshold", "20");
+  LOGI("Cal_Status %d threshold %d", factory_state.calibration_status, threshold);
+  awb_calibration_set_parm(static_cast<uint32_t>(threshold), kNewestVersion);
+  const int32_t camid = calib::property_number("mfg.awb.calibration.camid", "0");
+  awb_set_camid(static_cast<uint8_t>(camid));
+  LOGI("camid %d", camid);
+  read_golden_sample();
+  return 0;
+}
+
+void QOR_AWB_Calibration_collect(int32_t rg_sum, int32_t bg_sum, int32_t count) {
+  check_awb_calibration_trigger();
+  if (awb_if_enabled() == 0) return;
+
+  LOGI("QOR_AWB_Calibration_collect (%d,%d) (%d)\n", rg_sum, bg_sum, count);
+  QOR_AWB_Calibration_write_to_flash(static_cast<uint32_t>(rounded_mean(rg_sum, count)),
+                                     static_cast<uint32_t>(rounded_mean(bg_sum, count)));
+}
+
+int32_t check_awb_calibration_trigger() {
+  if (factory_state.calibration_status != calib::kCalibrationMode) return 0;
+
+  const int32_t trigger = calib::property_number("mfg.awb.calibration.trigger", "0");
+  if (factory_state.previous_trigger == 0 && trigger == 1) {
+    LOGI("calibration_trigger %d", trigger);
+    awb_enable_calibration();
+  }
+  factory_state.previous_trigger = trigger;
+  return 0;
+}
+
+void awb_enable_calibration() {
+  set_run(1);
+}
+
+void awb_disable_calibration() {
+  set_run(0);
+}
+
+uint32_t awb_if_enabled() {
+  return QOR_AWB_Calibration_enabled;
+}
+
+void awb_calibration_set_parm(uint32_t threshold, uint32_t light_source_version) {
+  QOR_AWB_Calibration_threshold = threshold;
+  QOR_AWB_Calibration_light_source_version = light_source_version;
+  LOGI("[AWB Calibration] %s: threshold(%d) light-ver(%d)\n", "awb_calibration_set_parm",
+       static_cast<int32_t>(threshold), static_cast<int32_t>(light_source_version));
+}
+
+void QOR_AWB_Calibration_write_to_flash(uint32_t rg, uint32_t bg) {
+  LOGI("QOR_AWB_Calibration_write_to_flash (%d,%d)\n", static_cast<int32_t>(rg), static_cast<int32_t>(bg));
+  const auto percent = static_cast<float>(QOR_AWB_Calibration_threshold);
+  const Tolerance tolerance{.percent = percent, .limit = percent / 100.0F};
+  LOGI("%s: threshold = %d , light source version = %d\n", kName,
+       static_cast<int32_t>(QOR_AWB_Calibration_threshold),
+       static_cast<int32_t>(QOR_AWB_Calibration_light_source_version));
+  const uint32_t version = run_version();
+  LOGI("%s: %3d %3d\n", kName, static_cast<int32_t>(QOR_AWB_Calibration_counter), awb_get_camid());
+
+  if (QOR_AWB_Calibration_counter == 0) begin_run(tolerance);
+  LOGI("[AWB Calibration] :QOR_AWB_Calibration_counter:%d\n",
+       static_cast<int32_t>(QOR_AWB_Calibration_counter));
+  if (QOR_AWB_Calibration_counter < kFramesToSum) {
+    add_frame(rg, bg);
+  } else {
+    judge_and_store(version, tolerance);
+  }
+}

@@ -1,0 +1,123 @@
+/** @file factory.h
+ *  Factory calibration: the production line's steps that measure, judge and store records.
+ *
+ *  The factory tool steers a run through system properties; the camera stack calls the per-frame entries from
+ * its frame thread and the others when a camera is opened. All state is process-wide and unsynchronised: one
+ * call at a time. Files are written under /data/misc/camera with mode 0644; the lines that go to standard
+ * output are the factory tool's console.
+ */
+#ifndef AWB_CALIBRATION_FACTORY_H
+#define AWB_CALIBRATION_FACTORY_H
+
+#include <stdint.h>
+
+#include "awb_calibration/export.h"
+#include "awb_calibration/records.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- AWB calibration run: state that the factory tool may read ---- */
+
+/** Tolerance of the run in percent of the larger golden ratio; at first 1024. */
+AWB_CALIBRATION_API extern uint32_t QOR_AWB_Calibration_threshold;
+/** Light-source version 1 to 3; 0 stands for 3; larger values are clamped to 3 by the next frame. */
+AWB_CALIBRATION_API extern uint32_t QOR_AWB_Calibration_light_source_version;
+/** Frames summed in this run; the one after the tenth judges. */
+AWB_CALIBRATION_API extern uint32_t QOR_AWB_Calibration_counter;
+/** 1 while a run is active. */
+AWB_CALIBRATION_API extern uint32_t QOR_AWB_Calibration_enabled;
+/** 1 once the exposure control may report settled values. */
+AWB_CALIBRATION_API extern uint32_t QOR_AWB_Calibration_aec_ready;
+
+/* ---- AWB calibration run ---- */
+
+/** Called when the camera is opened: stops a run and reads the properties "mfg.awb.calibration.Alight" and
+ *  "mfg.calibration.status"; when the status is 3 also "mfg.awb.calibration.threshold" (default 20),
+ * "...camid",
+ *  "...rg_ratio" and "...bg_ratio" (golden sample, taken when rg_ratio is above 0).
+ *  @return 0 */
+AWB_CALIBRATION_API int32_t check_and_init_awb_calibration(void);
+
+/** One preview frame: the sums of its R/G and B/G ratios times 1024 over `count` samples. Starts a run when
+ * the property "mfg.awb.calibration.trigger" has changed from 0 to 1, and passes the rounded means of a frame
+ * in a run to QOR_AWB_Calibration_write_to_flash(). A count of 0 counts as means of 0. */
+AWB_CALIBRATION_API void QOR_AWB_Calibration_collect(int32_t rg_sum, int32_t bg_sum, int32_t count);
+
+/** Looks for the trigger's rising edge; only while the calibration status is 3.
+ *  @return 0 */
+AWB_CALIBRATION_API int32_t check_awb_calibration_trigger(void);
+
+/** Starts a run: frame counter and sums become 0. */
+AWB_CALIBRATION_API void awb_enable_calibration(void);
+
+/** Stops the run: frame counter and sums become 0. */
+AWB_CALIBRATION_API void awb_disable_calibration(void);
+
+/** @return 1 while a run is active, else 0 */
+AWB_CALIBRATION_API uint32_t awb_if_enabled(void);
+
+/** Sets the tolerance (percent) and the light-source version (1 to 3) of the next run. */
+AWB_CALIBRATION_API void awb_calibration_set_parm(uint32_t threshold, uint32_t light_source_version);
+
+/** Sets the golden sample's R/G and B/G for light-source versions 1, 2 and 3 (three floats each). The run and
+ * the reference-point correction use it; until it is set all are 0.0, and every run is judged bad. */
+AWB_CALIBRATION_API void awb_calibration_set_GS(const float rg[3], const float bg[3]);
+
+/** One frame of a run: R/G and B/G times 1024, taken as signed.
+ *
+ *  The first frame creates the fail file as the verdict of a run that never ends. Ten frames are summed. Each
+ * later one judges: the distance of the mean ratios from the golden sample against the tolerance. It writes
+ * the AEC record (when that is asked for, and never on the front camera) and the AWB record into the slot of
+ *  awb_get_camid(), and, when the partition has it, the success file and the cache file, or the fail file for
+ * a record out of tolerance (which is stored without its valid mark). The run ends there; after a failed
+ * write, or while AEC has not settled, the next frame tries again. */
+AWB_CALIBRATION_API void QOR_AWB_Calibration_write_to_flash(uint32_t rg, uint32_t bg);
+
+/* ---- AEC calibration ---- */
+
+/** The exposure control asks for its target when the camera is opened; settled values are dropped.
+ *  @param luma_target,tolerance  written only on success, in the exposure control's units
+ *  @return 0; -1 when the property "mfg.calibration.status" is not 3, or for a null pointer */
+AWB_CALIBRATION_API int32_t QOR_Calibration_AEC_get_params(uint32_t* luma_target, uint32_t* tolerance);
+
+/** The exposure control reports, each frame, what it has settled on. Kept while the ready flag is set.
+ *  @return the ready flag */
+AWB_CALIBRATION_API uint32_t QOR_Calibration_AEC_set_ready(uint32_t gain, uint32_t exp_time,
+                                                           uint32_t luma_value);
+
+/** Sets the ready flag while the status is 3 and "mfg.awb.calibration.trigger" and "...ae.k.eb" are both 1.
+ *  @return 0 */
+AWB_CALIBRATION_API int32_t aec_check_calibration_trigger(void);
+
+/** Ready, with settled values of 0. */
+AWB_CALIBRATION_API void aec_set_status_ready(void);
+
+/** Not ready, with settled values of 0. */
+AWB_CALIBRATION_API void aec_reset_status(void);
+
+/** @return the ready flag, 0 or 1 */
+AWB_CALIBRATION_API uint32_t aec_is_ready(void);
+
+/** Writes the AEC record into slot `camid` and, if that succeeds, its cache file.
+ *  @return 0 when the partition has the record, else -1 */
+AWB_CALIBRATION_API int32_t aec_write_calibration(uint8_t camid, struct awb_fuse_id fuse, uint32_t gain,
+                                                  uint32_t exp_time, uint32_t luma_value);
+
+/** Reads the selected camera's AEC record (36 bytes) into `buffer` of `length` bytes: from the cache file,
+ * else from the kernel's export. Nothing is checked.
+ *  @return bytes read from the cache file (0 for an empty one), or `length` from the export (what lies past
+ * its 4000 bytes is delivered as zeros), or -1 when there is neither or `buffer` is null */
+AWB_CALIBRATION_API int32_t aec_read_calibration(uint8_t* buffer, uint32_t length);
+
+/** The settled values stored for the selected camera's module; all 0 when there is no good record of it.
+ * Nothing is written if a pointer is null. */
+AWB_CALIBRATION_API void QOR_Calibration_AEC_get_calibration_data(uint32_t* gain, uint32_t* exp_time,
+                                                                  uint32_t* luma_value);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

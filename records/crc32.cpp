@@ -1,0 +1,96 @@
+// CRC-32 (IEEE 802.3, reflected, without inversions): by table, or by the CPU's own instructions on 64-bit
+// ARM.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "awb_calibration/records.h"
+
+#if defined(__aarch64__)
+#include <sys/auxv.h>
+#ifndef HWCAP_CRC32
+#define HWCAP_CRC32 (1 << 7)  // Linux, arch/arm64/include/uapi/asm/hwcap.h
+#endif
+#endif
+
+namespace {
+
+constexpr uint32_t kReflectedPolynomial = 0xEDB88320;
+
+// Slicing by 8: table k holds the effect of a byte that k further bytes follow, so that eight independent
+// look-ups take eight bytes at once. 64-bit ARM almost always has the instructions: there the first table, of
+// 1 KB, is enough for the rest.
+#if defined(__aarch64__)
+constexpr size_t kSlices = 1;
+#else
+constexpr size_t kSlices = 8;
+#endif
+
+using Table = std::array<uint32_t, 256>;
+
+constexpr std::array<Table, kSlices> make_tables() {
+  std::array<Table, kSlices> tables{};
+  for (uint32_t byte = 0; byte < 256; ++byte) {
+    uint32_t crc = byte;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1) != 0 ? kReflectedPolynomial : 0);
+    tables[0][byte] = crc;
+  }
+  for (size_t k = 1; k < kSlices; ++k) {
+    for (size_t byte = 0; byte < 256; ++byte) {
+      const uint32_t before = tables[k - 1][byte];
+      tables[k][byte] = (before >> 8) ^ tables[0][before & 0xFF];
+    }
+  }
+  return tables;
+}
+
+constexpr std::array<Table, kSlices> kTables = make_tables();
+
+uint32_t crc_by_bytes(const uint8_t* data, size_t length, uint32_t crc) {
+  for (size_t i = 0; i < length; ++i) crc = (crc >> 8) ^ kTables[0][(crc ^ data[i]) & 0xFF];
+  return crc;
+}
+
+#if defined(__aarch64__)
+
+// The CRC32 instructions compute exactly this polynomial, without inversions.
+[[gnu::target("+crc")]] uint32_t crc_by_instruction(const uint8_t* data, size_t length, uint32_t crc) {
+  for (; length >= 8; data += 8, length -= 8) {
+    uint64_t word;
+    memcpy(&word, data, sizeof word);
+    crc = __builtin_aarch64_crc32x(crc, word);
+  }
+  for (; length > 0; ++data, --length) crc = __builtin_aarch64_crc32b(crc, *data);
+  return crc;
+}
+
+uint32_t crc_of_bytes(const uint8_t* data, size_t length, uint32_t crc) {
+  const bool has_instruction = (getauxval(AT_HWCAP) & HWCAP_CRC32) != 0;
+  return has_instruction ? crc_by_instruction(data, length, crc) : crc_by_bytes(data, length, crc);
+}
+
+#else
+
+uint32_t crc_of_bytes(const uint8_t* data, size_t length, uint32_t crc) {
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+  for (; length >= 8; data += 8, length -= 8) {
+    uint64_t word;
+    memcpy(&word, data, sizeof word);
+    word ^= crc;
+    crc = kTables[7][word & 0xFF] ^ kTables[6][word >> 8 & 0xFF] ^ kTables[5][word >> 16 & 0xFF] ^
+          kTables[4][word >> 24 & 0xFF] ^ kTables[3][word >> 32 & 0xFF] ^ kTables[2][word >> 40 & 0xFF] ^
+          kTables[1][word >> 48 & 0xFF] ^ kTables[0][word >> 56];
+  }
+  return crc_by_bytes(data, length, crc);
+}
+
+#endif
+
+}  // namespace
+
+uint32_t Crc32CheckSumByte(const void* data, uint32_t length, uint32_t start) {
+  if (data == nullptr) return start;
+  return crc_of_bytes(static_cast<const uint8_t*>(data), length, start);
+}
