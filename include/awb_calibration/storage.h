@@ -181,7 +181,7 @@ AWB_CALIBRATION_API int32_t mtd_write_close(struct mtd_write_context* context);
 
 /** Bytes of an erase block for mtd_set_partition_erase_info() and mtd_write_partition_data(), which do not
  *  ask the device; at first 0x20000 (128 KiB, a NAND chip of 2 KiB pages). The caller sets it. */
-extern AWB_CALIBRATION_API uint32_t erase_size;
+AWB_CALIBRATION_API extern uint32_t erase_size;
 
 /** Opens the partition's device read-write.
  *  @return the descriptor, the caller's to close; -1 for null, an empty entry and a device that
