@@ -129,19 +129,27 @@ std::vector<phone::LogLine> with_tag(std::vector<phone::LogLine> lines, std::str
   return lines;
 }
 
-PhoneTest::PhoneTest(const phone::Options& options) {
+TemporaryFolder::TemporaryFolder() {
   std::string name = (fs::temp_directory_path() / "phone-XXXXXX").string();
-  dir_ = mkdtemp(name.data());
-  phone_.emplace(phone::VirtualPhone::create(dir_ / "phone", options));
+  path_ = mkdtemp(name.data());
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+PhoneTest::PhoneTest(const phone::Options& options) {
+  phone_.emplace(phone::VirtualPhone::create(folder_.path() / "phone", options));
   reset_library_state();
+  phone_->unset_property("mfg.calibration.status");
+  phone_->unset_property("mfg.awb.calibration.trigger");
   phone_->take_log();
   phone_->take_calls();
 }
 
 PhoneTest::~PhoneTest() {
   EXPECT_EQ(phone_->open_descriptors(), 0U) << "a descriptor was left open";
-  phone_.reset();
-  fs::remove_all(dir_);
 }
 
 void PhoneTest::fit_module(const std::string& camera, const uint32_t (&words)[4]) {
