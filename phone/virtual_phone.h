@@ -6,8 +6,8 @@
 //
 //   /data/misc/camera  /sys/android_camera_awb_cal  /proc/emmc  /proc/mtd  /dev/block  /dev/mtd
 //
-// One phone is attached at a time; every call here is for one thread at a time, except that interposed calls of
-// other threads pass through safely.
+// One phone is attached at a time; every call here is for one thread at a time, except that interposed calls
+// of other threads pass through safely.
 #ifndef PHONE_VIRTUAL_PHONE_H
 #define PHONE_VIRTUAL_PHONE_H
 
@@ -49,7 +49,8 @@ struct LogLine {
   bool operator==(const LogLine&) const = default;
 };
 
-/// One intercepted call on a redirected path or on a descriptor opened through one. `path` is the phone's path.
+/// One intercepted call on a redirected path or on a descriptor opened through one. `path` is the phone's
+/// path.
 struct Call {
   std::string name;  ///< base name without 64-bit or fortify suffixes: "open", "read", "lseek", "ioctl", ...
   std::string path;
@@ -135,24 +136,26 @@ class VirtualPhone {
   std::string property(const std::string& name, const std::string& otherwise = "") const;
 
   // ---- log -----------------------------------------------------------------------------------------------
-  std::vector<LogLine> take_log();                     ///< the lines since the last take, oldest first
-  void set_log_mask(unsigned mask);                    ///< what the log-mask service answers; at first ~0u
-  void print_log_to(std::FILE* stream);                ///< as logcat's brief format; null: nowhere
-  std::vector<std::string> take_mask_questions();      ///< tags that asked the log-mask service, in order
+  std::vector<LogLine> take_log();                 ///< the lines since the last take, oldest first
+  void set_log_mask(unsigned mask);                ///< what the log-mask service answers; at first ~0u
+  void print_log_to(std::FILE* stream);            ///< as logcat's brief format; null: nowhere
+  std::vector<std::string> take_mask_questions();  ///< tags that asked the log-mask service, in order
 
   // ---- calibration partition and kernel ------------------------------------------------------------------
-  /// The partition's bytes as the kernel at boot sees them: the eMMC image, or the NAND's good blocks in order.
+  /// The partition's bytes as the kernel at boot sees them: the eMMC image, or the NAND's good blocks in
+  /// order.
   std::vector<uint8_t> partition() const;
   void write_partition(uint64_t offset, const void* data, size_t size);  ///< below every fault; eMMC or NAND
 
-  /// Rebuilds the kernel's calibration export under /sys/android_camera_awb_cal from the partition and from the
-  /// lens-shading files <dir>/factory/lens_shading_{main,front,sub}.bin (bytes 64 to 3647 of the export).
+  /// Rebuilds the kernel's calibration export under /sys/android_camera_awb_cal from the partition and from
+  /// the lens-shading files <dir>/factory/lens_shading_{main,front,sub}.bin (bytes 64 to 3647 of the export).
   void reboot();
 
   // ---- faults and what was called ------------------------------------------------------------------------
   void add_fault(const Fault& fault);
   void clear_faults();
-  std::vector<Call> take_calls();  ///< the intercepted calls since the last take
+  unsigned struck_faults() const;   ///< how often a Fault struck since the last clear; a sweep ends at 0
+  std::vector<Call> take_calls();   ///< the intercepted calls since the last take
   size_t open_descriptors() const;  ///< descriptors now open on redirected paths
 
   Nand& nand();  ///< throws std::logic_error on an eMMC phone

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 
 #include "awb_calibration/factory.h"
 #include "awb_calibration/records.h"
@@ -78,7 +77,12 @@ uint32_t word_at(const Bytes& bytes, size_t offset) {
 std::optional<Bytes> read_bytes(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return std::nullopt;
-  return Bytes(std::istreambuf_iterator<char>(file), {});
+  std::error_code ignored;
+  const auto size = fs::file_size(path, ignored);
+  Bytes bytes(ignored ? 0 : size);
+  file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<size_t>(file.gcount()));
+  return bytes;
 }
 
 std::optional<std::string> read_text(const fs::path& path) {
@@ -129,19 +133,27 @@ std::vector<phone::LogLine> with_tag(std::vector<phone::LogLine> lines, std::str
   return lines;
 }
 
-PhoneTest::PhoneTest(const phone::Options& options) {
+TemporaryFolder::TemporaryFolder() {
   std::string name = (fs::temp_directory_path() / "phone-XXXXXX").string();
-  dir_ = mkdtemp(name.data());
-  phone_.emplace(phone::VirtualPhone::create(dir_ / "phone", options));
+  path_ = mkdtemp(name.data());
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+PhoneTest::PhoneTest(const phone::Options& options) {
+  phone_.emplace(phone::VirtualPhone::create(folder_.path() / "phone", options));
   reset_library_state();
+  phone_->unset_property("mfg.calibration.status");
+  phone_->unset_property("mfg.awb.calibration.trigger");
   phone_->take_log();
   phone_->take_calls();
 }
 
 PhoneTest::~PhoneTest() {
   EXPECT_EQ(phone_->open_descriptors(), 0U) << "a descriptor was left open";
-  phone_.reset();
-  fs::remove_all(dir_);
 }
 
 void PhoneTest::fit_module(const std::string& camera, const uint32_t (&words)[4]) {

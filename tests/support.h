@@ -49,6 +49,19 @@ std::optional<std::string> read_text(const std::filesystem::path& path);
 void write_bytes(const std::filesystem::path& path, const Bytes& bytes);
 int mode_of(const std::filesystem::path& path);  ///< permission bits; -1 when it does not exist
 
+/// A new folder under the system's temporary one, removed with all it holds at the end of the scope.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
 /// Everything that `call` printed on standard output.
 std::string console_of(const std::function<void()>& call);
 
@@ -95,7 +108,7 @@ class PhoneTest : public ::testing::Test {
   void expect_partition_write(uint64_t offset, const Bytes& expected, const std::function<void()>& call);
 
  private:
-  std::filesystem::path dir_;
+  TemporaryFolder folder_;
   std::optional<phone::VirtualPhone> phone_;
 };
 

@@ -1,0 +1,18 @@
+// The calibration export that the phone's kernel builds at boot.
+#ifndef PHONE_KERNEL_EXPORT_H
+#define PHONE_KERNEL_EXPORT_H
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace phone {
+
+/// Writes the nodes under <dir>/sys/android_camera_awb_cal from the partition's bytes.
+void export_calibration(const std::filesystem::path& dir, const std::vector<uint8_t>& partition,
+                        const std::string& page_size);
+
+}  // namespace phone
+
+#endif

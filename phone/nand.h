@@ -1,0 +1,32 @@
+// The NAND chip and what the kernel's MTD character device makes of it.
+#ifndef PHONE_NAND_H
+#define PHONE_NAND_H
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "phone/virtual_phone.h"
+
+namespace phone {
+
+void create_nand(const std::filesystem::path& dir, const NandGeometry& geometry);
+
+/// Null if the phone in `dir` has no NAND chip. Throws std::runtime_error if its files are damaged.
+std::unique_ptr<Nand> open_nand(const std::filesystem::path& dir);
+
+/// The chip that descriptors of NodeKind::nand are open on; null: none.
+void insert_nand(Nand* nand);
+
+/// Results and errno as of the calls with these names. `offset` null: at the file position, which moves.
+ssize_t nand_read(int fd, void* buffer, size_t size, const off_t* offset);
+ssize_t nand_write(int fd, const void* buffer, size_t size, const off_t* offset);
+off_t nand_lseek(int fd, off_t offset, int whence);
+int nand_ioctl(int fd, unsigned long request, void* argument);
+bool nand_powered();
+bool is_nand_path(const std::string& phone_path);
+
+}  // namespace phone
+
+#endif
