@@ -1,9 +1,8 @@
 // awbcal: the command line of the calibration library, for hosts.
 
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <cstdio>
 #include <exception>
 #include <string>
 
@@ -66,10 +65,10 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const awbcal::InputError& error) {
-    fmt::print(stderr, "awbcal: {}\n", error.what());
+    std::fprintf(stderr, "awbcal: %s\n", error.what());
     return kBadInput;
   } catch (const std::exception& error) {
-    fmt::print(stderr, "awbcal: {}\n", error.what());
+    std::fprintf(stderr, "awbcal: %s\n", error.what());
     return kFailed;
   }
 }

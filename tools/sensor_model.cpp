@@ -7,8 +7,8 @@ namespace awbcal {
 
 namespace {
 
-constexpr int kZonesAcross = 64;
-constexpr int kZonesDown = 48;
+constexpr int kZonesAcross = 32;
+constexpr int kZonesDown = 24;
 constexpr double kDarkestSample = 8.0;
 constexpr double kBrightestSample = 230.0;
 constexpr double kLightFlicker = 0.002;  // of a frame's ratios
