@@ -1,7 +1,6 @@
 #include "phone/faults.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -31,15 +30,14 @@ const std::string_view fault_file_help = R"(# Faults, one a line; read when a pr
 #   nand program 4 1 corrupt
 )";
 
+constinit bool any_fault_armed = false;
+
 namespace {
 
 struct Armed {
   Fault fault;
   unsigned matches = 0;
 };
-
-// Outside of State, since malloc() asks it before anything else of the process runs.
-constinit std::atomic<bool> any_armed = false;
 
 struct State {
   std::recursive_mutex mutex;
@@ -171,13 +169,9 @@ Verdict judge_file_call(std::string_view call, std::string_view path) {
 }
 
 Verdict judge_service_call(std::string_view call, std::string_view subject) {
-  if (!any_fault_armed()) return {};
+  if (!__atomic_load_n(&any_fault_armed, __ATOMIC_ACQUIRE)) return {};
   const std::lock_guard lock(state().mutex);
   return strike(call, subject, false);
-}
-
-bool any_fault_armed() {
-  return any_armed.load(std::memory_order_relaxed);
 }
 
 void arm_fault(const Fault& fault) {
@@ -186,13 +180,13 @@ void arm_fault(const Fault& fault) {
   // The journal and the matching know directories without their trailing slash.
   std::string& path = state().armed.back().fault.path;
   if (path.size() > 1 && path.ends_with('/')) path.pop_back();
-  any_armed = true;
+  __atomic_store_n(&any_fault_armed, true, __ATOMIC_RELEASE);
 }
 
 void disarm_faults() {
   const std::lock_guard lock(state().mutex);
   state().armed.clear();
-  any_armed = false;
+  __atomic_store_n(&any_fault_armed, false, __ATOMIC_RELEASE);
   state().struck = 0;
 }
 

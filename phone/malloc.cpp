@@ -38,7 +38,7 @@ int look_in_object(dl_phdr_info* object, size_t, void* argument) {
 }
 
 bool allocation_fails(void* return_address) {
-  if (!any_fault_armed()) return false;
+  if (!__atomic_load_n(&any_fault_armed, __ATOMIC_ACQUIRE)) return false;
   Caller caller{reinterpret_cast<uintptr_t>(return_address), false};
   dl_iterate_phdr(look_in_object, &caller);
   if (!caller.in_library || judge_service_call("malloc", "").error == 0) return false;

@@ -22,9 +22,9 @@ void insert_nand(Nand* nand);
 /// Results and errno as of the calls with these names. `offset` null: at the file position, which moves.
 ssize_t nand_read(int fd, void* buffer, size_t size, const off_t* offset);
 ssize_t nand_write(int fd, const void* buffer, size_t size, const off_t* offset);
-off_t nand_lseek(int fd, off_t offset, int whence);
 int nand_ioctl(int fd, unsigned long request, void* argument);
 bool nand_powered();
+void power_nand_on();
 bool is_nand_path(const std::string& phone_path);
 
 }  // namespace phone

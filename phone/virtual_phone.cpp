@@ -218,6 +218,7 @@ void VirtualPhone::write_partition(uint64_t offset, const void* data, size_t siz
 }
 
 void VirtualPhone::reboot() {
+  power_nand_on();
   export_calibration(dir_, partition(), property("ro.pagesize"));
 }
 
