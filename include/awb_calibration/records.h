@@ -56,6 +56,33 @@ AWB_CALIBRATION_API void awb_set_camid(uint8_t camid);
 /** @return what awb_set_camid() stored last; at first 0 */
 AWB_CALIBRATION_API uint8_t awb_get_camid(void);
 
+/* ---- loading ----
+ * What a camera start reads: the record of the selected camera, from its cache file under /data/misc/camera,
+ * or, when that does not open, from the kernel's 4000-byte export under /sys/android_camera_awb_cal. Bytes
+ * are only copied: whether the record is good is the caller's to judge. A short source is no error: of a
+ * cache file, only the bytes that it holds are written; the missing end of an export is delivered as zeros.
+ * When nothing is loaded, and with a null pointer, nothing is written. */
+
+/** Loads the AWB record.
+ *  @param buffer 32 bytes
+ *  @param word   the calibration tag word: 0xFF3ACA01 from the cache file, else the export's word at byte
+ * 3944
+ *  @return 1 when either source opened, else 0 */
+AWB_CALIBRATION_API int32_t ReadFlash(void* buffer, uint32_t* word);
+
+/** Loads the flash record (32 bytes; byte 3648 of the export). The front camera's cache file is
+ * "flash_cal_front".
+ *  @param buffer `length` bytes
+ *  @return the bytes read from the cache file (0 when it is empty), or `length` from the export, or -1 */
+AWB_CALIBRATION_API int32_t ReadFlashForFlashCalibration(void* buffer, uint32_t length);
+
+/** Loads the dual-flash record (48 bytes; byte 3848 of the export). Arguments and result as above. */
+AWB_CALIBRATION_API int32_t ReadFlashForDualFlashCali(void* buffer, uint32_t length);
+
+/** Loads the AWB record of normal light (`a_light` 0; byte 0 of the export) or of A light (any other value;
+ * byte 3784), 32 bytes, for a dual-camera pair. Arguments and result as above. */
+AWB_CALIBRATION_API int32_t ReadFlashForDualCam(void* buffer, uint32_t length, uint32_t a_light);
+
 /* ---- record area ----
  * Each call reads the page size, opens the partition, does one transfer, closes it, and, if it writes, dumps
  * the start of the area to the log. Results are 0, or -1 for a failure (logged; a null buffer is one).
