@@ -44,12 +44,12 @@ constexpr FieldSpec kAecFields[] = {FIELD(AecRecord, valid_word, valid_word, "va
                                     FIELD(AecRecord, crc, crc, "CRC")};
 
 constexpr FieldSpec kDualFlashFields[] = {FIELD(DualFlashRecord, valid_word, valid_word, "valid word"),
-                                          ELEMENT(DualFlashRecord, x1, 0, signed_word, "LED 1, R gain"),
-                                          ELEMENT(DualFlashRecord, x1, 1, signed_word, "LED 1, B gain"),
-                                          ELEMENT(DualFlashRecord, x2, 0, signed_word, "LED 2, R gain"),
-                                          ELEMENT(DualFlashRecord, x2, 1, signed_word, "LED 2, B gain"),
-                                          ELEMENT(DualFlashRecord, x3, 0, signed_word, "both, R gain"),
-                                          ELEMENT(DualFlashRecord, x3, 1, signed_word, "both, B gain"),
+                                          ELEMENT(DualFlashRecord, x1, 0, signed_word, "LED 1 R gain"),
+                                          ELEMENT(DualFlashRecord, x1, 1, signed_word, "LED 1 B gain"),
+                                          ELEMENT(DualFlashRecord, x2, 0, signed_word, "LED 2 R gain"),
+                                          ELEMENT(DualFlashRecord, x2, 1, signed_word, "LED 2 B gain"),
+                                          ELEMENT(DualFlashRecord, x3, 0, signed_word, "both R gain"),
+                                          ELEMENT(DualFlashRecord, x3, 1, signed_word, "both B gain"),
                                           FUSE_WORDS(DualFlashRecord),
                                           FIELD(DualFlashRecord, crc, crc, "CRC")};
 

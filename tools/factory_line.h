@@ -9,6 +9,7 @@
 
 #include "phone/virtual_phone.h"
 #include "records/camera.h"
+#include "records/judgement.h"
 #include "tools/decode.h"
 #include "tools/sensor_model.h"
 #include "tools/terminal.h"
@@ -18,6 +19,9 @@ namespace awbcal {
 /// "main", "front" or "sub".
 const char* camera_name(calib::Camera camera);
 int camid_of(calib::Camera camera);
+
+/// The fuse ID that the camera driver published for the fitted module.
+calib::FuseWords module_of(const phone::VirtualPhone& phone, calib::Camera camera);
 
 struct RunPlan {
   calib::Camera camera;
