@@ -2,12 +2,14 @@
 
 #include <cstdlib>
 
-#include "common/platform.h"
-
 namespace calib {
 
 int32_t property_number(const char* name, const char* otherwise) {
   char text[PROPERTY_VALUE_MAX] = {};
+  return property_number(name, otherwise, text);
+}
+
+int32_t property_number(const char* name, const char* otherwise, char (&text)[PROPERTY_VALUE_MAX]) {
   property_get(name, text, otherwise);
   return static_cast<int32_t>(strtol(text, nullptr, 10));
 }

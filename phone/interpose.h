@@ -11,7 +11,7 @@
 
 #include "phone/descriptors.h"
 #include "phone/faults.h"
-#include "phone/nand.h"
+#include "phone/mtd_device.h"
 #include "phone/real.h"
 #include "phone/redirect.h"
 

@@ -12,7 +12,8 @@
 #include "phone/faults.h"
 #include "phone/kernel_export.h"
 #include "phone/log.h"
-#include "phone/nand.h"
+#include "phone/mtd_device.h"
+#include "phone/nand_state.h"
 #include "phone/properties.h"
 #include "phone/redirect.h"
 

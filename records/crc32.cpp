@@ -76,12 +76,16 @@ uint32_t crc_of_bytes(const uint8_t* data, size_t length, uint32_t crc) {
 uint32_t crc_of_bytes(const uint8_t* data, size_t length, uint32_t crc) {
   static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
   for (; length >= 8; data += 8, length -= 8) {
-    uint64_t word;
-    memcpy(&word, data, sizeof word);
-    word ^= crc;
-    crc = kTables[7][word & 0xFF] ^ kTables[6][word >> 8 & 0xFF] ^ kTables[5][word >> 16 & 0xFF] ^
-          kTables[4][word >> 24 & 0xFF] ^ kTables[3][word >> 32 & 0xFF] ^ kTables[2][word >> 40 & 0xFF] ^
-          kTables[1][word >> 48 & 0xFF] ^ kTables[0][word >> 56];
+    uint32_t low;
+    uint32_t high;
+    memcpy(&low, data, sizeof low);
+    memcpy(&high, data + sizeof low, sizeof high);
+    low ^= crc;
+    // The half that does not wait for the last result comes first.
+    const uint32_t ahead = kTables[3][high & 0xFF] ^ kTables[2][high >> 8 & 0xFF] ^
+                           kTables[1][high >> 16 & 0xFF] ^ kTables[0][high >> 24];
+    crc = (kTables[7][low & 0xFF] ^ kTables[6][low >> 8 & 0xFF]) ^
+          (kTables[5][low >> 16 & 0xFF] ^ kTables[4][low >> 24] ^ ahead);
   }
   return crc_by_bytes(data, length, crc);
 }

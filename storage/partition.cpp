@@ -4,7 +4,6 @@
 
 #include "awb_calibration/storage.h"
 #include "common/log.h"
-#include "storage/mtd.h"
 
 namespace {
 

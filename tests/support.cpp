@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 
 #include "awb_calibration/factory.h"
 #include "awb_calibration/records.h"
@@ -78,7 +77,12 @@ uint32_t word_at(const Bytes& bytes, size_t offset) {
 std::optional<Bytes> read_bytes(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return std::nullopt;
-  return Bytes(std::istreambuf_iterator<char>(file), {});
+  std::error_code ignored;
+  const auto size = fs::file_size(path, ignored);
+  Bytes bytes(ignored ? 0 : size);
+  file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<size_t>(file.gcount()));
+  return bytes;
 }
 
 std::optional<std::string> read_text(const fs::path& path) {

@@ -116,6 +116,90 @@ AWB_CALIBRATION_API int32_t aec_read_calibration(uint8_t* buffer, uint32_t lengt
 AWB_CALIBRATION_API void QOR_Calibration_AEC_get_calibration_data(uint32_t* gain, uint32_t* exp_time,
                                                                   uint32_t* luma_value);
 
+/* ---- flash, dual-camera and gyro writers ----
+ * They store what the factory tool measured. `camid` is the slot (0 main, 1 front, 2 sub), `fuse` the fuse ID
+ * that the record is bound to. The outcome is printed on standard output: "<function>: writeflash() OK" or
+ * "<function>: writeflash() fail". For the first three the partition alone decides the result; a cache file
+ * that cannot be created is logged and printed. Sub camera: their cache files are the main camera's, and
+ * flash and dual flash then set the mode of the front camera's file instead. */
+
+/** Writes the flash record (32 bytes at 0xE08 of the slot) and its cache file.
+ *  @param x,y  white-balance gains of R and B under flash light, times 1024
+ *  @return 0 when the partition has the record, else -1 */
+AWB_CALIBRATION_API int32_t QOR_FLASH_Calibration_write_to_flash(uint8_t camid, struct awb_fuse_id fuse,
+                                                                 int32_t x, int32_t y);
+
+/** Writes the dual-flash record (48 bytes at 0xE6C of the slot) and its cache file.
+ *  @param x1a,x1b  gains of R and B times 1024 under the first LED
+ *  @param x2a,x2b  the same under the second LED
+ *  @param x3a,x3b  the same under both
+ *  @return 0 when the partition has the record, else -1 */
+AWB_CALIBRATION_API int32_t QOR_Dual_FLASH_Calibration_write_to_flash(uint8_t camid, struct awb_fuse_id fuse,
+                                                                      int32_t x1a, int32_t x1b, int32_t x2a,
+                                                                      int32_t x2b, int32_t x3a, int32_t x3b);
+
+/** Writes the gyro record (48 bytes at 0xEA0 of the slot), the mark that the module's gyro is calibrated, and
+ * its cache file. It overlaps the A-light AWB record of the same slot, which is good no longer.
+ *  @return 0 when the partition has the record, else -1 */
+AWB_CALIBRATION_API int32_t gyro_write_calibration(uint8_t camid, struct awb_fuse_id fuse);
+
+/** Writes the dual-camera record (1667 bytes at area offset 0x3200, once per phone) with the first 1643 bytes
+ * of /data/misc/camera/CalibrationData.dat as payload (zeros where the file is shorter), and reads its
+ * checksum back. The verdict is the file dual_calibration_success.txt: removed first, created empty when the
+ * checksum came back.
+ *  @return 0, also when the checksum that came back differs; -1 when there is no memory or no payload file,
+ * or when the write, the read or the creation of the success file fails */
+AWB_CALIBRATION_API int32_t QOR_DUAL_CalibrationData_write_to_flash(struct awb_fuse_id fuse);
+
+/** Writes the dual-camera record of the first form (465 bytes at area offset 0x3000): 464 bytes of the
+ * payload file and the low byte of their checksum, bound to no module. All of it is read back and compared.
+ *  @return as QOR_DUAL_CalibrationData_write_to_flash() */
+AWB_CALIBRATION_API int32_t QOR_DUAL_Calibration_write_to_flash(void);
+
+/** Reads the payload of the dual-camera record (1643 bytes at area offset 0x3204), unchecked, into
+ *  /data/misc/camera/CalibrationData.dat.
+ *  @return 0; -1 when there is no memory, the read fails or the file cannot be created */
+AWB_CALIBRATION_API int32_t QOR_DUAL_Calibration_ReadCalData(void);
+
+/* ---- status properties ----
+ * Setters store a signed decimal number and return what property_set() returns: 0 on success. Getters return
+ * the property's leading decimal number, 0 when there is none, or the default when the property is absent. */
+
+/** Property "mfg.calibration.status". */
+AWB_CALIBRATION_API int32_t Sensor_set_Calibration_status(uint32_t status);
+
+/** The step of the production line: 1, 3, 5, 7 and 8 as they stand; 2, 4 and 6 only once their step has left
+ * its success file under /data/misc/camera (LSC_Calibration_Success.txt, awb_calibration_success.txt,
+ *  flash_calibration_success.txt); otherwise 0. */
+AWB_CALIBRATION_API uint32_t Sensor_get_Calibration_status(void);
+
+/** Property "mfg.calibration.target_luma"; 90 by default. */
+AWB_CALIBRATION_API int32_t Sensor_set_target_luma(uint8_t luma);
+AWB_CALIBRATION_API uint32_t Sensor_get_target_luma(void);
+
+/** Property "qor.camera.mfg.trigger_index"; 0 by default. */
+AWB_CALIBRATION_API int32_t Sensor_set_trigger_index(uint16_t index);
+AWB_CALIBRATION_API uint32_t Sensor_get_trigger_index(void);
+
+/** Property "qor.camera.mfg.aec_exp_index"; 0 by default. */
+AWB_CALIBRATION_API int32_t Stats_set_exp_index(uint32_t index);
+AWB_CALIBRATION_API uint32_t Stats_get_exp_index(void);
+
+/* ---- lens-shading marker: /data/misc/camera/lsc_calibration_done.txt ---- */
+
+/** Removes the marker.
+ *  @return 0, or -1 when it could not be removed (there was none) */
+AWB_CALIBRATION_API int32_t QOR_Init_LSC(void);
+
+/** Replaces the marker by `length` bytes of `buffer`. With a null buffer nothing happens. */
+AWB_CALIBRATION_API void QOR_Set_LSC(const void* buffer, uint32_t length);
+
+/** Reads the marker into `buffer` of `length` bytes, then puts the AWB record of this process's last run over
+ * the first 32 of them (over `length` of them if that is less): zeros when there was no run.
+ *  @param length  at least 32 to get the whole record
+ *  @return 1; -1, with the buffer untouched, when there is no marker or `buffer` is null */
+AWB_CALIBRATION_API int32_t QOR_Get_LSC(void* buffer, uint32_t length);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,109 @@
+// Stores the flash and the dual-flash record that the factory tool measured.
+
+#include <cstring>
+
+#include "awb_calibration/factory.h"
+#include "common/file.h"
+#include "factory/factory_console.h"
+#include "records/judgement.h"
+
+namespace {
+
+using calib::Camera;
+using calib::DualFlashRecord;
+using calib::FlashRecord;
+using calib::log_module;
+
+struct Writer {
+  const char* name;   ///< of the exported function; it begins most lines
+  uint32_t position;  ///< in the camera's slot
+  const char* cache;  ///< of every camera but the front camera
+  const char* front_cache;
+  void (*say_cache_fails)(const char* writer);
+  void (*say_front_cache_fails)(const char* writer);
+};
+
+#define WRITER_LINE(LOG, line) [](const char* writer) { LOG(line, writer); }
+
+constexpr Writer kFlash{
+    .name = "QOR_FLASH_Calibration_write_to_flash",
+    .position = calib::kSlotFlash,
+    .cache = "/data/misc/camera/flash_cal",
+    .front_cache = "/data/misc/camera/flash_cal_front",
+    .say_cache_fails = WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_cal fail\n"),
+    .say_front_cache_fails =
+        WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_cal_front fail\n")};
+
+constexpr Writer kDualFlash{
+    .name = "QOR_Dual_FLASH_Calibration_write_to_flash",
+    .position = calib::kSlotDualFlash,
+    .cache = "/data/misc/camera/flash_dual_cal",
+    .front_cache = "/data/misc/camera/flash_dual_cal_front_CAM",
+    .say_cache_fails = WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_dual_cal fail\n"),
+    .say_front_cache_fails =
+        WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_dual_cal_front_CAM fail\n")};
+
+uint32_t offset_of(const Writer& writer, uint8_t camid) {
+  return camid * calib::kSlotSize + writer.position;
+}
+
+void write_cache(const Writer& writer, uint8_t camid, const void* record, size_t size) {
+  const bool is_front = camid == 1;
+  const int fd = calib::create_replacement(is_front ? writer.front_cache : writer.cache);
+  if (fd < 0) {
+    (is_front ? writer.say_front_cache_fails : writer.say_cache_fails)(writer.name);
+    return;
+  }
+  LOGI("[Flash Calibration] write cabuff to /data/misc/camera/awb_cal");
+  // The sub camera's record goes into the main camera's file, yet the mode is set on the front camera's.
+  // Kept.
+  calib::finish_replacement(fd, record, size, camid != 0 ? writer.front_cache : writer.cache);
+}
+
+template <class Record>
+int32_t store(const Writer& writer, uint8_t camid, Record record) {
+  calib::seal(record);
+  uint32_t words[sizeof record / sizeof(uint32_t)];
+  memcpy(words, &record, sizeof words);
+  int index = 0;
+  for (const uint32_t word : words) {
+    LOGI("%s, [Flash Calibration]-FlashcaBuff-%d, 0x%x", writer.name, index++, word);
+  }
+  if (WriteFlashOffset(&record, sizeof record, offset_of(writer, camid)) < 0) {
+    LOGE("%s, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad", writer.name);
+    printf("%s: writeflash() fail\n", writer.name);
+    return -1;
+  }
+  LOGI("%s, [Flash Calibration] write flash pass", writer.name);
+  printf("%s: writeflash() OK\n", writer.name);
+  write_cache(writer, camid, &record, sizeof record);
+  return 0;
+}
+
+}  // namespace
+
+int32_t QOR_FLASH_Calibration_write_to_flash(uint8_t camid, awb_fuse_id fuse, int32_t x, int32_t y) {
+  LOGI("%s: camid(%d) offset(%d) (%d,%d)", kFlash.name, camid, static_cast<int32_t>(offset_of(kFlash, camid)),
+       x, y);
+  return store(kFlash, camid,
+               FlashRecord{.valid_word = calib::kFinishedValidWord,
+                           .x = x,
+                           .y = y,
+                           .fuse = {fuse.word[0], fuse.word[1], fuse.word[2], fuse.word[3]},
+                           .crc = 0});
+}
+
+int32_t QOR_Dual_FLASH_Calibration_write_to_flash(uint8_t camid, awb_fuse_id fuse, int32_t x1a, int32_t x1b,
+                                                  int32_t x2a, int32_t x2b, int32_t x3a, int32_t x3b) {
+  const auto offset = static_cast<int32_t>(offset_of(kDualFlash, camid));
+  LOGI("%s: camid(%d) offset(%d) x1(%d,%d)", kDualFlash.name, camid, offset, x1a, x1b);
+  LOGI("%s: camid(%d) offset(%d) x2(%d,%d)", kDualFlash.name, camid, offset, x2a, x2b);
+  LOGI("%s: camid(%d) offset(%d) x3(%d,%d)", kDualFlash.name, camid, offset, x3a, x3b);
+  return store(kDualFlash, camid,
+               DualFlashRecord{.valid_word = calib::kFinishedValidWord,
+                               .x1 = {x1a, x1b},
+                               .x2 = {x2a, x2b},
+                               .x3 = {x3a, x3b},
+                               .fuse = {fuse.word[0], fuse.word[1], fuse.word[2], fuse.word[3]},
+                               .crc = 0});
+}

@@ -1,0 +1,119 @@
+// Whole partitions, or their first block, by name: a handle with a buffer over the streams.
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "awb_calibration/storage.h"
+#include "storage/mtd_blocks.h"
+#include "storage/mtd_log.h"
+#include "storage/mtd_partitions.h"
+
+namespace {
+
+using calib::mtd::log_module;
+
+/// A record that the caller made, rather than the table, may have no name.
+const char* name_of(const mtd_partition& partition) {
+  return partition.name != nullptr ? partition.name : "";
+}
+
+int32_t cannot_open(const mtd_partition& partition) {
+  return FAIL("Can't open %s\n(%s)\n", name_of(partition), strerror(errno));
+}
+
+void log_short_read(int64_t result) {
+  LOGE("mtd_read_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
+}
+
+void log_short_block_read(int64_t result) {
+  LOGE("mtd_read_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
+}
+
+void log_short_write(int64_t result) {
+  LOGE("mtd_write_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
+}
+
+void log_short_block_write(int64_t result) {
+  LOGE("mtd_write_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
+}
+
+/// Reads the first `amount` bytes into a new buffer of the handle. A read that ends early is logged, not
+/// refused; the rest of the buffer is then zeros or what a rejected block held.
+int32_t read_amount(mtd_data_handle* handle, uint32_t amount, void (*log_short)(int64_t)) {
+  const mtd_partition& partition = *handle->partition;
+  mtd_read_context* context = mtd_read_partition(&partition);
+  if (context == nullptr) return cannot_open(partition);
+  free(handle->data);
+  handle->data = calib::mtd::allocate_zeroed(amount);
+  if (handle->data == nullptr) {
+    mtd_read_close(context);
+    return FAIL("cannot malloc %d bytes", static_cast<int>(amount));
+  }
+  const int64_t result = mtd_read_data(context, handle->data, amount);
+  // Against the partition's size for a single block as well: that line then shows on every larger partition.
+  if (result != partition.size) log_short(result);
+  mtd_read_close(context);
+  return 0;
+}
+
+int32_t write_amount(const mtd_data_handle& handle, uint32_t amount, void (*log_short)(int64_t)) {
+  const mtd_partition& partition = *handle.partition;
+  mtd_write_context* context = mtd_write_partition(&partition);
+  if (context == nullptr) return cannot_open(partition);
+  LOGD("trying to write length %d", static_cast<int>(amount));
+  const int64_t result = mtd_write_data(context, handle.data, amount);
+  if (result < int64_t{amount}) {
+    log_short(result);
+    mtd_write_close(context);
+    return -1;
+  }
+  if (mtd_write_close(context) != 0) {
+    return FAIL("Can't finish writing %s\n(%s)\n", name_of(partition), strerror(errno));
+  }
+  return 0;
+}
+
+bool can_read(const mtd_data_handle* handle) {
+  return handle != nullptr && handle->partition != nullptr;
+}
+
+bool can_write(const mtd_data_handle* handle) {
+  return can_read(handle) && handle->data != nullptr;
+}
+
+}  // namespace
+
+int32_t mtd_data_open(mtd_data_handle* handle, const char* name) {
+  if (handle == nullptr || name == nullptr) return -1;
+
+  handle->data = nullptr;
+  handle->partition = mtd_find_partition_by_name(name);
+  if (handle->partition == nullptr) return FAIL("cannot find partition [%s]!", name);
+  return 0;
+}
+
+int32_t mtd_data_close(mtd_data_handle* handle) {
+  if (handle == nullptr || handle->data == nullptr) return 0;
+
+  free(handle->data);
+  handle->data = nullptr;
+  calib::mtd::drop_partition_table();
+  return 0;
+}
+
+int32_t mtd_data_read(mtd_data_handle* handle) {
+  return can_read(handle) ? read_amount(handle, handle->partition->size, log_short_read) : -1;
+}
+
+int32_t mtd_data_read_block(mtd_data_handle* handle) {
+  return can_read(handle) ? read_amount(handle, handle->partition->erase_size, log_short_block_read) : -1;
+}
+
+int32_t mtd_data_write(mtd_data_handle* handle) {
+  return can_write(handle) ? write_amount(*handle, handle->partition->size, log_short_write) : -1;
+}
+
+int32_t mtd_data_write_block(mtd_data_handle* handle) {
+  return can_write(handle) ? write_amount(*handle, handle->partition->erase_size, log_short_block_write) : -1;
+}
