@@ -20,8 +20,7 @@ using Names = std::vector<std::string>;
 
 class MtdBackend : public support::NandPhone {};
 
-// ---- finding the partition
-// ---------------------------------------------------------------------------------
+// ---- finding the partition --------------------------------------------------------------------------
 
 TEST_F(MtdBackend, FindsTheFirstWholeNameInTheFirst511BytesOfProcMtd) {
   const std::string line = "mtd3: 00008000 00001000 \"mfg\"";
@@ -104,8 +103,7 @@ TEST_F(MtdBackend, IsWhereTheFrontEndGoesWithoutEmmc) {
   EXPECT_EQ(partition_close(&handle), 0);
 }
 
-// ---- the exact calls
-// ---------------------------------------------------------------------------------------
+// ---- the exact calls --------------------------------------------------------------------------------
 
 Names operator+(Names left, const Names& right) {
   left.insert(left.end(), right.begin(), right.end());
@@ -141,8 +139,7 @@ TEST_F(MtdBackend, WritesWholeBlocksUnreadAndMergesTheOthers) {
   for (uint32_t block = 0; block < 8; ++block) EXPECT_EQ(nand().erase_count(block), erased[block]) << block;
 }
 
-// ---- the exact lines
-// ---------------------------------------------------------------------------------------
+// ---- the exact lines --------------------------------------------------------------------------------
 
 struct LogRow {
   const char* what;
@@ -260,8 +257,7 @@ TEST_F(MtdBackend, ReportsSeeksThatFail) {
   EXPECT_EQ(nand().erase_count(0), 0U);
 }
 
-// ---- what follows from passing over
-// ------------------------------------------------------------------------
+// ---- what follows from passing over -----------------------------------------------------------------
 
 TEST_F(MtdBackend, ABlockThatAWriteGaveUpOnIsStillThereForReads) {
   nand().add_fault({.op = Op::erase, .effect = Effect::fail, .block = 0, .from_then_on = true});
@@ -289,8 +285,18 @@ TEST_F(MtdBackend, ZerosHideABlockAndAMergeLandsInFrontOfIt) {
   EXPECT_EQ(nand().block_bytes(2), content(2));
 }
 
-// ---- bad input
-// ---------------------------------------------------------------------------------------------
+TEST_F(MtdBackend, OneByteMakesABlockMoreThanZeros) {
+  for (const size_t place : {size_t{0}, size_t{1}, size_t{2047}, size_t{4095}}) {
+    Bytes block(4096, 0);
+    block[place] = 0x10;
+    nand().set_block_bytes(0, block);
+    Bytes read(4096);
+    EXPECT_EQ(mtd_read(state(), 0, 4096, read.data()), 0);
+    EXPECT_EQ(read, block) << place;
+  }
+}
+
+// ---- bad input --------------------------------------------------------------------------------------
 
 TEST_F(MtdBackend, BadArgumentsTouchNothing) {
   uint8_t byte = 0xA5;

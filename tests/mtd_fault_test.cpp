@@ -91,7 +91,7 @@ class Bench : public support::NandPhone {
   std::optional<NandModel> model_;
 };
 
-// ---- five kinds of bad block x every block x every record position x aligned and unaligned ----------------
+// ---- five kinds of bad block x every block x every record position x aligned and unaligned ----------
 
 enum class Kind { marked, erase_fails, program_fails, silently_wrong, uncorrectable };
 
@@ -184,8 +184,7 @@ TEST(MarkedBadBlocks, DoNotCountInTheAddressesOfReadsAndWrites) {
   EXPECT_EQ(bench.model().read(4096, data.size()), data);
 }
 
-// ---- random fault schedules
-// --------------------------------------------------------------------------------
+// ---- random fault schedules -------------------------------------------------------------------------
 
 class Schedule {
  public:
@@ -277,8 +276,7 @@ TEST(RandomFaults, OnBlocksOfPhonesEverythingIsAsModelled) {
   run_schedules(131072, schedules(300));
 }
 
-// ---- power cuts
-// --------------------------------------------------------------------------------------------
+// ---- power cuts -------------------------------------------------------------------------------------
 
 TEST(PowerCut, LeavesEveryByteOutsideTheTouchedBlocks) {
   const phone::NandGeometry geometry{.erase_size = 4096, .blocks = 8, .factory_bad = {1}};

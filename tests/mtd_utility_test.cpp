@@ -56,8 +56,7 @@ class MtdUtility : public support::NandPhone {
   }
 };
 
-// ---- the table
-// ---------------------------------------------------------------------------------------------
+// ---- the table --------------------------------------------------------------------------------------
 
 TEST_F(MtdUtility, TheTableKeepsWhatEarlierScansFound) {
   list_in_proc_mtd(
@@ -104,8 +103,7 @@ TEST_F(MtdUtility, AScanReads2047BytesAndFailsWithoutFileOrMemory) {
   EXPECT_EQ(errno, ENOMEM);
 }
 
-// ---- streams
-// -----------------------------------------------------------------------------------------------
+// ---- streams ----------------------------------------------------------------------------------------
 
 TEST_F(MtdUtility, AReadStreamHandsOutTheUsableBlocksInPiecesOfAnyLength) {
   for (const int64_t piece : {int64_t{1000}, int64_t{kBlock}, int64_t{6000}, int64_t{6} * kBlock}) {
@@ -217,8 +215,7 @@ TEST_F(MtdUtility, AnEraseSizeOf0EndsTheStreamsButNotAnEraseOf0Blocks) {
   EXPECT_EQ(mtd_write_close(out), 0);
 }
 
-// ---- whole partitions through a descriptor
-// -------------------------------------------------------------------
+// ---- whole partitions through a descriptor ----------------------------------------------------------
 
 class MtdDescriptor : public MtdUtility {
  protected:
@@ -373,8 +370,7 @@ TEST_F(MtdDescriptor, WritesAWholePartitionOverErasedBlocks) {
   EXPECT_TRUE(nand().violations().empty());
 }
 
-// ---- by name
-// -------------------------------------------------------------------------------------------------
+// ---- by name ----------------------------------------------------------------------------------------
 
 TEST_F(MtdUtility, DataIsReadAndWrittenByName) {
   mtd_data_handle handle{};
@@ -428,8 +424,7 @@ TEST_F(MtdUtility, DataCallsSayWhatFailed) {
   EXPECT_EQ(mtd_data_close(&handle), 0);
 }
 
-// ---- arguments and calls that fail
-// ---------------------------------------------------------------------------
+// ---- arguments and calls that fail ------------------------------------------------------------------
 
 TEST_F(MtdDescriptor, NullsTouchNothing) {
   uint8_t byte = 0;
