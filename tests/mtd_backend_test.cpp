@@ -244,15 +244,16 @@ TEST(MtdWriteLog, NamesEveryAttempt) {
 TEST_F(MtdBackend, ReportsSeeksThatFail) {
   uint8_t byte = 1;
   // The seek to the start, then that back to the block which was read for the merge.
-  for (const auto& [nth, write] : {std::pair{1U, false}, {1U, true}, {2U, true}, {5U, true}}) {
+  const std::pair<unsigned, bool> rows[] = {{1, false}, {1, true}, {2, true}, {5, true}};
+  for (const auto& row : rows) {
     phone().clear_faults();
-    phone().add_fault({.call = "lseek", .path = kMtdPath, .nth = nth});
-    const auto lines = lines_of([&] {
-      EXPECT_EQ(write ? mtd_write(state(), 1, 1, &byte) : mtd_read(state(), 1, 1, &byte), -1) << nth;
-    });
-    const char* text = write ? "mtd_write(): lseek64(): Input/output error\n"
-                             : "mtd_read(): lseek64(): Input/output error\n";
-    EXPECT_EQ(lines, std::vector{ME(text)}) << nth;
+    phone().add_fault({.call = "lseek", .path = kMtdPath, .nth = row.first});
+    int32_t result = 0;
+    const auto lines = lines_of(
+        [&] { result = row.second ? mtd_write(state(), 1, 1, &byte) : mtd_read(state(), 1, 1, &byte); });
+    EXPECT_EQ(result, -1) << row.first;
+    EXPECT_EQ(lines, std::vector{ME(row.second ? "mtd_write(): lseek64(): Input/output error\n"
+                                               : "mtd_read(): lseek64(): Input/output error\n")});
   }
   EXPECT_EQ(nand().erase_count(0), 0U);
 }
@@ -316,10 +317,11 @@ TEST_F(MtdBackend, BadArgumentsTouchNothing) {
       {[&] { return mtd_write(open, 0, 1, nullptr); }, write_line},
       {[&] { return mtd_close(nullptr); }, ME("mtd_close(): invalid argument!\n")},
   };
-  for (const auto& [call, line] : rows) {
-    const auto calls =
-        calls_of([&] { EXPECT_EQ(lines_of([&] { EXPECT_EQ(call(), -1); }), std::vector{line}); });
-    EXPECT_TRUE(calls.empty()) << line.text;
+  for (const auto& row : rows) {
+    std::vector<LogLine> lines;
+    const auto calls = calls_of([&] { lines = lines_of([&] { EXPECT_EQ(row.first(), -1); }); });
+    EXPECT_EQ(lines, std::vector{row.second});
+    EXPECT_TRUE(calls.empty()) << row.second.text;
   }
   EXPECT_EQ(byte, 0xA5);
 }
