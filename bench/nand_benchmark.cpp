@@ -157,7 +157,7 @@ void BM_WriteRecord(benchmark::State& state) {
 }
 
 BENCHMARK(BM_AllZeroTest)->Iterations(20);
-BENCHMARK(BM_ReadRecord)->Iterations(5)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadRecord)->Iterations(20)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_WriteRecord)->Iterations(20)->Unit(benchmark::kMillisecond);
 
 }  // namespace
