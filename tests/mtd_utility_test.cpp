@@ -296,12 +296,17 @@ TEST_F(MtdUtility, RepeatsInHalvesWhileMemoryIsShort) {
       {"a short piece", 0x4000, {{0x1FFF, EIO}}, -1, {{0, 0x2000}}},
       {"down to 2048 bytes", 0x2000, {{-1, ENOMEM}, {-1, ENOMEM}}, -1, {{0, 0x1000}, {0, 0x800}}},
       {"too small to halve", 0xFFF, {}, -1, {}},
-      {"an odd length never fits", 0x1001, {}, -1, {{0, 0x800}, {0x800, 0x800}}},
+      {"an odd length never fits",
+       0x2001,
+       {},
+       -1,
+       {{0, 0x1000}, {0x1000, 0x1000}, {0, 0x800}, {0x800, 0x800}, {0x1000, 0x800}, {0x1800, 0x800}}},
       {"nothing", 0, {}, -1, {}},
   };
   Bytes buffer(0x20000);
   for (const Row& row : rows) {
     script = {row.answers, {}, reinterpret_cast<char*>(buffer.data())};
+    errno = 0;
     EXPECT_EQ(alloc_mtd_repeat_and_do(scripted, 42, buffer.data(), row.total), row.result) << row.what;
     EXPECT_EQ(script.asked, row.asked) << row.what;
   }
