@@ -1,0 +1,70 @@
+# Checks of what leaves the tree: the phone's build, the installed package, the interface, the reference.
+# Sourced by script/check.
+
+# ---- the phone's build ------------------------------------------------------------------------------------------
+
+ARM64_TEXT_LIMIT=$((112 * 1024))
+
+# The value of a dynamic tag, without brackets and quotes: dynamic FILE TAG
+dynamic() {
+  readelf -dW "$1" | awk -v tag="($2)" '$2 == tag { print $NF }' | tr -d '[]'
+}
+
+# segment FILE TYPE: the lines of a kind of program header
+segment() {
+  readelf -lW "$1" | awk -v type="$2" '$1 == type'
+}
+
+section_size() {
+  size -A "$1" | awk -v name="$2" '$1 == name { print $2 }'
+}
+
+# The C library, its maths, and the platform's log and properties; nothing else is loaded with the library.
+check_needed() {
+  local other
+  other=$(dynamic "$1" NEEDED | grep -vE '^lib(c|m|log|cutils)\.so' || true)
+  [ -z "$other" ] || die "$1 needs $other"
+}
+
+check_hardening() {
+  local library=$1 alignment
+  check_needed "$library"
+  [ -z "$(nm -D --undefined-only "$library" | awk '{ print $2 }' | sed 's/@.*//' |
+    grep -E '^(_Z|__cxa_|__gxx|_Unwind)' | grep -vx __cxa_finalize || true)" ] || die "imports from the C++ runtime"
+  alignment=$(segment "$library" LOAD | awk '{ print $NF }' | sort -u)
+  [ "$alignment" = 0x4000 ] || die "load segments are aligned to $alignment, not 0x4000"
+  [ -n "$(segment "$library" GNU_RELRO)" ] || die "no RELRO"
+  readelf -dW "$library" | grep -q BIND_NOW || die "RELRO is not full: symbols are bound late"
+  segment "$library" GNU_STACK | grep -q ' RW ' || die "the stack is executable"
+  readelf -dW "$library" | { ! grep -q TEXTREL; } || die "text relocations"
+  [ "$(section_size "$library" .init_array)" = 8 ] || die "something of ours runs when the library is loaded"
+}
+
+# What correction results and speed rest on: no fused multiply-add anywhere, and vector code in the mesh.
+check_arm64_code() {
+  local code=build/sizes/arm64.s
+  aarch64-linux-gnu-objdump -d --no-show-raw-insn "$1" >"$code"
+  ! grep -nE '\s(fn?m(add|sub)|fml[as])\s' "$code" || die "fused multiply-add in the arm64 library"
+  grep -qE '\sfmul\sv[0-9]+\.4s' "$code" || die "the lens-shading mesh is not vector code"
+}
+
+check_sizes() {
+  need_packages binutils $ARM64_PACKAGES
+  build release awb_calibration
+  build arm64 awb_calibration
+  mkdir -p build/sizes
+  local preset library text strip=strip
+  for preset in release arm64; do
+    [ $preset = release ] || strip=aarch64-linux-gnu-strip
+    library=build/sizes/libawb_calibration-$preset.so
+    $strip -o $library build/$preset/libawb_calibration.so
+    check_hardening $library
+    text=$(size $library | awk 'NR == 2 { print $1 }')
+    say "sizes: $preset: text $text bytes (code $(section_size $library .text)," \
+      "constants $(section_size $library .rodata)), file $(stat -c %s $library)," \
+      "needs $(dynamic $library NEEDED | xargs)"
+  done
+  check_arm64_code $library
+  [ "$text" -le $ARM64_TEXT_LIMIT ] || die "arm64: text of $text bytes exceeds $ARM64_TEXT_LIMIT"
+  say "sizes: arm64: $((ARM64_TEXT_LIMIT - text)) bytes below the limit of $ARM64_TEXT_LIMIT"
+}
