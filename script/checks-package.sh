@@ -68,3 +68,25 @@ check_sizes() {
   [ "$text" -le $ARM64_TEXT_LIMIT ] || die "arm64: text of $text bytes exceeds $ARM64_TEXT_LIMIT"
   say "sizes: arm64: $((ARM64_TEXT_LIMIT - text)) bytes below the limit of $ARM64_TEXT_LIMIT"
 }
+
+# ---- the interface and its types --------------------------------------------------------------------------------
+
+# The library with debugging information that names no folder of this machine.
+build_for_abi() {
+  cmake --preset release -B build/abi -DCMAKE_CXX_FLAGS="-g -ffile-prefix-map=$PWD/=" -DBUILD_TESTING=OFF \
+    -DAWB_HOST_TOOLS=OFF >/dev/null
+  cmake --build build/abi --target awb_calibration
+}
+
+# Every exported function with its arguments, every structure of the public headers with its layout.
+check_abi() {
+  need_packages abigail-tools
+  build_for_abi
+  local checked_in=abi/libawb_calibration.abi.xml now=build/abi/libawb_calibration.abi.xml
+  abidw --headers-dir include/awb_calibration --drop-private-types --drop-undefined-syms --exported-interfaces-only \
+    --no-architecture --no-corpus-path --no-comp-dir-path --no-show-locs --no-elf-needed --type-id-style hash \
+    build/abi/libawb_calibration.so >$now
+  ! grep -nF "$PWD" $now || die "the description of the interface names a folder of this machine"
+  abidiff $checked_in $now || die "the interface has changed; if it was meant to: cp $now $checked_in"
+  say "abi: $(grep -c '<elf-symbol ' $now) symbols and their types are those of $checked_in"
+}
