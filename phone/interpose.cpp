@@ -296,11 +296,12 @@ INTERPOSE(int, ioctl, (int fd, unsigned long request, ...)) {
   va_start(arguments, request);
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
-  return on_descriptor("ioctl", fd, 0, [&](const Node* node, size_t) {
+  const auto real = [&](const Node* node, size_t) {
     if (node == nullptr || node->kind == NodeKind::file) return NEXT(ioctl)(fd, request, argument);
     if (node->kind == NodeKind::nand) return phone::nand_ioctl(fd, request, argument);
     return phone::block_device_ioctl(fd, request, argument);
-  });
+  };
+  return on_descriptor("ioctl", fd, 0, real, phone::nand_request_name(request));
 }
 
 INTERPOSE(int, fstat, (int fd, struct stat* status)) {

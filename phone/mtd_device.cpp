@@ -143,6 +143,29 @@ bool is_nand_path(const std::string& phone_path) {
   return inserted != nullptr && phone_path == nand_device_name(inserted->geometry());
 }
 
+const char* nand_request_name(unsigned long request) {
+  switch (request) {
+    case MEMGETINFO:
+      return "ioctl MEMGETINFO";
+    case MEMGETREGIONCOUNT:
+      return "ioctl MEMGETREGIONCOUNT";
+    case MEMGETREGIONINFO:
+      return "ioctl MEMGETREGIONINFO";
+    case MEMERASE:
+      return "ioctl MEMERASE";
+    case MEMERASE64:
+      return "ioctl MEMERASE64";
+    case MEMGETBADBLOCK:
+      return "ioctl MEMGETBADBLOCK";
+    case MEMSETBADBLOCK:
+      return "ioctl MEMSETBADBLOCK";
+    case ECCGETSTATS:
+      return "ioctl ECCGETSTATS";
+    default:
+      return nullptr;
+  }
+}
+
 bool nand_powered() {
   const NandLock lock(nand_mutex);
   return inserted == nullptr || inserted->powered();

@@ -22,6 +22,10 @@ void insert_nand(Nand* nand);
 ssize_t nand_read(int fd, void* buffer, size_t size, const off_t* offset);
 ssize_t nand_write(int fd, const void* buffer, size_t size, const off_t* offset);
 int nand_ioctl(int fd, unsigned long request, void* argument);
+
+/// "ioctl MEMERASE" and the like; null for a request of another kind.
+const char* nand_request_name(unsigned long request);
+
 bool nand_powered();
 void power_nand_on();
 bool is_nand_path(const std::string& phone_path);

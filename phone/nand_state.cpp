@@ -54,6 +54,14 @@ bool read_state_line(const std::string& text, NandState& state) {
   return found != numbers.end() && line >> *found->second;
 }
 
+/// In place: a file that is emptied first makes some file systems wait for the disk, here at every erase.
+void write_over(const fs::path& file, const std::string& text) {
+  std::fstream out(file, fs::exists(file) ? std::ios::in | std::ios::out : std::ios::out);
+  out << text;
+  if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
+  fs::resize_file(file, text.size());
+}
+
 void list_partitions(const fs::path& dir, const NandGeometry& geometry) {
   const uint64_t size = uint64_t{geometry.erase_size} * geometry.blocks;
   std::map<int, std::pair<uint64_t, const char*>> partitions = {{0, {0x40000, "misc"}},
@@ -98,8 +106,7 @@ bool has_nand(const fs::path& dir) {
 }
 
 void save_nand_state(const fs::path& dir, const NandState& state) {
-  const fs::path file = state_file(dir);
-  std::ofstream out(file, std::ios::trunc);
+  std::ostringstream out;
   out << "# The NAND chip whose content is " << nand_device_name(state.geometry).substr(1) << "\n"
       << "mtd " << state.geometry.mtd_number << "\nerase_size " << state.geometry.erase_size << "\nblocks "
       << state.geometry.blocks << "\nfactory_bad " << state.geometry.factory_bad.size();
@@ -110,7 +117,7 @@ void save_nand_state(const fs::path& dir, const NandState& state) {
         << (state.blocks[i].bad ? " bad" : " good") << "\n";
   for (const NandViolation& violation : state.violations)
     out << "violation " << violation.offset << ' ' << violation.what << "\n";
-  if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
+  write_over(state_file(dir), out.str());
 }
 
 NandState read_nand_state(const fs::path& dir) {

@@ -78,7 +78,7 @@ struct LogLine {
 };
 
 /// One intercepted call on a redirected path or on a descriptor opened through one. `path` is the phone's
-/// path.
+/// path. MTD requests are told apart here ("ioctl MEMERASE"); a Fault matches them all by "ioctl".
 struct Call {
   std::string name;  ///< base name without 64-bit or fortify suffixes: "open", "read", "lseek", "ioctl", ...
   std::string path;
