@@ -90,3 +90,103 @@ check_abi() {
   abidiff $checked_in $now || die "the interface has changed; if it was meant to: cp $now $checked_in"
   say "abi: $(grep -c '<elf-symbol ' $now) symbols and their types are those of $checked_in"
 }
+
+# ---- the installed package --------------------------------------------------------------------------------------
+
+# Release build without tests, as a distribution makes it.
+build_package() {
+  cmake --preset release -B build/package -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
+  cmake --build build/package
+}
+
+# The example does on the virtual phone what docs/integrate.md shows: run_example PROGRAM
+run_example() {
+  local folder
+  folder=$(mktemp -d)
+  "$1" "$folder/phone" >"$folder/output"
+  diff -u examples/camera_start.txt "$folder/output" || die "$1 printed something else"
+  [ "$(stat -c %s "$folder/phone/data/misc/camera/awb_cal")" = 32 ] || die "$1 left no record in its phone"
+  # The second time it meets the phone of the first.
+  "$1" "$folder/phone" >"$folder/output"
+  diff -u examples/camera_start.txt "$folder/output" || die "$1 printed something else the second time"
+  rm -r "$folder"
+}
+
+# From the tree of `cmake --install`, by find_package().
+check_example_with_cmake() {
+  rm -rf build/package/prefix build/package/example
+  cmake --install build/package --prefix "$PWD/build/package/prefix" >/dev/null
+  cmake -S examples -B build/package/example -DCMAKE_PREFIX_PATH="$PWD/build/package/prefix" >/dev/null
+  cmake --build build/package/example
+  run_example build/package/example/camera_start
+}
+
+# From the unpacked Debian package, by pkg-config.
+check_example_with_pkg_config() {
+  rm -rf build/package/deb && mkdir build/package/deb
+  (cd build/package && cpack --config CPackConfig.cmake -B deb >/dev/null)
+  dpkg-deb -x build/package/deb/libawb-calibration-dev_*.deb build/package/deb/root
+  local libraries flags
+  libraries=$(dirname "$(find "$PWD/build/package/deb/root" -name libvirtual_phone.so)")
+  flags=$(PKG_CONFIG_PATH=$libraries/pkgconfig \
+    pkg-config --cflags --libs awb_calibration awb_calibration_virtual_phone)
+  gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -o build/package/deb/camera_start examples/camera_start.c \
+    $flags -Wl,-rpath,"$libraries"
+  run_example build/package/deb/camera_start
+}
+
+# The pages read without a complaint, and the tool's page has every command of the tool.
+check_manual() {
+  local page command root=build/package/deb/root
+  for page in $root/usr/share/man/man*/*; do
+    [ -z "$(man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null)" ] || die "$page has warnings"
+  done
+  $root/usr/bin/awbcal --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF { print $1 }' |
+    while read -r command; do
+      zcat -f $root/usr/share/man/man1/awbcal.1* | grep -qx "\.B $command" || die "man/awbcal.1 lacks '$command'"
+    done
+}
+
+check_install() {
+  need_packages pkgconf dpkg-dev file man-db groff
+  build_package
+  check_example_with_cmake
+  check_example_with_pkg_config
+  check_manual
+  say "install: the example runs from the installed tree (CMake) and the Debian package (pkg-config)"
+}
+
+# ---- the platform's own headers and log -------------------------------------------------------------------------
+
+# Where Debian's packages put them: Android's own tree has <android/log.h> and <cutils/properties.h>.
+PLATFORM_HEADERS=/usr/include/android
+
+# The same questions to both sets of declarations; <sys/system_properties.h> is ours in either.
+check_declarations() {
+  local flags="-std=c++20 -Wall -Wextra -Werror -fsyntax-only -I."
+  g++ $flags -Iphone/include tests/platform_declarations.cpp
+  g++ $flags -isystem $PLATFORM_HEADERS -idirafter phone/include tests/platform_declarations.cpp
+  g++ $flags -isystem $PLATFORM_HEADERS -idirafter phone/include -E tests/platform_declarations.cpp |
+    grep "\"$PLATFORM_HEADERS/cutils/properties.h\"" >/dev/null || die "the platform's headers were not used"
+}
+
+# The packaged log as the sink of the library's lines.
+check_packaged_log() {
+  rm -rf build/platform/prefix build/platform/log
+  cmake --install build/platform --prefix "$PWD/build/platform/prefix" >/dev/null
+  cmake -S tests/packaged_log -B build/platform/log -DCMAKE_PREFIX_PATH="$PWD/build/platform/prefix" >/dev/null
+  cmake --build build/platform/log
+  build/platform/log/packaged_log build/platform/log/phone 2>build/platform/log/lines
+  grep -E '^camera_calibration I .* awb_read_fuseid: ctrlfd = 4711$' build/platform/log/lines ||
+    die "the line is not in the packaged log's output: $(cat build/platform/log/lines)"
+}
+
+check_platform() {
+  need_packages android-liblog-dev android-libcutils-dev android-liblog
+  check_declarations
+  cmake --preset release -B build/platform -DCMAKE_CXX_FLAGS="-isystem $PLATFORM_HEADERS" -DBUILD_TESTING=OFF \
+    -DAWB_HOST_TOOLS=OFF >/dev/null
+  cmake --build build/platform
+  check_packaged_log
+  say "platform: our declarations are the platform's, and its packaged log takes the library's lines"
+}

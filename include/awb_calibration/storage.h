@@ -40,7 +40,7 @@ struct mtd_partition {
  *  it is. */
 struct partition_handle {
   struct mtd_partition* mtd; /**< used when `emmc` is null */
-  struct emmc_state* emmc; /**< tested first by every call */
+  struct emmc_state* emmc;   /**< tested first by every call */
 };
 
 /** Opens the partition called `name`: as an eMMC partition, else as an MTD partition.
