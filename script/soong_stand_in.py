@@ -62,7 +62,8 @@ class Build:
         return module
 
     def run(self, command):
-        subprocess.run(command, check=True, stdout=sys.stderr)
+        if subprocess.run(command, stdout=sys.stderr).returncode != 0:
+            raise SystemExit(f"Android.bp: failed: {' '.join(command)}")
 
     def compile(self, source, flags, name):
         made = f"{self.folder}/{name}/{source.replace('/', '_')}.o"
