@@ -8,6 +8,7 @@ set_target_properties(cutils_stand_in PROPERTIES OUTPUT_NAME cutils
   LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/stand_in)
 target_include_directories(cutils_stand_in PRIVATE ${PROJECT_SOURCE_DIR})
 
-target_link_libraries(awb_calibration PRIVATE cutils_stand_in log)
+target_link_libraries(awb_calibration PRIVATE $<TARGET_FILE:cutils_stand_in> log)
+add_dependencies(awb_calibration cutils_stand_in)
 # It is not ours to install, and the phone finds its own by name.
 set_target_properties(awb_calibration PROPERTIES SKIP_BUILD_RPATH ON)

@@ -190,3 +190,55 @@ check_platform() {
   check_packaged_log
   say "platform: our declarations are the platform's, and its packaged log takes the library's lines"
 }
+
+# ---- the platform tree's and the NDK's builds, as far as they can be tried here ---------------------------------
+
+# Every test in a process of its own, as the platform tree's runner isolates them.
+run_isolated() {
+  local program=$1
+  "$program" --gtest_list_tests | awk '/^[^ ]/ { suite = $1 } /^ / { print suite $1 }' |
+    xargs -P 2 -I {} "$program" --gtest_filter={} --gtest_brief=1 >build/android/tests.log ||
+    die "a test fails; see build/android/tests.log"
+  [ "$(grep -c '^\[  PASSED  \] 1 test' build/android/tests.log)" -gt 100 ] || die "hardly any test was run"
+}
+
+check_android_bp() {
+  local library
+  bpfmt -d Android.bp >build/android/bpfmt.diff
+  [ ! -s build/android/bpfmt.diff ] || die "bpfmt would change Android.bp: $(cat build/android/bpfmt.diff)"
+  library=$(script/soong_stand_in.py build/android android libawb_calibration)
+  aarch64-linux-gnu-strip -o build/android/stripped.so "$library"
+  check_hardening build/android/stripped.so
+  check_arm64_code build/android/stripped.so
+  say "android: arm64 by clang: text $(size build/android/stripped.so | awk 'NR == 2 { print $1 }') bytes"
+  run_isolated "$(script/soong_stand_in.py build/android host libawb_calibration_test)"
+}
+
+# The NDK's way through CMake: its headers know the log but not the properties, its linker allows nothing undefined.
+check_ndk() {
+  local liblog
+  liblog=$(dirname "$(dpkg -L android-liblog | grep '/liblog\.so$')")
+  rm -rf build/ndk && mkdir -p build/ndk/include/android build/ndk/include/sys
+  ln -s $PLATFORM_HEADERS/android/log.h build/ndk/include/android/log.h
+  ln -s "$PWD/phone/include/sys/system_properties.h" build/ndk/include/sys/system_properties.h
+  printf '%s\n' 'int __system_property_get(const char* name, char* value);' \
+    'int __system_property_get(const char* name, char* value) { return name && value ? 0 : -1; }' |
+    gcc -shared -fPIC -x c - -o build/ndk/libproperties.so
+  cmake --preset release -B build/ndk/build -DANDROID=TRUE -DCMAKE_CXX_FLAGS="-isystem $PWD/build/ndk/include" \
+    -DCMAKE_SHARED_LINKER_FLAGS="-Wl,--no-undefined -L$liblog" \
+    -DCMAKE_C_STANDARD_LIBRARIES="$PWD/build/ndk/libproperties.so" >/dev/null
+  cmake --build build/ndk/build
+  say "android: the NDK's path: needs $(dynamic build/ndk/build/libawb_calibration.so NEEDED | xargs)"
+  dynamic build/ndk/build/libawb_calibration.so NEEDED | grep -x libcutils.so >/dev/null ||
+    die "the phone's libcutils.so would not be loaded"
+  [ -z "$(dynamic build/ndk/build/libawb_calibration.so RUNPATH)" ] || die "a folder of this machine is searched"
+  cmake --install build/ndk/build --prefix "$PWD/build/ndk/prefix" >/dev/null
+  [ -z "$(find build/ndk/prefix -name '*cutils*' -o -name '*phone*')" ] || die "stand-ins are installed"
+}
+
+check_android() {
+  need_packages blueprint-tools clang ccache python3 android-liblog android-liblog-dev $ARM64_PACKAGES
+  mkdir -p build/android build/sizes
+  check_android_bp
+  check_ndk
+}

@@ -18,10 +18,11 @@ import sys
 
 LISTS = {"cflags", "cppflags", "ldflags", "srcs", "exclude_srcs", "local_include_dirs", "export_include_dirs",
          "defaults", "shared_libs", "whole_static_libs"}
-SCALARS = {"name", "cpp_std", "vendor", "host_supported", "version_script", "stl", "allow_undefined_symbols"}
+SCALARS = {"name", "cpp_std", "vendor", "host_supported", "version_script", "stl", "allow_undefined_symbols",
+           "isolated"}
 PLATFORM_LIBRARIES = {"libcutils", "liblog"}
 GTEST = "/usr/src/googletest/googletest"
-COMPILER = {"host": ["clang++"], "android": ["clang++", "--target=aarch64-linux-gnu"]}
+COMPILER = {"host": ["clang++", "-O1"], "android": ["clang++", "--target=aarch64-linux-gnu"]}
 
 
 def read_modules(path):
@@ -72,7 +73,7 @@ class Build:
         return made
 
     def sources(self, module):
-        excluded = set(module.get("exclude_srcs", []))
+        excluded = {name for pattern in module.get("exclude_srcs", []) for name in glob.glob(pattern)}
         found = []
         for pattern in module["srcs"]:
             matches = sorted(set(glob.glob(pattern)) - excluded)
@@ -93,7 +94,7 @@ class Build:
     def objects(self, module):
         flags = self.flags(module)
         if module["kind"] == "cc_test_host":
-            flags += ["-I", f"{GTEST}/include"]
+            flags += ["-isystem", f"{GTEST}/include"]
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             jobs = [pool.submit(self.compile, s, flags, module["name"]) for s in self.sources(module)]
         return [job.result() for job in jobs]

@@ -250,7 +250,7 @@ TEST_F(MtdBackend, ReportsSeeksThatFail) {
   for (const auto& [nth, write] : {std::pair{1U, false}, {1U, true}, {2U, true}, {5U, true}}) {
     phone().clear_faults();
     phone().add_fault({.call = "lseek", .path = kMtdPath, .nth = nth});
-    const auto lines = lines_of([&] {
+    const auto lines = lines_of([&, nth = nth, write = write] {
       EXPECT_EQ(write ? mtd_write(state(), 1, 1, &byte) : mtd_read(state(), 1, 1, &byte), -1) << nth;
     });
     const char* text = write ? "mtd_write(): lseek64(): Input/output error\n"
@@ -311,8 +311,9 @@ TEST_F(MtdBackend, BadArgumentsTouchNothing) {
       {[&] { return mtd_close(nullptr); }, ME("mtd_close(): invalid argument!\n")},
   };
   for (const auto& [call, line] : rows) {
-    const auto calls =
-        calls_of([&] { EXPECT_EQ(lines_of([&] { EXPECT_EQ(call(), -1); }), std::vector{line}); });
+    const auto calls = calls_of([&, call = call, line = line] {
+      EXPECT_EQ(lines_of([&] { EXPECT_EQ(call(), -1); }), std::vector{line});
+    });
     EXPECT_TRUE(calls.empty()) << line.text;
   }
   EXPECT_EQ(byte, 0xA5);
