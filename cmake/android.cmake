@@ -6,7 +6,7 @@
 add_library(cutils_stand_in SHARED cmake/cutils_stand_in.c)
 set_target_properties(cutils_stand_in PROPERTIES OUTPUT_NAME cutils
   LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/stand_in)
-target_include_directories(cutils_stand_in PRIVATE ${PROJECT_SOURCE_DIR})
+target_compile_options(cutils_stand_in PRIVATE -idirafter ${PROJECT_SOURCE_DIR}/phone/include)
 
 target_link_libraries(awb_calibration PRIVATE $<TARGET_FILE:cutils_stand_in> log)
 add_dependencies(awb_calibration cutils_stand_in)

@@ -1,6 +1,5 @@
 /* Linked in the place of the phone's libcutils.so, which the NDK lacks; never installed, never run. */
-#include "phone/include/cutils/properties.h"
-
+#include <cutils/properties.h>
 #include <stdlib.h>
 
 int property_get(const char* key, char* value, const char* default_value) {

@@ -217,15 +217,16 @@ check_android_bp() {
 # The NDK's way through CMake: its headers know the log but not the properties, its linker allows nothing undefined.
 check_ndk() {
   local liblog
-  liblog=$(dirname "$(dpkg -L android-liblog | grep '/liblog\.so$')")
+  liblog=$(dpkg -L android-liblog | grep '/liblog\.so$')
   rm -rf build/ndk && mkdir -p build/ndk/include/android build/ndk/include/sys
   ln -s $PLATFORM_HEADERS/android/log.h build/ndk/include/android/log.h
+  ln -s "$liblog" build/ndk/liblog.so
   ln -s "$PWD/phone/include/sys/system_properties.h" build/ndk/include/sys/system_properties.h
   printf '%s\n' 'int __system_property_get(const char* name, char* value);' \
     'int __system_property_get(const char* name, char* value) { return name && value ? 0 : -1; }' |
     gcc -shared -fPIC -x c - -o build/ndk/libproperties.so
   cmake --preset release -B build/ndk/build -DANDROID=TRUE -DCMAKE_CXX_FLAGS="-isystem $PWD/build/ndk/include" \
-    -DCMAKE_SHARED_LINKER_FLAGS="-Wl,--no-undefined -L$liblog" \
+    -DCMAKE_SHARED_LINKER_FLAGS="-Wl,--no-undefined -L$PWD/build/ndk" \
     -DCMAKE_C_STANDARD_LIBRARIES="$PWD/build/ndk/libproperties.so" >/dev/null
   cmake --build build/ndk/build
   say "android: the NDK's path: needs $(dynamic build/ndk/build/libawb_calibration.so NEEDED | xargs)"
