@@ -243,3 +243,14 @@ check_android() {
   check_android_bp
   check_ndk
 }
+
+# ---- the reference ----------------------------------------------------------------------------------------------
+
+check_reference() {
+  need_packages doxygen
+  rm -rf build/doxygen && mkdir -p build/doxygen
+  doxygen docs/Doxyfile
+  [ -f build/doxygen/html/correction_8h.html ] || die "doxygen made no page of correction.h"
+  script/record-maps --check
+  say "reference: no warning, and the maps are those of records/record_layouts.h"
+}
