@@ -61,16 +61,21 @@ void draw_map(const char* title, const char* form, size_t size, const std::vecto
   std::printf("\n");
 }
 
+void complain(const char* title) {
+  std::fprintf(stderr, "the fields named here do not cover: %s\n", title);
+  std::exit(1);
+}
+
 /// A line per field; a record that the fields do not cover has grown one that is missing here.
 void list_fields(const char* title, size_t size, const std::vector<Field>& fields) {
   size_t end = 0;
   std::printf("%s, %zu bytes:\n\n  offset  bytes  field\n", title, size);
   for (const Field& field : fields) {
-    if (field.offset != end) std::exit(1);
+    if (field.offset != end) complain(title);
     std::printf("  %6zu  %5zu  %s\n", field.offset, field.size, field.name);
     end = field.offset + field.size;
   }
-  if (end != size) std::exit(1);
+  if (end != size) complain(title);
   std::printf("\n");
 }
 

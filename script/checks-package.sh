@@ -109,6 +109,9 @@ run_example() {
   # The second time it meets the phone of the first.
   "$1" "$folder/phone" >"$folder/output"
   diff -u examples/camera_start.txt "$folder/output" || die "$1 printed something else the second time"
+  # Where no phone can be had it says so, and nothing is let loose on the host.
+  ! "$1" "$folder/output/phone" 2>"$folder/output" || die "$1 went on without a phone"
+  grep '^virtual phone: ' "$folder/output" >/dev/null || die "$1 did not say why there is no phone"
   rm -r "$folder"
 }
 
@@ -203,7 +206,7 @@ run_isolated() {
 }
 
 check_android_bp() {
-  local library
+  local library program
   bpfmt -d Android.bp >build/android/bpfmt.diff
   [ ! -s build/android/bpfmt.diff ] || die "bpfmt would change Android.bp: $(cat build/android/bpfmt.diff)"
   library=$(script/soong_stand_in.py build/android android libawb_calibration)
@@ -211,7 +214,8 @@ check_android_bp() {
   check_hardening build/android/stripped.so
   check_arm64_code build/android/stripped.so
   say "android: arm64 by clang: text $(size build/android/stripped.so | awk 'NR == 2 { print $1 }') bytes"
-  run_isolated "$(script/soong_stand_in.py build/android host libawb_calibration_test)"
+  program=$(script/soong_stand_in.py build/android host libawb_calibration_test)
+  run_isolated "$program"
 }
 
 # The NDK's way through CMake: its headers know the log but not the properties, its linker allows nothing undefined.
