@@ -130,14 +130,14 @@ TEST_F(ModulePoints, TheTuningsGoldenSampleServesTheOlderEntryToo) {
 }
 
 TEST_F(ModulePoints, AGoldenValueOfZeroEndsTheCall) {
-  put_words(kAwbFile[0], awb(1099, kMain));
+  put_words(kAwbFile[0], record(1099, kMain, {0x80000000, 788}));
   put_words(kFlashFile[0], record(3099, kMain, kTwoLeds));
   for (const float golden : {0.0F, -0.0F, -1.0F, std::nanf("")}) {
     for (const size_t place : {2979U, 3011U}) {
       Floats tuning = made_tuning();
       tuning[place] = golden;
       const Call made = call(tuning);
-      EXPECT_EQ(made.ratios[0], golden == 0 ? 77 : 0.76953125F) << golden;
+      EXPECT_EQ(made.ratios[0], golden == 0 ? 77 : 2097152) << golden;
       EXPECT_EQ(made.tuning[3113], golden == 0 ? 2 : 0.5F) << "the flash step is left out as well";
       EXPECT_EQ(made.log.back() == E("[AWB Calibration] invalid GS ratio\n"), golden == 0);
     }
