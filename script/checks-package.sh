@@ -228,7 +228,7 @@ check_ndk() {
   ln -s "$PWD/phone/include/sys/system_properties.h" build/ndk/include/sys/system_properties.h
   printf '%s\n' 'int __system_property_get(const char* name, char* value);' \
     'int __system_property_get(const char* name, char* value) { return name && value ? 0 : -1; }' |
-    gcc -shared -fPIC -x c - -o build/ndk/libproperties.so
+    gcc -shared -fPIC -Wl,-soname,libproperties.so -x c - -o build/ndk/libproperties.so
   cmake --preset release -B build/ndk/build -DANDROID=TRUE -DCMAKE_CXX_FLAGS="-isystem $PWD/build/ndk/include" \
     -DCMAKE_SHARED_LINKER_FLAGS="-Wl,--no-undefined -L$PWD/build/ndk" \
     -DCMAKE_C_STANDARD_LIBRARIES="$PWD/build/ndk/libproperties.so" >/dev/null
