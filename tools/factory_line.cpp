@@ -135,15 +135,6 @@ RunResult FactoryRun::run() {
 
 }  // namespace
 
-const char* camera_name(calib::Camera camera) {
-  static constexpr calib::PerCamera kNames{.main = "main", .front = "front", .sub = "sub"};
-  return kNames.of(camera);
-}
-
-int camid_of(calib::Camera camera) {
-  return static_cast<int>(camera);
-}
-
 CameraFiles camera_files(const phone::VirtualPhone& phone) {
   CameraFiles files;
   for (const auto& entry : fs::directory_iterator(phone.host_path("/data/misc/camera"))) {
