@@ -58,7 +58,7 @@ bool find_strongest(const CctLedTable& table, size_t& pos1, size_t& pos2) {
       max1 = table.entry[i].led1;
       pos1 = i;
     }
-    // LED 2 lags by one entry: one is tested and its neighbour taken. The tunings were made to fit that.
+    // LED 2 lags by one entry: one is tested and its neighbour below is taken. Kept.
     if (table.entry[table.count - i].led2 > max2) {
       max2 = table.entry[last - i].led2;
       pos2 = last - i;

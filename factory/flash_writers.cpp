@@ -55,8 +55,8 @@ void write_cache(const Writer& writer, uint8_t camid, const void* record, size_t
     return;
   }
   LOGI("[Flash Calibration] write cabuff to /data/misc/camera/awb_cal");
-  // The sub camera's record goes into the main camera's file, yet the mode is set on the front camera's. The
-  // factory tool has always found its files so.
+  // The sub camera's record goes into the main camera's file, yet the mode is set on the front camera's.
+  // Kept.
   calib::finish_replacement(fd, record, size, camid != 0 ? writer.front_cache : writer.cache);
 }
 

@@ -162,9 +162,10 @@ bool read_fault_line(const std::string& line, FaultFile& faults) {
 
 }  // namespace
 
-Verdict judge_file_call(std::string_view call, std::string_view path) {
+Verdict judge_file_call(std::string_view call, std::string_view path, const char* journal_name) {
   const std::lock_guard lock(state().mutex);
-  if (state().journal_kept) state().journal.push_back({std::string(call), std::string(path)});
+  const std::string_view name = journal_name != nullptr ? journal_name : call;
+  if (state().journal_kept) state().journal.push_back({std::string(name), std::string(path)});
   return strike(call, path, true);
 }
 

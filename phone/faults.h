@@ -19,7 +19,7 @@ struct Verdict {
 };
 
 /// A file call is about to be made: enters it in the journal and asks the faults.
-Verdict judge_file_call(std::string_view call, std::string_view path);
+Verdict judge_file_call(std::string_view call, std::string_view path, const char* journal_name = nullptr);
 
 /// A call that is no file call ("property_get", "malloc", ...): not in the journal, and never struck by "*".
 Verdict judge_service_call(std::string_view call, std::string_view subject);

@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -23,11 +24,21 @@ bool under(const std::string& path, std::string_view dir) {
 constexpr unsigned mmc_major = 179;
 constexpr unsigned mtd_major = 90;
 
-template <typename Status>
-void show_node(const std::string& path, Status& status) {
+void show_node(const std::string& path, struct stat& status) {
   if (!S_ISREG(status.st_mode)) return;
   if (under(path, "/dev/block/")) show_as_device(status, S_IFBLK, mmc_major, 0);
   if (under(path, "/dev/mtd/")) show_as_device(status, S_IFCHR, mtd_major, 0);
+}
+
+void show_node_extended(const std::string& path, struct statx& extended) {
+  struct stat status = {};
+  status.st_mode = extended.stx_mode;
+  status.st_size = static_cast<off_t>(extended.stx_size);
+  show_node(path, status);
+  extended.stx_mode = static_cast<decltype(extended.stx_mode)>(status.st_mode);
+  extended.stx_size = static_cast<decltype(extended.stx_size)>(status.st_size);
+  extended.stx_rdev_major = major(status.st_rdev);
+  extended.stx_rdev_minor = minor(status.st_rdev);
 }
 
 int opened(int fd, const std::string* phone_path) {
@@ -285,11 +296,12 @@ INTERPOSE(int, ioctl, (int fd, unsigned long request, ...)) {
   va_start(arguments, request);
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
-  return on_descriptor("ioctl", fd, 0, [&](const Node* node, size_t) {
+  const auto real = [&](const Node* node, size_t) {
     if (node == nullptr || node->kind == NodeKind::file) return NEXT(ioctl)(fd, request, argument);
     if (node->kind == NodeKind::nand) return phone::nand_ioctl(fd, request, argument);
     return phone::block_device_ioctl(fd, request, argument);
-  });
+  };
+  return on_descriptor("ioctl", fd, 0, real, phone::nand_request_name(request));
 }
 
 INTERPOSE(int, fstat, (int fd, struct stat* status)) {
@@ -326,8 +338,22 @@ INTERPOSE_ALIAS(lstat64, lstat);
 
 INTERPOSE(int, statx, (int dir, const char* path, int flags, unsigned mask, struct statx* status)) {
   const Links links = links_unless(flags, AT_SYMLINK_NOFOLLOW);
-  return on_path("stat", path, links,
-                 [&](const char* at, auto*) { return NEXT(statx)(dir, at, flags, mask, status); });
+  return on_path("stat", path, links, [&](const char* at, const std::string* phone_path) {
+    const int result = NEXT(statx)(dir, at, flags, mask, status);
+    if (result == 0 && phone_path != nullptr) phone::show_node_extended(*phone_path, *status);
+    return result;
+  });
+}
+
+// Programs that list a directory ask for these of every entry.
+INTERPOSE(ssize_t, getxattr, (const char* path, const char* name, void* value, size_t size)) {
+  return on_path("getxattr", path, Links::follow,
+                 [&](const char* at, auto*) { return NEXT(getxattr)(at, name, value, size); });
+}
+
+INTERPOSE(ssize_t, lgetxattr, (const char* path, const char* name, void* value, size_t size)) {
+  return on_path("getxattr", path, Links::keep_last,
+                 [&](const char* at, auto*) { return NEXT(lgetxattr)(at, name, value, size); });
 }
 
 INTERPOSE(int, access, (const char* path, int mode)) {

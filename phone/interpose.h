@@ -11,7 +11,7 @@
 
 #include "phone/descriptors.h"
 #include "phone/faults.h"
-#include "phone/nand.h"
+#include "phone/mtd_device.h"
 #include "phone/real.h"
 #include "phone/redirect.h"
 
@@ -81,13 +81,14 @@ auto on_path(const char* call, const char* path, Links links, Real&& real)
 }
 
 /// As a call that transfers up to `size` bytes; `real(node, size)` has a null node for what is not the
-/// phone's.
+/// phone's. The journal shows `journal_name` if there is one.
 template <typename Real>
-auto on_descriptor(const char* call, int fd, size_t size, Real&& real) -> decltype(real(node_of(fd), size)) {
+auto on_descriptor(const char* call, int fd, size_t size, Real&& real, const char* journal_name = nullptr)
+    -> decltype(real(node_of(fd), size)) {
   const Node* node = node_of(fd);
   if (node == nullptr) return real(node, size);
   const int error = decide([&] {
-    const Verdict verdict = judge_file_call(call, node->path);
+    const Verdict verdict = judge_file_call(call, node->path, journal_name);
     if (verdict.transfer >= 0) size = std::min(size, static_cast<size_t>(verdict.transfer));
     if (verdict.error != 0) return verdict.error;
     return node->kind == NodeKind::nand && !nand_powered() ? EIO : 0;

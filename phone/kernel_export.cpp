@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace phone {
@@ -46,11 +45,6 @@ constexpr Move moves[] = {
     {.from_slot = 0xEA0, .to_export = 0xF70, .size = 48},  // gyro
 };
 
-Bytes read_file(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
-
 void write_file(const std::filesystem::path& file, const Bytes& bytes) {
   std::ofstream out(file, std::ios::binary | std::ios::trunc);
   out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
@@ -78,6 +72,15 @@ Bytes camera_export(const Bytes& slot, const Bytes& lens_shading) {
 }
 
 }  // namespace
+
+Bytes read_file(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary | std::ios::ate);
+  if (!in) return {};
+  Bytes bytes(static_cast<size_t>(in.tellg()));
+  in.seekg(0);
+  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return bytes;
+}
 
 void export_calibration(const std::filesystem::path& dir, const Bytes& partition,
                         const std::string& page_size) {

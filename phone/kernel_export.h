@@ -9,6 +9,9 @@
 
 namespace phone {
 
+/// A file's bytes in one read; empty for one that does not open.
+std::vector<uint8_t> read_file(const std::filesystem::path& file);
+
 /// Writes the nodes under <dir>/sys/android_camera_awb_cal from the partition's bytes.
 void export_calibration(const std::filesystem::path& dir, const std::vector<uint8_t>& partition,
                         const std::string& page_size);

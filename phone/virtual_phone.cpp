@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -12,7 +11,8 @@
 #include "phone/faults.h"
 #include "phone/kernel_export.h"
 #include "phone/log.h"
-#include "phone/nand.h"
+#include "phone/mtd_device.h"
+#include "phone/nand_state.h"
 #include "phone/properties.h"
 #include "phone/redirect.h"
 
@@ -206,8 +206,7 @@ std::vector<uint8_t> VirtualPhone::partition() const {
     }
     return bytes;
   }
-  std::ifstream image(dir_ / emmc_image, std::ios::binary);
-  return std::vector<uint8_t>(std::istreambuf_iterator<char>(image), {});
+  return read_file(dir_ / emmc_image);
 }
 
 void VirtualPhone::write_partition(uint64_t offset, const void* data, size_t size) {

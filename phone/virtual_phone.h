@@ -2,12 +2,40 @@
 //
 // The library under it is the shipped one: what is replaced is the C library's file calls, the property
 // service and the log, by symbol interposition. Linked into a program (phone_linked) or preloaded
-// (libvirtual_phone.so), it redirects these paths, and nothing else, into the phone's folder:
+// (libvirtual_phone.so, see preload.cpp), it redirects these paths, and nothing else, into the phone's
+// folder:
 //
 //   /data/misc/camera  /sys/android_camera_awb_cal  /proc/emmc  /proc/mtd  /dev/block  /dev/mtd
 //
+// The folder is plain, and may be looked at and edited between and during runs:
+//
+//   properties          name=value lines
+//   faults              faults that strike from the next attach on; its first lines explain the format
+//   factory/            lens_shading_{main,front,sub}.bin and inhouse_3d.bin, for the boot export
+//   nand                bad-block marks, counters and violations of a NAND chip
+//   data/ dev/ proc/ sys/   the phone's files under their own names
+//
 // One phone is attached at a time; every call here is for one thread at a time, except that interposed calls
 // of other threads pass through safely.
+//
+// What it does not simulate:
+//   - permissions, SELinux and sysfs or procfs rules: a phone's file has what the host's file has;
+//   - paths relative to a working directory or to a directory's descriptor inside the phone, calls that name
+//   paths
+//     and are not interposed (scandir, realpath, utimensat, mmap, ...), and programs that make system calls
+//     themselves or were linked against a C library older than 2.33 (their stat());
+//   - streams on a device: fopen() opens it, but what the stream transfers is plain file I/O on the content,
+//   as
+//     the C library makes those calls where nobody can be put in between. The streams' calls that are
+//     intercepted are fopen, freopen, fclose, fread, fwrite, fgets, fputs, fseek, fflush; a fault leaves
+//     ferror() unset;
+//   - caches: what is written is on the medium at once, on eMMC also after a power cut;
+//   - NAND out-of-band data, page order within a block, wear, bit rot without a fault. The chip shows one
+//   erase
+//     region, as a NOR chip's driver would, so that MEMGETREGIONINFO can be tried;
+//   - two processes that use one NAND chip at the same time: each writes its own counters;
+//   - property triggers, watches and persistence rules; "ro." properties alone are protected, from
+//   property_set.
 #ifndef PHONE_VIRTUAL_PHONE_H
 #define PHONE_VIRTUAL_PHONE_H
 
@@ -50,18 +78,22 @@ struct LogLine {
 };
 
 /// One intercepted call on a redirected path or on a descriptor opened through one. `path` is the phone's
-/// path.
+/// path. MTD requests are told apart here ("ioctl MEMERASE"); a Fault matches them all by "ioctl".
 struct Call {
   std::string name;  ///< base name without 64-bit or fortify suffixes: "open", "read", "lseek", "ioctl", ...
   std::string path;
   bool operator==(const Call&) const = default;
 };
 
-/// Something that goes wrong, as data. A call matches by name ("*": any intercepted call) and path (exact, or
-/// a prefix that ends in '*', or empty: any). The nth match fails; `from_then_on`, all later ones too.
+/// Something that goes wrong, as data. A call matches by name ("*": any call of the journal) and path (exact,
+/// or a prefix that ends in '*', or empty: any). The nth match fails; `from_then_on`, all later ones too.
 /// `transfer` >= 0 makes a read or write move that many bytes (at most what was asked) instead of failing;
-/// otherwise the call returns its failure value with `error` in errno, and has no effect.
-/// Names besides the C library's: "malloc" (calls made by the library under test only), "property_get".
+/// otherwise the call returns its failure value with `error` in errno, and has no effect. A close() or
+/// fclose() that fails has closed all the same, as on Linux. Names besides the C library's, which are not in
+/// the journal and which "*" does not mean: "property_get",
+/// "__system_property_get" (nothing is found), "property_set", with the property's name as path;
+/// "__android_log_print", with the tag as path (the line is lost); and, in programs that link
+/// phone_malloc_faults, "malloc": malloc() and calloc() called by libawb_calibration.so.
 struct Fault {
   std::string call = "*";
   std::string path = {};
@@ -71,25 +103,31 @@ struct Fault {
   long transfer = -1;
 };
 
-/// What goes wrong on the NAND chip when `op` reaches `block` for the nth time (from 1).
+/// What goes wrong on the NAND chip when `op` reaches `block` for the nth time (from 1). A transfer reaches
+/// every block that it touches once. std::invalid_argument for what an operation cannot suffer: only `fail`
+/// for ask_bad and ecc_stats (which has no block).
 struct NandFault {
   enum class Op { erase, program, read, ask_bad, ecc_stats } op = Op::erase;
   enum class Effect {
-    fail,           ///< the call fails with EIO; an erase or program leaves the block half done
-    corrupt,        ///< the call succeeds, but a bit of the block is wrong from now on (program), or in this
-                    ///< transfer only (read)
+    fail,     ///< the call fails with EIO; an erase or program leaves the first half of the block, or of
+              ///< what was to be written in it, done
+    corrupt,  ///< the call succeeds, but the lowest bit of the first byte that it moves in the block is
+              ///< wrong, from now on (program) or in this transfer only (read)
     ecc_corrected,  ///< read: the data is right, the `corrected` counter moves by one
     ecc_failed,     ///< read: the data is as stored, the `failed` counter moves by one, the call succeeds
-    power_cut       ///< erase, program: half done, and from then on every call on the device fails with EIO
+    power_cut  ///< erase, program: half done, and from then on every call on the device but close() fails
+               ///< with EIO, until reboot(), Nand::clear_faults() or the next attach
   } effect = Effect::fail;
   int64_t block = -1;  ///< -1: any block
   unsigned nth = 1;
   bool from_then_on = false;
 };
 
-/// Something that a real chip or kernel would refuse and that correct software never asks for.
+/// Something that a real chip or kernel would refuse or suffer from, and that correct software never asks
+/// for.
 struct NandViolation {
-  std::string what;  ///< "unaligned erase", "program of a block that was not erased", ...
+  std::string what;  ///< "unaligned erase", "erase beyond the end", "erase of a bad block", "unaligned
+                     ///< write", "program of a bad block", "program of a block that was not erased"
   uint64_t offset;
 };
 
@@ -106,16 +144,17 @@ class Nand {
   virtual unsigned program_count(uint32_t block) const = 0;
   virtual void add_fault(const NandFault& fault) = 0;
   virtual void clear_faults() = 0;  ///< also powers the chip on again after a power cut
-  virtual std::vector<NandViolation> violations() const = 0;
+  virtual std::vector<NandViolation> violations() const = 0;  ///< also those of earlier attaches
 };
 
 class VirtualPhone {
  public:
-  /// Makes a new phone in `dir` (created; an existing phone there is refused with std::runtime_error) and
-  /// attaches it to this process.
+  /// Makes a new phone in `dir` (created; an existing phone there is refused with std::runtime_error),
+  /// attaches it to this process and boots it: the calibration export is there.
   static VirtualPhone create(const std::filesystem::path& dir, const Options& options = {});
 
-  /// Attaches the phone that is in `dir`.
+  /// Attaches the phone that is in `dir`; std::runtime_error if there is none or if one of its files cannot
+  /// be read, std::logic_error if a phone is attached already.
   static VirtualPhone attach(const std::filesystem::path& dir);
 
   VirtualPhone(VirtualPhone&& other) noexcept;
@@ -153,7 +192,7 @@ class VirtualPhone {
 
   // ---- faults and what was called ------------------------------------------------------------------------
   void add_fault(const Fault& fault);
-  void clear_faults();
+  void clear_faults();              ///< those of calls; the NAND chip has its own
   unsigned struck_faults() const;   ///< how often a Fault struck since the last clear; a sweep ends at 0
   std::vector<Call> take_calls();   ///< the intercepted calls since the last take
   size_t open_descriptors() const;  ///< descriptors now open on redirected paths

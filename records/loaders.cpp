@@ -101,7 +101,7 @@ void log_dual_camera_from_export(int32_t count, int32_t length) {
 }
 
 /// What a loader says. The lines about the export name the main camera's node whichever was read, and those
-/// of the dual-camera loader name cache files that do not exist: log scanners know them so.
+/// of the dual-camera loader name cache files that do not exist.
 struct Lines {
   PerCamera opening;
   void (*from_cache)(Camera camera, int32_t count);

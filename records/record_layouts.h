@@ -13,7 +13,7 @@
 //   0xE28  AEC record              36        0xEC0  A-light AWB record    32
 //
 // The gyro and the A-light record share 16 bytes: whichever is written last stays good, the other then fails
-// its CRC. Phones in the field have their records there, so both positions stay.
+// its CRC. Both positions are fixed.
 //
 // The kernel exports a 4000-byte image per camera with a layout of its own (kExport...), which readers fall
 // back to when a cache file is missing.

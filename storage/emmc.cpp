@@ -78,7 +78,7 @@ int find_in_proc_emmc(emmc_state* state, const char* name) {
     const EmmcEntry entry = parse_entry(line);
     if (entry.partition == nullptr || strcmp(entry.partition, name) != 0) continue;
     LOGD("found emmc partition [%s]=[%s]\n", entry.partition, entry.device);
-    snprintf(state->path, sizeof state->path, "/dev/block/%s", entry.device);
+    snprintf(state->path, sizeof state->path, "/dev/block/%.244s", entry.device);
     return 0;
   }
   return -1;

@@ -141,6 +141,48 @@ TEST_F(AwbcalDemo, LeavesTheRecordsThatItShows) {
   EXPECT_EQ(support::mode_of(files / "awb_A_light_cal"), 0644);
 }
 
+/// The fuse ID that the demo gave to a camera's module, from the phone's properties.
+support::Words fuse_words(const fs::path& phone, const std::string& camera) {
+  support::Words words;
+  std::istringstream properties(text_of(phone / "properties"));
+  for (std::string line; std::getline(properties, line);) {
+    const std::string name = "qor.camera.sensor." + camera + "_fuse" + std::to_string(words.size() + 1) + "=";
+    if (line.starts_with(name)) words.push_back(static_cast<uint32_t>(std::stoul(line.substr(name.size()))));
+  }
+  return words;
+}
+
+TEST_F(AwbcalDemo, LeavesTheOtherWritersRecords) {
+  ASSERT_EQ(run(in_phone()).exit_code, 0);
+  const support::Words fuse = fuse_words(phone(), "main");
+  ASSERT_EQ(fuse.size(), 4U);
+  const std::pair<size_t, Bytes> records[] = {
+      {0x20E08, support::sealed32({3099, 1772, 1618, fuse[0], fuse[1], fuse[2], fuse[3]})},
+      {0x20E6C,
+       support::sealed32({3099, 1506, 1750, 1101, 2498, 1296, 2028, fuse[0], fuse[1], fuse[2], fuse[3]})},
+      {0x20EA0, support::sealed64({3099, fuse[0], fuse[1], fuse[2], fuse[3]})}};
+  const Bytes mfg = partition();
+  for (const auto& [offset, record] : records) {
+    const auto at = mfg.begin() + static_cast<std::ptrdiff_t>(offset);
+    EXPECT_EQ(Bytes(at, at + static_cast<std::ptrdiff_t>(record.size())), record) << std::hex << offset;
+  }
+  EXPECT_EQ(text_of(dir_ / "phone/data/misc/camera/dual_calibration_success.txt"), "");
+}
+
+TEST_F(AwbcalDemo, ShowsWhatACameraStartChanges) {
+  const Outcome demo = run(in_phone());
+  const double ratio = support::word_at(partition(), 0x20004) / 1024.0 / 0.7539;
+  EXPECT_NE(demo.output.find(support::printf_text("0  0.4600  %.4f  %.4f", 0.46 * ratio, ratio)),
+            std::string::npos);
+  size_t same = 0;
+  for (size_t at = 0; (at = demo.output.find("every byte as from the cache files", at)) != std::string::npos;
+       ++at) {
+    ++same;
+  }
+  EXPECT_EQ(same, 3U) << "a start from the export gives the same tuning";
+  EXPECT_TRUE(fs::exists(dir_ / "phone/data/misc/camera/lsc_cal_sub_CAM")) << "the cache files were put back";
+}
+
 // ---- recorded streams
 // --------------------------------------------------------------------------------------
 

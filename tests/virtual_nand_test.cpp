@@ -177,7 +177,7 @@ TEST_F(VirtualNandTest, TransfersEndWithTheChipAndMoveThePosition) {
   close(read_only);
 }
 
-TEST_F(VirtualNandTest, BadMarksCountersAndContentSurviveInTheFolder) {
+TEST_F(VirtualNandTest, MarksCountersViolationsAndContentSurviveInTheFolder) {
   int64_t at = 5 * erase_size;
   ASSERT_EQ(ioctl(fd, MEMSETBADBLOCK, &at), 0);
   nand().mark_bad(6);
@@ -186,7 +186,10 @@ TEST_F(VirtualNandTest, BadMarksCountersAndContentSurviveInTheFolder) {
   nand().add_fault({.op = NandFault::Op::read, .effect = NandFault::Effect::ecc_failed});
   char byte = 0;
   ASSERT_EQ(pread(fd, &byte, 1, 0), 1);
+  EXPECT_EQ(erase(page), -1);
   reattach();
+  EXPECT_EQ(violations(), std::vector<std::string>{"unaligned erase"});
+  EXPECT_EQ(nand().violations().front().offset, page);
   for (uint32_t block = 0; block < blocks; ++block)
     EXPECT_EQ(is_bad(block * erase_size), block == 2 || block == 5 || block == 6) << block;
   EXPECT_EQ(ecc().failed, 1u);

@@ -219,6 +219,7 @@ TEST_F(VirtualPhoneTest, BlockDeviceLooksLikeOne) {
   ASSERT_EQ(fstat(block.fd, &status), 0);
   EXPECT_TRUE(S_ISBLK(status.st_mode));
   EXPECT_EQ(status.st_size, 0);
+  EXPECT_TRUE(fs::is_block_file(by_name));
   uint64_t bytes = 0;
   EXPECT_EQ(ioctl(block.fd, BLKGETSIZE64, &bytes), 0);
   EXPECT_EQ(bytes, 256u * 1024);

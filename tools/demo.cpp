@@ -5,7 +5,10 @@
 #include <memory>
 #include <stdexcept>
 
+#include "tools/camera_start.h"
 #include "tools/demo_folder.h"
+#include "tools/factory_writers.h"
+#include "tools/result_checks.h"
 #include "tools/run_report.h"
 
 namespace awbcal {
@@ -14,6 +17,9 @@ namespace {
 
 using calib::Camera;
 using phone::VirtualPhone;
+namespace fs = std::filesystem;
+
+constexpr Camera kCameras[] = {Camera::main, Camera::front, Camera::sub};
 
 constexpr Light kNormalLight{
     .name = "normal light", .rg = 0.7539, .bg = 0.5625, .luma_per_millisecond = 4.0, .is_a_light = false};
@@ -39,9 +45,16 @@ phone::Options phone_options(phone::Storage storage) {
   return options;
 }
 
+std::string nand_text(const phone::NandGeometry& chip) {
+  return fmt::format(
+      "A virtual phone with raw NAND: partition \"mfg\" is mtd{}, {} blocks of {} KiB, the first marked bad by the "
+      "factory that made the chip.",
+      chip.mtd_number, chip.blocks, chip.erase_size / 1024);
+}
+
 class Demo {
  public:
-  Demo(const DemoOptions& options, Terminal& terminal, const std::filesystem::path& dir)
+  Demo(const DemoOptions& options, Terminal& terminal, const fs::path& dir)
       : options_(options),
         terminal_(terminal),
         noise_(options.seed),
@@ -63,6 +76,8 @@ class Demo {
   RunResult run_line(const char* why, const RunPlan& plan);
   void calibrate(const char* why, const RunPlan& plan);
   void calibrate_briefly(const char* why, const RunPlan& plan);
+  void start_from_cache();
+  void start_from_export();
   void describe_folder();
 
   const DemoOptions& options_;
@@ -71,12 +86,13 @@ class Demo {
   VirtualPhone phone_;
   LogFile logcat_;
   ConsoleCapture console_;
-  bool all_finished_ = true;
+  std::vector<CameraStart> starts_;  ///< from the cache, by camid
+  bool all_done_ = true;
 };
 
 /// The camera driver publishes the fuse IDs of the modules that it finds.
 void Demo::fit_modules() {
-  for (const Camera camera : {Camera::main, Camera::front, Camera::sub}) {
+  for (const Camera camera : kCameras) {
     std::string words;
     for (int i = 1; i <= 4; ++i) {
       const uint32_t word = noise_.word();
@@ -90,12 +106,12 @@ void Demo::fit_modules() {
 
 void Demo::describe_phone() {
   terminal_.heading("The phone");
-  const bool on_nand = options_.storage == phone::Storage::nand;
-  terminal_.paragraph(on_nand
-                          ? "A virtual phone with raw NAND: partition \"mfg\" is mtd3, 16 blocks of "
-                            "128 KiB, the first marked bad by the factory that made the chip."
-                          : "A virtual phone with eMMC: partition \"mfg\" is /dev/block/mmcblk0p6, 1 MiB.");
-  terminal_.paragraph("The page size is 4096: the record area starts at 0x20000.");
+  terminal_.paragraph(options_.storage == phone::Storage::nand
+                          ? nand_text(phone_.nand().geometry())
+                          : "A virtual phone with eMMC: partition \"mfg\" is /dev/block/mmcblk0p6.");
+  const std::string page_size = phone_.property("ro.pagesize");
+  terminal_.paragraph(
+      fmt::format("The page size is {}: the record area starts at 0x{:x}.", page_size, area_base(page_size)));
   fit_modules();
 }
 
@@ -112,7 +128,7 @@ RunResult Demo::run_line(const char* why, const RunPlan& plan) {
   terminal_.heading(fmt::format("Calibrating the {} camera, {}", camera_name(plan.camera), plan.light.name));
   terminal_.paragraph(why);
   const RunResult result = run_calibration(phone_, plan, noise_, terminal_, console_);
-  all_finished_ = all_finished_ && result.has_finished;
+  all_done_ = all_done_ && result.has_finished;
   return result;
 }
 
@@ -135,6 +151,34 @@ void Demo::calibrate_briefly(const char* why, const RunPlan& plan) {
   show_verdict(terminal_, phone_, plan, result);
 }
 
+void Demo::start_from_cache() {
+  const CameraTuning before(kNormalLight);
+  for (const Camera camera : kCameras) {
+    terminal_.heading(fmt::format("The {} camera starts", camera_name(camera)));
+    starts_.push_back(start_camera(phone_, camera, kNormalLight));
+    show_start(terminal_, before, starts_.back());
+  }
+}
+
+void Demo::start_from_export() {
+  terminal_.heading("The cameras start without their cache files");
+  const fs::path files = phone_.host_path("/data/misc/camera");
+  const fs::path aside = files.string() + ".aside";
+  fs::rename(files, aside);
+  fs::create_directory(files);
+  for (const Camera camera : kCameras) {
+    const CameraStart start = start_camera(phone_, camera, kNormalLight);
+    const bool same = start.tuning == starts_.at(static_cast<size_t>(camid_of(camera))).tuning;
+    all_done_ = all_done_ && same;
+    terminal_.line(fmt::format("    {:<6} {}", camera_name(camera),
+                               same ? terminal_.styled("every byte as from the cache files", Style::good)
+                                    : terminal_.styled("differs from the start before", Style::bad)));
+  }
+  fs::remove(files);
+  fs::rename(aside, files);
+  terminal_.paragraph("The records came from the kernel's export. The cache files are put back.");
+}
+
 void Demo::describe_folder() {
   terminal_.heading("The folder");
   terminal_.paragraph("The phone stays, to be looked into; its whole log is in logcat.txt:");
@@ -155,8 +199,15 @@ bool Demo::run(std::vector<Frame> recorded) {
   calibrate("The second run, under A light, into a record of its own.",
             plan(Camera::main, kALight, kMainModule));
   calibrate_briefly("The pair's other half, in the same way.", plan(Camera::sub, kALight, kSubModule));
+  write_flash_records(phone_, terminal_, console_);
+  write_lens_shading(phone_, terminal_);
+  start_from_cache();
+  start_from_export();
+  write_gyro_and_dual_camera(phone_, terminal_, console_, noise_);
+  phone_.reboot();
+  show_result_checks(phone_, terminal_);
   describe_folder();
-  return all_finished_;
+  return all_done_;
 }
 
 }  // namespace
@@ -164,7 +215,7 @@ bool Demo::run(std::vector<Frame> recorded) {
 bool run_demo(const DemoOptions& options, Terminal& terminal) {
   std::vector<Frame> recorded;
   if (!options.frames.empty()) recorded = read_frames(options.frames);
-  const std::filesystem::path dir = prepare_demo_folder(options.dir);
+  const fs::path dir = prepare_demo_folder(options.dir);
   return Demo(options, terminal, dir).run(std::move(recorded));
 }
 

@@ -135,6 +135,15 @@ RunResult FactoryRun::run() {
 
 }  // namespace
 
+calib::FuseWords module_of(const phone::VirtualPhone& phone, calib::Camera camera) {
+  calib::FuseWords words{};
+  for (size_t i = 0; i < words.size(); ++i) {
+    const std::string name = fmt::format("qor.camera.sensor.{}_fuse{}", camera_name(camera), i + 1);
+    words[i] = static_cast<uint32_t>(std::stoll(phone.property(name, "0")));
+  }
+  return words;
+}
+
 CameraFiles camera_files(const phone::VirtualPhone& phone) {
   CameraFiles files;
   for (const auto& entry : fs::directory_iterator(phone.host_path("/data/misc/camera"))) {

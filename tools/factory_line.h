@@ -15,6 +15,9 @@
 
 namespace awbcal {
 
+/// The fuse ID that the camera driver published for the fitted module.
+calib::FuseWords module_of(const phone::VirtualPhone& phone, calib::Camera camera);
+
 struct RunPlan {
   calib::Camera camera;
   Light light;

@@ -78,7 +78,7 @@ class PhoneFolder {
     find_partition();
     for (const std::string& path : paths_) add(path);
     if (std::none_of(input_.files.begin(), input_.files.end(),
-                     [](const InputFile& file) { return file.layout != Layout::other; })) {
+                     [](const InputFile& file) { return file.layout < Layout::text; })) {
       throw InputError(fmt::format("{}: holds no file of a phone's calibration", options_.path));
     }
     find_records(input_, options_);
@@ -117,7 +117,10 @@ class PhoneFolder {
     if (path == "properties" || leaf == "getprop.txt" || leaf.ends_with(".prop")) {
       return {.path = path, .layout = Layout::properties};
     }
-    return {.path = path, .layout = leaf.ends_with(".txt") ? Layout::text : Layout::other};
+    // What the partition is found by belongs to the phone as much as its reports do.
+    static const std::set<std::string> kTables = {"proc/emmc", "proc/mtd", "nand", "faults"};
+    const bool is_text = leaf.ends_with(".txt") || kTables.contains(path);
+    return {.path = path, .layout = is_text ? Layout::text : Layout::other};
   }
 
   void add(const std::string& path) {

@@ -48,12 +48,12 @@ constexpr FieldSpec kAecFields[] = {FIELD(AecRecord, valid_word, valid_word, "va
                                     FIELD(AecRecord, crc, crc, "CRC")};
 
 constexpr FieldSpec kDualFlashFields[] = {FIELD(DualFlashRecord, valid_word, valid_word, "valid word"),
-                                          ELEMENT(DualFlashRecord, x1, 0, signed_word, "LED 1, R gain"),
-                                          ELEMENT(DualFlashRecord, x1, 1, signed_word, "LED 1, B gain"),
-                                          ELEMENT(DualFlashRecord, x2, 0, signed_word, "LED 2, R gain"),
-                                          ELEMENT(DualFlashRecord, x2, 1, signed_word, "LED 2, B gain"),
-                                          ELEMENT(DualFlashRecord, x3, 0, signed_word, "both, R gain"),
-                                          ELEMENT(DualFlashRecord, x3, 1, signed_word, "both, B gain"),
+                                          ELEMENT(DualFlashRecord, x1, 0, signed_word, "LED 1 R gain"),
+                                          ELEMENT(DualFlashRecord, x1, 1, signed_word, "LED 1 B gain"),
+                                          ELEMENT(DualFlashRecord, x2, 0, signed_word, "LED 2 R gain"),
+                                          ELEMENT(DualFlashRecord, x2, 1, signed_word, "LED 2 B gain"),
+                                          ELEMENT(DualFlashRecord, x3, 0, signed_word, "both R gain"),
+                                          ELEMENT(DualFlashRecord, x3, 1, signed_word, "both B gain"),
                                           FUSE_WORDS(DualFlashRecord),
                                           FIELD(DualFlashRecord, crc, crc, "CRC")};
 
@@ -133,7 +133,7 @@ constexpr Reader kAwbReaders[] = {
     {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data["},
     {"Sensor_Check_AWB_Calibration_Result", passes<Sensor_Check_AWB_Calibration_Result>, nullptr}};
 constexpr Reader kALightReaders[] = {
-    {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data["}};
+    {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data[", "A light data:"}};
 constexpr Reader kFlashReaders[] = {
     {"QOR_AWB_Calibration_Reference_Points_Correction", run_reference_points,
      "] Load Flashlight-Calibraton data"},
@@ -183,7 +183,8 @@ constexpr std::array kRecords = {
                .cache = {"awb_A_light_cal", "awb_A_light_cal_front_CAM", "awb_A_light_cal_sub_CAM"},
                .is_judged = true,
                .front_may_bear_main = true,
-               .readers = kALightReaders},
+               .readers = kALightReaders,
+               .companion = RecordKind::awb},
     RecordSpec{.kind = RecordKind::flash,
                .id = "flash",
                .name = "flash record",

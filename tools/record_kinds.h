@@ -47,6 +47,8 @@ struct Reader {
   bool (*run)();
   /// Part of the line that it logs exactly when it uses the record; null: its answer tells.
   const char* line_when_used;
+  /// Part of the line from which on that counts: a reader of two records logs the same for both.
+  const char* from_line = nullptr;
 };
 
 /// Cache files per camera; null: none.
@@ -77,6 +79,7 @@ struct RecordSpec {
   calib::JudgementRule rule = {
       .first_version = 0, .last_version = 3, .zero_first_fuse_word_matches_any = true};
   std::span<const Reader> readers = {};
+  std::optional<RecordKind> companion = {};  ///< read first by the same reader, and decides how it goes on
 };
 
 std::span<const RecordSpec> record_specs();

@@ -27,15 +27,6 @@ StoredRecord stored_record(const phone::VirtualPhone& phone, RecordKind kind, Ca
   return {spec, offset, Bytes(first, first + static_cast<std::ptrdiff_t>(spec.size))};
 }
 
-calib::FuseWords module_of(const phone::VirtualPhone& phone, Camera camera) {
-  calib::FuseWords words{};
-  for (size_t i = 0; i < words.size(); ++i) {
-    const std::string name = fmt::format("qor.camera.sensor.{}_fuse{}", camera_name(camera), i + 1);
-    words[i] = static_cast<uint32_t>(std::stoll(phone.property(name, "0")));
-  }
-  return words;
-}
-
 constexpr size_t kShownAtMost = 8;
 
 /// The last event and those at the start: a run that is never stored has one with every frame.
@@ -110,6 +101,25 @@ std::string first_lines(const std::string& text) {
   return text.substr(0, end) + (left > 0 ? fmt::format("({} more lines)\n", left) : "");
 }
 
+std::string failed_rules(const std::vector<RuleResult>& rules) {
+  std::string names;
+  for (const RuleResult& rule : rules) {
+    if (!rule.passed) names += fmt::format("{} {}", names.empty() ? "bad" : ",", rule.rule);
+  }
+  return names;
+}
+
+/// What the record was written for: not its valid word, module and checksum.
+std::string measured_values(const StoredRecord& record) {
+  std::string values;
+  for (const Field& field : decode(record.spec, record.bytes)) {
+    if (field.offset == 0 || field.name.starts_with("fuse") || field.name == "CRC") continue;
+    values += fmt::format("{}{} {}", values.empty() ? "" : ", ", field.name,
+                          field.meaning.empty() ? field.value : field.meaning);
+  }
+  return values;
+}
+
 }  // namespace
 
 Cell verdict_cell(bool passed) {
@@ -166,6 +176,20 @@ void show_record(Terminal& terminal, phone::VirtualPhone& phone, RecordKind kind
     rules.row({verdict_cell(rule.passed), rule.rule, rule.why});
   }
   rules.print(terminal);
+}
+
+void show_records(Terminal& terminal, const phone::VirtualPhone& phone,
+                  const std::vector<std::pair<RecordKind, Camera>>& records) {
+  Table table({"record", "camera", ">at", "", "values"});
+  for (const auto& [kind, camera] : records) {
+    const StoredRecord record = stored_record(phone, kind, camera);
+    const auto rules = judge_record(record.spec, record.bytes, module_of(phone, camera));
+    const std::string failed = failed_rules(rules);
+    table.row({record.spec.name, record.spec.is_per_camera ? camera_name(camera) : "-",
+               fmt::format("0x{:x}", record.partition_offset), verdict_cell(failed.empty()),
+               failed.empty() ? measured_values(record) : failed});
+  }
+  table.print(terminal);
 }
 
 void show_verdict(Terminal& terminal, const phone::VirtualPhone& phone, const RunPlan& plan,

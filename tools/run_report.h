@@ -19,6 +19,10 @@ void show_files(Terminal& terminal, const RunResult& result);
 /// The record of `kind` in the slot of `camera`: place, fields, rules.
 void show_record(Terminal& terminal, phone::VirtualPhone& phone, RecordKind kind, calib::Camera camera);
 
+/// Records in a line each: place, whether every rule passes, values.
+void show_records(Terminal& terminal, const phone::VirtualPhone& phone,
+                  const std::vector<std::pair<RecordKind, calib::Camera>>& records);
+
 /// The run's AWB record against the golden sample, or that the run came to no end.
 void show_verdict(Terminal& terminal, const phone::VirtualPhone& phone, const RunPlan& plan,
                   const RunResult& result);

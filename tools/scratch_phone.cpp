@@ -44,6 +44,13 @@ void ScratchPhone::put(std::string_view phone_path, std::span<const uint8_t> byt
   if (!file) throw std::runtime_error(fmt::format("{}: cannot be written", path.string()));
 }
 
+void ScratchPhone::overlay(std::string_view phone_path, size_t offset, std::span<const uint8_t> bytes) {
+  Bytes content = read_file(phone_->host_path(phone_path)).bytes;
+  if (offset + bytes.size() > content.size()) throw std::out_of_range("behind the file's end");
+  std::copy(bytes.begin(), bytes.end(), content.begin() + static_cast<std::ptrdiff_t>(offset));
+  put(phone_path, content);
+}
+
 void ScratchPhone::fit(calib::Camera camera, const calib::FuseWords& module) {
   for (size_t i = 0; i < module.size(); ++i) {
     phone_->set_property(fmt::format("qor.camera.sensor.{}_fuse{}", camera_name(camera), i + 1),

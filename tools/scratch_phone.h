@@ -32,6 +32,8 @@ class ScratchPhone {
   /// No cache file, and exports of nothing but zeros.
   void clear_records();
   void put(std::string_view phone_path, std::span<const uint8_t> bytes);
+  /// The file's bytes from `offset` on are replaced.
+  void overlay(std::string_view phone_path, size_t offset, std::span<const uint8_t> bytes);
   void fit(calib::Camera camera, const calib::FuseWords& module);
 
  private:

@@ -11,7 +11,7 @@
 namespace calib {
 
 /// Where a check finds a record's claims, in bytes from its valid word. Some checks see 64-bit fields where
-/// the writers store 32-bit words, and cover fewer bytes than the writers do: phones rely on those answers.
+/// the writers store 32-bit words, and cover fewer bytes than the writers do: their answers are fixed.
 struct RecordView {
   enum class Fields : uint8_t { bits32, bits64 } fields;
   size_t fuse;       ///< the first of four fields

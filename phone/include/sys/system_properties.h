@@ -1,4 +1,5 @@
-/* The part of bionic's <sys/system_properties.h> that the library uses, declared as the platform declares it. */
+/* The part of bionic's <sys/system_properties.h> that the library uses, declared as the platform declares it.
+ */
 #ifndef PHONE_SYS_SYSTEM_PROPERTIES_H
 #define PHONE_SYS_SYSTEM_PROPERTIES_H
 
