@@ -11,7 +11,8 @@ namespace {
 
 using namespace awbcal;
 
-constexpr Command (*kCommands[])(CLI::App&) = {add_demo, add_show, add_verify, add_pack};
+constexpr Command (*kCommands[])(CLI::App&) = {add_demo, add_show, add_verify, add_explain,
+                                               add_diff, add_pack, add_redact, add_replay};
 
 int run(int argc, char** argv) {
   CLI::App app("Camera calibration records: make them, read them, check them", "awbcal");

@@ -119,7 +119,8 @@ class PhoneFolder {
     }
     // What the partition is found by belongs to the phone as much as its reports do.
     static const std::set<std::string> kTables = {"proc/emmc", "proc/mtd", "nand", "faults"};
-    const bool is_text = leaf.ends_with(".txt") || kTables.contains(path);
+    const bool is_report = leaf.ends_with(".txt") && leaf.find("alibration") != std::string::npos;
+    const bool is_text = is_report || kTables.contains(path);
     return {.path = path, .layout = is_text ? Layout::text : Layout::other};
   }
 

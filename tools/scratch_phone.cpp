@@ -23,7 +23,8 @@ TemporaryFolder::~TemporaryFolder() {
   fs::remove_all(path_, ignored);
 }
 
-ScratchPhone::ScratchPhone() : phone_(phone::VirtualPhone::create(folder_.path() / "phone")) {}
+ScratchPhone::ScratchPhone(const phone::Options& options)
+    : phone_(phone::VirtualPhone::create(folder_.path() / "phone", options)) {}
 
 void ScratchPhone::clear_records() {
   const fs::path files = phone_->host_path("/data/misc/camera");

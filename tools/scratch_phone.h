@@ -25,7 +25,7 @@ class TemporaryFolder {
 
 class ScratchPhone {
  public:
-  ScratchPhone();
+  explicit ScratchPhone(const phone::Options& options = {});
 
   phone::VirtualPhone& phone() { return *phone_; }
 
