@@ -29,7 +29,8 @@ Bytes bytes_of_hex(const std::string& text) {
 
 uint64_t number_at(const Json& json, const char* key, uint64_t most) {
   const Json& value = json.at(key);
-  if (!value.is_number_unsigned() || value.get<uint64_t>() > most) {
+  const bool is_whole = value.is_number_unsigned() || (value.is_number_integer() && value.get<int64_t>() >= 0);
+  if (!is_whole || value.get<uint64_t>() > most) {
     throw InputError(fmt::format("\"{}\" is no whole number up to {}: {}", key, most, value.dump()));
   }
   return value.get<uint64_t>();
@@ -44,11 +45,11 @@ std::string safe_path(const std::string& text) {
   return text;
 }
 
-Bytes bytes_of_field(const FieldSpec& field, const Json& value) {
+Bytes bytes_of_field(const FieldSpec& field, const Json& value, const std::string& by) {
   if (is_run_of_bytes(field)) {
     Bytes bytes = bytes_of_hex(value.get<std::string>());
     if (bytes.size() != field.width)
-      throw InputError(fmt::format("{} bytes where {} are", bytes.size(), field.width));
+      throw InputError(fmt::format("{}: {} bytes where {} are", by, bytes.size(), field.width));
     return bytes;
   }
   const uint64_t most = field.width == 8 ? UINT64_MAX : (uint64_t{1} << (8 * field.width)) - 1;
@@ -58,7 +59,7 @@ Bytes bytes_of_field(const FieldSpec& field, const Json& value) {
       field.kind == FieldKind::signed_word && is_negative && value.get<int64_t>() >= INT32_MIN;
   if (!value.is_number_integer() || (is_negative && !may_be_negative) ||
       (!is_negative && value.get<uint64_t>() > most)) {
-    throw InputError(fmt::format("not a number of {} bytes: {}", field.width, value.dump()));
+    throw InputError(fmt::format("{}: not a number of {} bytes: {}", by, field.width, value.dump()));
   }
   Bytes bytes(field.width);
   const FieldSpec alone{0, field.width, field.kind, field.name};
@@ -192,7 +193,7 @@ class Packer {
                         const Json& value) {
     const std::string by = fmt::format("{} of the {}", field.name, spec.name);
     try {
-      file.give(offset + field.offset, bytes_of_field(field, value), by);
+      file.give(offset + field.offset, bytes_of_field(field, value, by), by);
     } catch (const Json::exception&) {
       throw InputError(fmt::format("{}: not a value of its kind: {}", by, value.dump()));
     }
