@@ -214,8 +214,8 @@ Command add_diff(CLI::App& parent) {
   CLI::App* app = parent.add_subcommand("diff", "Compare two phones, images or files, field by field");
   app->add_option("A", arguments->a.path, "Phone folder, image or file; - is stdin")->required();
   app->add_option("B", arguments->b.path, "The same")->required();
-  app->add_option("--as-a", arguments->a.as, "What A is, as show --as")->type_name("KIND");
-  app->add_option("--as-b", arguments->b.as, "What B is, as show --as")->type_name("KIND");
+  app->add_option("--as-a", arguments->a.as, "What A is, by the names that show takes")->type_name("KIND");
+  app->add_option("--as-b", arguments->b.as, "What B is, by the names that show takes")->type_name("KIND");
   app->add_flag("--json", arguments->json, "For programs");
   return {app, [arguments](Terminal& terminal) {
             const Diff diff(*arguments);
