@@ -11,12 +11,22 @@
 namespace {
 
 /// What a first byte stands for: a name to recognise the rest by, or a kind that it is said to be.
-constexpr const char* kNames[] = {"x", "awb_cal", "flash_cal", "gyro_cal_qor_CAM", "lsc_cal", "awb_cal_sub",
-                                  "awb_cal_3D"};
-constexpr const char* kKinds[] = {"",           "partition",    "export",      "node",
-                                  "awb",        "a_light_awb",  "flash",       "aec",
-                                  "dual_flash", "gyro",         "lens_shading", "dual_camera",
-                                  "dual_camera_first_form", "dual_camera_payload"};
+constexpr const char* kNames[] = {"x",       "awb_cal",     "flash_cal", "gyro_cal_qor_CAM",
+                                  "lsc_cal", "awb_cal_sub", "awb_cal_3D"};
+constexpr const char* kKinds[] = {"",
+                                  "partition",
+                                  "export",
+                                  "node",
+                                  "awb",
+                                  "a_light_awb",
+                                  "flash",
+                                  "aec",
+                                  "dual_flash",
+                                  "gyro",
+                                  "lens_shading",
+                                  "dual_camera",
+                                  "dual_camera_first_form",
+                                  "dual_camera_payload"};
 
 void inspect(const std::string& name, const std::string& kind, const awbcal::Bytes& bytes) {
   awbcal::Input input = awbcal::recognise(name, bytes, {.path = name, .as = kind, .base = {}, .camera = {}});

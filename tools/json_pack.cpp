@@ -29,7 +29,8 @@ Bytes bytes_of_hex(const std::string& text) {
 
 uint64_t number_at(const Json& json, const char* key, uint64_t most) {
   const Json& value = json.at(key);
-  const bool is_whole = value.is_number_unsigned() || (value.is_number_integer() && value.get<int64_t>() >= 0);
+  const bool is_whole =
+      value.is_number_unsigned() || (value.is_number_integer() && value.get<int64_t>() >= 0);
   if (!is_whole || value.get<uint64_t>() > most) {
     throw InputError(fmt::format("\"{}\" is no whole number up to {}: {}", key, most, value.dump()));
   }
