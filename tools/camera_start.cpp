@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "awb_calibration/correction.h"
 #include "awb_calibration/factory.h"
 #include "tools/factory_line.h"
@@ -112,7 +114,9 @@ void show_flash_gains(Terminal& terminal, const TuningBlock& before, const Tunin
 
 void show_led_table(Terminal& terminal, const TuningBlock& before, const TuningBlock& after) {
   ChangeTable table({">entry", ">LED 1", ">LED 2"}, {"R/G", "B/G"});
-  for (size_t i = 0; i < before.get<uint16_t>(calib::kCctLedEntries); ++i) {
+  const size_t entries =
+      std::min<size_t>(before.get<uint16_t>(calib::kCctLedEntries), calib::kCctLedMaxEntries);
+  for (size_t i = 0; i < entries; ++i) {
     const size_t at = calib::kCctLedTable + i * sizeof(calib::CctLedEntry);
     const auto old = before.get<calib::CctLedEntry>(at);
     const auto now = after.get<calib::CctLedEntry>(at);

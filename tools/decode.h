@@ -8,40 +8,23 @@
 #include <string>
 #include <vector>
 
+#include "tools/record_kinds.h"
+
 namespace awbcal {
 
 using Bytes = std::vector<uint8_t>;
 
-enum class RecordKind { awb, a_light_awb, flash, aec, dual_flash, gyro, dual_camera };
-
-enum class FieldKind { valid_word, unity_word, signed_word, number, fuse_word, payload, crc };
-
-struct FieldSpec {
-  size_t offset;
-  size_t width;  ///< bytes; for a payload its length
-  FieldKind kind;
-  const char* name;
-};
-
-/// Where a record lies and what its bytes are.
-struct RecordSpec {
-  RecordKind kind;
-  const char* name;
-  uint32_t offset;  ///< in the slot of its camera; in the record area for the one of the whole phone
-  bool is_per_camera;
-  size_t size;
-  std::span<const FieldSpec> fields;
-};
-
-const RecordSpec& record_spec(RecordKind kind);
-
 /// Where the record area begins, by the property "ro.pagesize".
 uint32_t area_base(const std::string& page_size);
 
+/// `spec` is of a record that lies on the partition.
 uint32_t area_offset(const RecordSpec& spec, int camid);
 
-/// The field as a number, little-endian; 0 for a payload.
+/// The field as a number, little-endian; 0 for a run of bytes.
 uint64_t field_value(std::span<const uint8_t> record, const FieldSpec& field);
+
+/// Puts the low bytes of `value` into the field.
+void set_field_value(std::span<uint8_t> record, const FieldSpec& field, uint64_t value);
 
 struct Field {
   size_t offset;
@@ -50,8 +33,21 @@ struct Field {
   std::string meaning;
 };
 
-/// `record` holds at least the record's size.
+/// The fields that lie wholly in `record`, which may be cut short.
 std::vector<Field> decode(const RecordSpec& spec, std::span<const uint8_t> record);
+
+/// Whether a field lies wholly in the first `size` bytes.
+constexpr bool fits(const FieldSpec& field, size_t size) {
+  return field.offset + field.width <= size;
+}
+
+/// All bytes are 0x00, or all are 0xFF; an empty run is not blank.
+bool is_blank(std::span<const uint8_t> bytes);
+
+/// "all ones" or "all zeros", of blank bytes.
+const char* blank_text(std::span<const uint8_t> bytes);
+
+std::string hex(std::span<const uint8_t> bytes);
 
 }  // namespace awbcal
 

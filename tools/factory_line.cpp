@@ -135,15 +135,6 @@ RunResult FactoryRun::run() {
 
 }  // namespace
 
-const char* camera_name(calib::Camera camera) {
-  static constexpr calib::PerCamera kNames{.main = "main", .front = "front", .sub = "sub"};
-  return kNames.of(camera);
-}
-
-int camid_of(calib::Camera camera) {
-  return static_cast<int>(camera);
-}
-
 calib::FuseWords module_of(const phone::VirtualPhone& phone, calib::Camera camera) {
   calib::FuseWords words{};
   for (size_t i = 0; i < words.size(); ++i) {

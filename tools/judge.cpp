@@ -9,24 +9,6 @@ namespace awbcal {
 
 namespace {
 
-constexpr calib::JudgementRule kRule{
-    .first_version = 0, .last_version = 3, .zero_first_fuse_word_matches_any = true};
-
-calib::RecordClaims claims_of(const RecordSpec& spec, std::span<const uint8_t> record) {
-  calib::RecordClaims claims{};
-  size_t fuse_words = 0;
-  for (const FieldSpec& field : spec.fields) {
-    const uint64_t value = field_value(record, field);
-    if (field.kind == FieldKind::valid_word) claims.valid_word = value;
-    if (field.kind == FieldKind::fuse_word) claims.fuse.at(fuse_words++) = value;
-    if (field.kind == FieldKind::crc) {
-      claims.stored_crc = value;
-      claims.computed_crc = Crc32CheckSumByte(record.data(), static_cast<uint32_t>(field.offset), 0);
-    }
-  }
-  return claims;
-}
-
 const char* binding_text(calib::Binding binding) {
   switch (binding) {
     case calib::Binding::this_module:
@@ -41,11 +23,37 @@ const char* binding_text(calib::Binding binding) {
 
 }  // namespace
 
+Claims claims_of(const RecordSpec& spec, std::span<const uint8_t> record) {
+  Claims claims;
+  size_t fuse_words = 0;
+  for (const FieldSpec& field : spec.fields) {
+    const uint64_t value = field_value(record, field);
+    if (field.kind == FieldKind::valid_word) {
+      claims.has_valid_word = true;
+      claims.words.valid_word = value;
+    } else if (field.kind == FieldKind::fuse_word) {
+      claims.has_fuse_id = true;
+      claims.words.fuse.at(fuse_words++) = value;
+    } else if (field.kind == FieldKind::crc) {
+      claims.has_crc = true;
+      claims.words.stored_crc = value;
+      claims.words.computed_crc = crc_for(field, record);
+    }
+  }
+  return claims;
+}
+
+uint32_t crc_for(const FieldSpec& field, std::span<const uint8_t> record) {
+  const uint32_t crc = Crc32CheckSumByte(record.data(), static_cast<uint32_t>(field.offset), 0);
+  // The first form keeps only the low byte.
+  return field.width == 1 ? crc & 0xFF : crc;
+}
+
 std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uint8_t> record,
                                      const calib::FuseWords& module) {
-  const calib::RecordClaims claims = claims_of(spec, record);
-  const calib::Judgement judgement = calib::judge(claims, module, kRule);
-  return {{"checksum", judgement.crc_good, fmt::format("computed 0x{:08x}", claims.computed_crc)},
+  const Claims claims = claims_of(spec, record);
+  const calib::Judgement judgement = calib::judge(claims.words, module, spec.rule);
+  return {{"checksum", judgement.crc_good, fmt::format("computed 0x{:08x}", claims.words.computed_crc)},
           {"valid word", judgement.valid_word_good,
            judgement.valid_word_good ? "ends in 99" : "does not mark a finished calibration"},
           {"fuse ID", judgement.is_bound(), binding_text(judgement.binding)}};

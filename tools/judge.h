@@ -10,15 +10,31 @@
 
 namespace awbcal {
 
+/// What a record says of itself; not every kind has every claim.
+struct Claims {
+  calib::RecordClaims words{};
+  bool has_crc = false;
+  bool has_valid_word = false;
+  bool has_fuse_id = false;
+
+  bool has_good_crc() const { return has_crc && words.stored_crc == words.computed_crc; }
+};
+
+/// `record` holds at least the record's size.
+Claims claims_of(const RecordSpec& spec, std::span<const uint8_t> record);
+
 struct RuleResult {
   const char* rule;
   bool passed;
   std::string why;
 };
 
-/// The rules of every reader: checksum, valid word of versions 0 to 3, fuse ID. `module` is the fitted one's.
+/// The rules of the kind's readers: checksum, valid word, fuse ID. `module` is the fitted one's.
 std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uint8_t> record,
                                      const calib::FuseWords& module);
+
+/// What belongs into the checksum field of `record`.
+uint32_t crc_for(const FieldSpec& field, std::span<const uint8_t> record);
 
 /// How an AWB record compares with the golden sample.
 struct AwbVerdict {

@@ -68,8 +68,9 @@ void show_place(Terminal& terminal, phone::VirtualPhone& phone, const StoredReco
       is_nand(phone) ? place_on_chip(phone.nand(), record.partition_offset) : "/dev/block/mmcblk0p6";
   terminal.paragraph(fmt::format("{}: {} bytes at 0x{:x} of \"mfg\"", record.spec.name, record.spec.size,
                                  record.partition_offset));
-  terminal.paragraph(
-      fmt::format("{} camera's slot + 0x{:03x}; {}", camera_name(camera), record.spec.offset, place), 4);
+  terminal.paragraph(fmt::format("{} camera's slot + 0x{:03x}; {}", camera_name(camera),
+                                 record.spec.offset.value_or(0), place),
+                     4);
 }
 
 /// The texts of the new or changed marker files.

@@ -1,0 +1,53 @@
+// Any bytes as any kind of input: recognised, decoded, judged, dumped, packed again and redacted.
+
+#include <cstdlib>
+
+#include "tools/frames.h"
+#include "tools/input.h"
+#include "tools/json_form.h"
+#include "tools/redaction.h"
+#include "tools/verdict.h"
+
+namespace {
+
+/// What a first byte stands for: a name to recognise the rest by, or a kind that it is said to be.
+constexpr const char* kNames[] = {"x",       "awb_cal",     "flash_cal", "gyro_cal_qor_CAM",
+                                  "lsc_cal", "awb_cal_sub", "awb_cal_3D"};
+constexpr const char* kKinds[] = {"",
+                                  "partition",
+                                  "export",
+                                  "node",
+                                  "awb",
+                                  "a_light_awb",
+                                  "flash",
+                                  "aec",
+                                  "dual_flash",
+                                  "gyro",
+                                  "lens_shading",
+                                  "dual_camera",
+                                  "dual_camera_first_form",
+                                  "dual_camera_payload"};
+
+void inspect(const std::string& name, const std::string& kind, const awbcal::Bytes& bytes) {
+  awbcal::Input input = awbcal::recognise(name, bytes, {.path = name, .as = kind, .base = {}, .camera = {}});
+  awbcal::judge_input(input, {{calib::Camera::main, {1, 2, 3, 4}}});
+  const awbcal::Packed packed = awbcal::pack_document(awbcal::show_document(input, true), {});
+  if (packed.files.at(0).bytes != bytes) std::abort();
+  awbcal::redact(input);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size < 2) return 0;
+  const awbcal::Bytes bytes(data + 2, data + size);
+  try {
+    inspect(kNames[data[0] % std::size(kNames)], kKinds[data[1] % std::size(kKinds)], bytes);
+  } catch (const awbcal::InputError&) {
+    // A message is an answer.
+  }
+  awbcal::FuseMap map;
+  awbcal::redact_text(awbcal::text_of(bytes), map);
+  awbcal::parse_properties(awbcal::text_of(bytes));
+  return 0;
+}
