@@ -146,7 +146,7 @@ check_manual() {
   done
   $root/usr/bin/awbcal --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF { print $1 }' |
     while read -r command; do
-      [ -e $root/usr/share/man/man1/awbcal-$command.1.gz ] || die "no page for 'awbcal $command'"
+      [ -e "$root/usr/share/man/man1/awbcal-$command.1" ] || die "no page for 'awbcal $command'"
     done
 }
 

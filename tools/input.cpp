@@ -39,8 +39,9 @@ std::optional<NamedFile> by_cache_name(const std::string& name) {
     for (const calib::Camera camera : kCameras) {
       const char* file = spec.cache.of(camera);
       if (file == nullptr || name != file) continue;
-      const auto of = spec.is_per_camera ? std::optional(camera) : std::nullopt;
-      return NamedFile{spec.cache_is_export ? Layout::export_image : Layout::record, spec.kind, of};
+      NamedFile named{spec.cache_is_export ? Layout::export_image : Layout::record, spec.kind};
+      if (spec.is_per_camera) named.camera = camera;
+      return named;
     }
   }
   return std::nullopt;
