@@ -115,7 +115,10 @@ TuningBlock block_of(const std::string& path, const TuningBlock& otherwise, size
     throw InputError(
         fmt::format("{}: {} bytes where a tuning block has {} or more", path, content.bytes.size(), least));
   }
-  TuningBlock block(content.bytes.size() + sizeof(float) - 1);
+  // In whole words; the last may be filled in part.
+  const size_t words =
+      content.bytes.size() / sizeof(float) + (content.bytes.size() % sizeof(float) > 0 ? 1 : 0);
+  TuningBlock block(words * sizeof(float));
   memcpy(block.data(), content.bytes.data(), content.bytes.size());
   return block;
 }
