@@ -9,7 +9,6 @@
 
 namespace {
 
-using calib::Camera;
 using calib::DualFlashRecord;
 using calib::FlashRecord;
 using calib::log_module;

@@ -55,14 +55,25 @@ uint32_t crc_by_bytes(const uint8_t* data, size_t length, uint32_t crc) {
 
 #if defined(__aarch64__)
 
-// The CRC32 instructions compute exactly this polynomial, without inversions.
-[[gnu::target("+crc")]] uint32_t crc_by_instruction(const uint8_t* data, size_t length, uint32_t crc) {
+// The CRC32 instructions compute exactly this polynomial, without inversions. In assembly, because each
+// compiler has names of its own for them and for the wish to use them in one function.
+inline uint32_t crc_of_word(uint32_t crc, uint64_t word) {
+  asm(".arch_extension crc\n\tcrc32x %w0, %w0, %1" : "+r"(crc) : "r"(word));
+  return crc;
+}
+
+inline uint32_t crc_of_byte(uint32_t crc, uint32_t byte) {
+  asm(".arch_extension crc\n\tcrc32b %w0, %w0, %w1" : "+r"(crc) : "r"(byte));
+  return crc;
+}
+
+uint32_t crc_by_instruction(const uint8_t* data, size_t length, uint32_t crc) {
   for (; length >= 8; data += 8, length -= 8) {
     uint64_t word;
     memcpy(&word, data, sizeof word);
-    crc = __builtin_aarch64_crc32x(crc, word);
+    crc = crc_of_word(crc, word);
   }
-  for (; length > 0; ++data, --length) crc = __builtin_aarch64_crc32b(crc, *data);
+  for (; length > 0; ++data, --length) crc = crc_of_byte(crc, *data);
   return crc;
 }
 

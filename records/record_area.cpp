@@ -212,12 +212,11 @@ int32_t CheckFlash() {
 void QOR_Show_LSC(const void* buffer) {
   if (buffer == nullptr) return;
 
-  const auto* bytes = static_cast<const uint8_t*>(buffer);
-  for (int i = 0; i < 8; ++i) {
-    LOGI("[Read NandFlash]pData.caBuff[%d]:0x%lx\n", i, calib::record_at<unsigned long>(bytes + 8 * i));
+  const auto* at = static_cast<const uint8_t*>(buffer);
+  for (int i = 0; i < 8; ++i, at += 8) {
+    LOGI("[Read NandFlash]pData.caBuff[%d]:0x%lx\n", i, calib::record_at<unsigned long>(at));
   }
-  const uint8_t* entry = bytes + 64;
-  for (int j = 0; j < 150; ++j, entry += 4) {
-    LOGI("[Read NandFlash] 0x%x:0x%x\n", calib::record_at<uint16_t>(entry), entry[2]);
+  for (int j = 0; j < 150; ++j, at += 4) {
+    LOGI("[Read NandFlash] 0x%x:0x%x\n", calib::record_at<uint16_t>(at), at[2]);
   }
 }

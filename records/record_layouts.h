@@ -204,7 +204,7 @@ static_assert(kSlotGyro + sizeof(GyroRecord) == kSlotALightAwb + 16);
 static_assert(kSlotALightAwb + sizeof(AwbRecord) <= kSlotSize);
 static_assert(kAreaDualCameraFirstForm == 3 * kSlotSize);
 static_assert(kAreaDualCameraFirstForm + sizeof(DualCameraFirstFormRecord) <= kAreaDualCamera);
-static_assert(kAreaDualCamera + sizeof(DualCameraRecord) <= 4 * kSlotSize);
+static_assert(kAreaDualCamera + sizeof(DualCameraRecord) <= size_t{4} * kSlotSize);
 static_assert(kExportLensShading + sizeof(LensShadingRecord) == kExportFlash);
 static_assert(kExportAec + sizeof(AecRecord) <= kExportALightAwb);
 static_assert(kExportALightAwb + sizeof(AwbRecord) <= kExportDualFlash);

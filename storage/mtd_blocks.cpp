@@ -116,12 +116,6 @@ bool erase_block(int fd, int64_t start, uint32_t length) {
   return ioctl(fd, MEMERASE, &erase) == 0;
 }
 
-bool is_all_zero(const uint8_t* bytes, size_t size) {
-  // A zero followed by itself, shifted by one byte: the C library's comparison is far faster than a byte
-  // loop.
-  return bytes[0] == 0 && memcmp(bytes, bytes + 1, size - 1) == 0;
-}
-
 void* allocate_zeroed(uint32_t size) {
   void* memory = calloc(1, size > 0 ? size : 1);
   if (memory == nullptr) errno = ENOMEM;

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "awb_calibration/storage.h"
 #include "common/log.h"
@@ -31,7 +32,11 @@ BadBlockAnswer ask_bad_block(int fd, int64_t position);
 bool erase_block(int fd, int64_t start, uint32_t length);
 
 /// Whether every one of the `size` (at least 1) bytes is zero.
-bool is_all_zero(const uint8_t* bytes, size_t size);
+inline bool is_all_zero(const uint8_t* bytes, size_t size) {
+  // A zero followed by itself, shifted by one byte: the C library's comparison is far faster than a byte
+  // loop.
+  return bytes[0] == 0 && memcmp(bytes, bytes + 1, size - 1) == 0;
+}
 
 /// Zeroed heap memory for the scope; null and ENOMEM when there is none.
 class HeapBlock {

@@ -37,7 +37,6 @@ constexpr const char* kCacheFiles[] = {"/data/misc/camera/aec_cal", "/data/misc/
 constexpr const char* kNodes[] = {"/sys/android_camera_awb_cal/awb_cal",
                                   "/sys/android_camera_awb_cal/awb_cal_front",
                                   "/sys/android_camera_awb_cal/awb_cal_sub"};
-constexpr const char* kCameras[] = {"main", "front", "sub"};
 
 Words good_words() {
   return {3099, 160, 33000, 51, kModule[0], kModule[1], kModule[2], kModule[3]};

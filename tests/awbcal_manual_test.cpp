@@ -22,7 +22,7 @@ std::set<std::string> matches(const std::string& text, const char* pattern) {
 }
 
 std::string page(const std::string& name) {
-  return support::read_text(fs::path(SOURCE_DIR) / "docs/man" / (name + ".1")).value_or("(absent)");
+  return support::read_text(fs::path(SOURCE_DIR) / "man" / (name + ".1")).value_or("(absent)");
 }
 
 /// What bash offers for the words typed so far.

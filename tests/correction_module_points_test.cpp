@@ -5,42 +5,21 @@
 
 namespace {
 
-using support::E;
-using support::Floats;
-using support::I;
-using support::kModule;
-using support::Log;
-using support::operator+;
-using support::printf_text;
-using support::Words;
+using namespace support;
 
 constexpr const char* kAwbFile[] = {"/data/misc/camera/awb_cal", "/data/misc/camera/awb_cal_front_CAM",
                                     "/data/misc/camera/awb_cal_sub_CAM"};
 constexpr const char* kFlashFile[] = {"/data/misc/camera/flash_dual_cal",
                                       "/data/misc/camera/flash_dual_cal_front_CAM"};
-constexpr uint32_t kMainModule[4] = {71, 0x80000002, 73, 74};
 
-const std::string kStart = "Correct_Reference_Points_qorModule, ";
-const Words kThisModule = {kModule[0], kModule[1], kModule[2], kModule[3]};
-const Words kMainCamera = {71, 0x80000002, 73, 74};
-const Words kNoFirst = {0, kModule[1], kModule[2], kModule[3]};
-const Words kMainNoFirst = {0, 0x80000002, 73, 74};
-const Words kNobody = {0, 0, 0, 0};
-const Words kStranger = {1, 2, 3, 4};
+const std::string kName = "Correct_Reference_Points_qorModule";
 
 // Both LEDs 2 / 4, LED 1 alone 1 / 2, LED 2 alone 4 / 1, as colours.
 const Words kTwoLeds = {1024, 512, 256, 1024, 512, 256};
 const Words kScreen = {0, 0, 2048, 512, 256, 0x80000000};
 
-Words awb(uint32_t valid_word, Words fuse, uint32_t rg = 788, uint32_t bg = 0x80000000) {
-  fuse.insert(fuse.begin(), {valid_word, rg, bg});
-  return support::with_crc(fuse);
-}
-
-Words flash(uint32_t valid_word, const Words& fuse, Words pairs = kTwoLeds, bool good = true) {
-  pairs.insert(pairs.begin(), valid_word);
-  pairs.insert(pairs.end(), fuse.begin(), fuse.end());
-  return support::with_crc(pairs, good);
+Words awb(uint32_t valid_word, const Words& fuse, Crc crc = Crc::good) {
+  return record(valid_word, fuse, {788, 0x80000000}, crc);
 }
 
 void put_half(Floats& tuning, size_t byte, uint32_t value) {
@@ -66,6 +45,9 @@ void put_table(Floats& tuning, const std::vector<Entry>& entries) {
 const std::vector<Entry> kTable = {{10, 9, 8},  {20, 20, 7},    {30, 20, 6}, {100, 100, 4},
                                    {30, 30, 3}, {20, 10, 2.5F}, {10, 10, 2}};
 
+// What they are laid out to.
+constexpr float kLaidOut[][2] = {{4, 1}, {3.5F, 1.75F}, {3, 2.5F}, {2, 4}, {1.5F, 3}, {1.25F, 2.5F}, {1, 2}};
+
 struct Call {
   Floats tuning;
   Floats ratios = Floats(6, 77);  // module, flash first, flash second
@@ -73,274 +55,231 @@ struct Call {
 };
 
 Floats made_tuning() {
-  support::Integers integers(11);
-  Floats tuning(12464 / 4);
-  for (float& value : tuning) value = integers.gain();
-  const Floats golden = {0.5F, 0.25F, 0.75F};
-  std::copy(golden.begin(), golden.end(), tuning.begin() + 2979);
-  std::copy(golden.begin(), golden.end(), tuning.begin() + 3011);
-  const Floats flash_gains = {2, 3, 4};
-  std::copy(flash_gains.begin(), flash_gains.end(), tuning.begin() + 3113);
+  Floats tuning = Integers(11).gains(12464 / 4);
+  for (const size_t golden : {2979U, 3011U})
+    tuning[golden] = 0.5F, tuning[golden + 1] = 0.25F, tuning[golden + 2] = 0.75F;
+  tuning[3113] = 2, tuning[3114] = 3, tuning[3115] = 4;
   put_table(tuning, kTable);
   return tuning;
 }
 
-class ModulePoints : public support::PhoneTest {
+class ModulePoints : public CorrectionTest {
  protected:
-  ModulePoints() : PhoneTest({.partition_size = 256 * 1024}) {
-    fit_module("main", kMainModule);
-    fit_module("front");
-    fit_module("sub");
-    for (const char* node : {"awb_cal", "awb_cal_front", "awb_cal_sub"})
-      std::filesystem::remove(host("/sys/android_camera_awb_cal") / node);
-  }
-  void put_words(const char* path, const Words& words) { put(path, support::le32(words)); }
   Call call(Floats tuning = made_tuning()) {
     Call made{.tuning = std::move(tuning)};
-    float* ratios = made.ratios.data();
-    made.log = support::without_loading(log_of(
-        [&] { Correct_Reference_Points_qorModule(made.tuning.data(), ratios, ratios + 2, ratios + 4); }));
+    float* to = made.ratios.data();
+    made.log = without_loading(
+        log_of([&] { Correct_Reference_Points_qorModule(made.tuning.data(), to, to + 2, to + 4); }));
     return made;
   }
 };
 
 // ---- the AWB step: on the sub camera the flash step is one line -------------------------------------------
 
-enum class Awb { absent, bad_crc, refused, no_golden, used };
-
-Log awb_log(Awb outcome, const Words& words, const uint32_t (&module)[4], float rg, float bg) {
-  Log log = support::fuse_lines(module);
-  log.push_back(I(printf_text("%s[AWB Calibration] fuse_id : 0x%x, 0x%x, 0x%x, 0x%x\n", kStart.c_str(),
-                              module[0], module[1], module[2], module[3])));
-  if (outcome == Awb::absent) return log;
-  Log lines = support::record_lines("Correct_Reference_Points_qorModule", "AWB Calibration", words);
-  for (size_t i = 1; i < lines.size(); ++i) lines[i].text.erase(0, kStart.size());
-  if (outcome == Awb::bad_crc) return log + lines;
-  lines[2].text = "[AWB Calibration] " + support::hex_list(words, 3, 4, " ", "") + "\n";
-  log = log + lines;
-  if (outcome == Awb::refused)
-    return log + Log{E("[AWB Calibration] valid bit!=99 or calibration light version not in the list. Use "
-                       "default setting.\n")};
-  log = log + Log{I("[AWB Calibration] valid bit and fuseID pass, use new white points\n"),
-                  I(printf_text("[AWB Calibration] GS ratio: %f,%f\n", static_cast<double>(rg),
-                                static_cast<double>(bg)))};
-  return log + (outcome == Awb::no_golden
-                    ? Log{E("[AWB Calibration] invalid GS ratio\n")}
-                    : Log{I(printf_text("[AWB Calibration] use light version: v%u\n", words[0] / 1000))});
-}
-
 struct AwbRow {
   const char* what;
   uint32_t camera;
-  Words record;
+  Words record;  // empty: no file
   Awb expected;
 };
 
 const AwbRow kAwbRows[] = {
-    {"version 0", 2, awb(99, kThisModule), Awb::refused},
-    {"version 1", 2, awb(1099, kThisModule), Awb::used},
-    {"version 3", 2, awb(3099, kThisModule), Awb::used},
-    {"version 4", 2, awb(4099, kThisModule), Awb::refused},
-    {"judged bad", 2, awb(3000, kThisModule), Awb::refused},
-    {"any module", 2, awb(2099, kNobody), Awb::used},
-    {"zero first word", 2, awb(2099, kNoFirst), Awb::used},
+    {"version 0", 2, awb(99, kThis), Awb::refused},
+    {"version 1", 2, awb(1099, kThis), Awb::used},
+    {"version 3", 2, awb(3099, kThis), Awb::used},
+    {"version 4", 2, awb(4099, kThis), Awb::refused},
+    {"judged bad", 2, awb(3000, kThis), Awb::refused},
+    {"any module", 2, awb(2099, kAny), Awb::used},
+    {"zero first word", 2, awb(2099, kThisNoFirst), Awb::used},
     {"another module", 2, awb(3099, kStranger), Awb::refused},
-    {"the main camera's, on the sub camera", 2, awb(3099, kMainCamera), Awb::refused},
-    {"the main camera's, on the front camera", 1, awb(3099, kMainCamera), Awb::used},
-    {"its zero first word does not join the main camera's", 1, awb(3099, kMainNoFirst), Awb::refused},
-    {"the main camera's, of version 0", 1, awb(99, kMainCamera), Awb::refused},
-    {"the main camera's, of version 4", 1, awb(4099, kMainCamera), Awb::refused},
-    {"another module on the front camera", 1, awb(3099, kStranger), Awb::refused},
-    {"no golden value", 2, awb(2099, kThisModule), Awb::no_golden},
-    {"damaged", 2, {3099, 788, 788, kModule[0], kModule[1], kModule[2], kModule[3], 1}, Awb::bad_crc},
+    {"main camera's, on sub", 2, awb(3099, kMain), Awb::refused},
+    {"main camera's, on front", 1, awb(3099, kMain), Awb::used},
+    {"its zero does not join it", 1, awb(3099, kMainNoFirst), Awb::refused},
+    {"main camera's, version 0", 1, awb(99, kMain), Awb::refused},
+    {"main camera's, version 4", 1, awb(4099, kMain), Awb::refused},
+    {"another module, on front", 1, awb(3099, kStranger), Awb::refused},
+    {"damaged", 2, awb(3099, kThis, Crc::bad), Awb::bad_crc},
     {"absent", 2, {}, Awb::absent},
 };
 
 TEST_F(ModulePoints, EveryAwbRecordIsUsedOrRefusedAsItsRowSays) {
+  const char* golden[] = {"", "0.500000,0.500000", "0.250000,0.250000", "0.750000,0.750000"};
   for (const AwbRow& row : kAwbRows) {
-    SCOPED_TRACE(row.what);
     set_sensor_selection(row.camera);
     put_words(kAwbFile[row.camera], row.record);
-    if (row.record.empty()) std::filesystem::remove(host(kAwbFile[row.camera]));
-    Floats tuning = made_tuning();
-    if (row.expected == Awb::no_golden) tuning[3011 + 1] = 0;
-    const size_t version = row.record.empty() ? 1 : std::max(1U, row.record[0] / 1000) % 4;
-    Log expected = awb_log(row.expected, row.record, kModule, tuning[2978 + version], tuning[3010 + version]);
-    if (row.camera == 2 && (row.expected == Awb::used || row.expected == Awb::refused))
-      expected.push_back(E(kStart + "[Flash Calibration] Not load Flashlight-Calibraton data"));
-    const Call made = call(tuning);
-    EXPECT_EQ(made.log, expected);
-    EXPECT_EQ(support::bits_of(made.tuning), support::bits_of(tuning));
+    Log expected = awb_lines(kName, row.record, kThis, row.expected);
     const bool used = row.expected == Awb::used;
-    EXPECT_EQ(made.ratios, (used ? Floats{0.76953125F, 2097152, 77, 77, 77, 77} : Floats(6, 77)));
+    const uint32_t version = used ? row.record[0] / 1000 : 0;
+    if (used) expected.push_back(I(std::string("[AWB Calibration] GS ratio: ") + golden[version] + "\n"));
+    if (used) expected.push_back(I(printf_text("[AWB Calibration] use light version: v%u\n", version)));
+    if (row.camera == 2 && (used || row.expected == Awb::refused))
+      expected.push_back(E(kName + ", [Flash Calibration] Not load Flashlight-Calibraton data"));
+    const Call made = call();
+    EXPECT_EQ(made.log, expected) << row.what;
+    EXPECT_EQ(bits_of(made.tuning), bits_of(made_tuning())) << row.what;
+    EXPECT_EQ(made.ratios, (used ? Floats{0.76953125F, 2097152, 77, 77, 77, 77} : Floats(6, 77))) << row.what;
   }
 }
 
 TEST_F(ModulePoints, TheTuningsGoldenSampleServesTheOlderEntryToo) {
   call();  // no record: the golden sample is taken all the same
-  put_words(kAwbFile[0], awb(2099, kMainCamera, 512, 256));
+  put_words(kAwbFile[0], record(2099, kMain, {512, 256}));
   Floats tuning(12464 / 4, 1);
   QOR_AWB_Calibration_Reference_Points_Correction(tuning.data());
   EXPECT_EQ(Floats(tuning.begin() + 12, tuning.begin() + 14), (Floats{2, 1})) << "0.5 and 0.25 over 0.25";
 }
 
-TEST_F(ModulePoints, OnlyAGoldenValueOfZeroIsInvalid) {
-  set_sensor_selection(2);
-  put_words(kAwbFile[2], awb(1099, kThisModule));
-  for (const auto& [golden, ratio] :
-       {std::pair{0.0F, 77.0F}, {-0.0F, 77.0F}, {-1.0F, 0.76953125F}, {std::nanf(""), 0.76953125F}}) {
+TEST_F(ModulePoints, AGoldenValueOfZeroEndsTheCall) {
+  put_words(kAwbFile[0], record(1099, kMain, {0x80000000, 788}));
+  put_words(kFlashFile[0], record(3099, kMain, kTwoLeds));
+  for (const float golden : {0.0F, -0.0F, -1.0F, std::nanf("")}) {
     for (const size_t place : {2979U, 3011U}) {
       Floats tuning = made_tuning();
       tuning[place] = golden;
-      EXPECT_EQ(call(tuning).ratios[0], ratio) << golden;
+      const Call made = call(tuning);
+      EXPECT_EQ(made.ratios[0], golden == 0 ? 77 : 2097152) << golden;
+      EXPECT_EQ(made.tuning[3113], golden == 0 ? 2 : 0.5F) << "the flash step is left out as well";
+      EXPECT_EQ(made.log.back() == E("[AWB Calibration] invalid GS ratio\n"), golden == 0);
     }
   }
 }
 
 // ---- the flash step: the AWB record is refused, so that it runs alone -------------------------------------
 
-Log flash_log(uint32_t camera, const Words& words, const Words& module) {
-  const std::string tag = camera == 0 ? "DualFlash Calibration" : "Flash Calibration";
-  Log log = support::record_lines("Correct_Reference_Points_qorModule", tag, words);
-  if (log.size() == 3) return log;  // its CRC is bad
-  const std::string start = kStart + "[" + tag + "] ";
-  return log + Log{I(start + "caFlashBuff " + support::hex_list(words, 7, 4, ", ", "#")),
-                   I(start + "fuse_id_word " + support::hex_list(module, 0, 4, ", ", "#")),
-                   I(start + "Origin led_flash_white_balance.r_gain, b_gain=(2.000000, 4.000000)")};
-}
-
 std::string gains_line(const char* tag, float r, float b) {
-  return printf_text("%s[%s] led_flash_white_balance.r_gain, b_gain=(%f, %f)", kStart.c_str(), tag,
+  return printf_text("%s, [%s] led_flash_white_balance.r_gain, b_gain=(%f, %f)", kName.c_str(), tag,
                      static_cast<double>(r), static_cast<double>(b));
 }
 
-struct FlashRow {
-  const char* what;
-  uint32_t camera;
-  Words record;
-  Words module;  // as the "fuse_id_word" line shows it
-  Floats gains;  // of the flash, r and b; the tuning's own when refused
-  Floats ratios;
-  Log end;
-};
-
-Log two_leds_end() {
-  Log log{I(kStart + "[DualFlash Calibration] Load Flashlight-Calibraton data"),
+Log two_leds_lines() {
+  Log log{I(kName + ", [DualFlash Calibration] Load Flashlight-Calibraton data"),
           I("dual_led_correction:[DualFlash Calibration]:max_pos[3]"),
           I("[DualFlash Calibration] [1.000000,2.000000,4.000000,1.000000,2.000000,4.000000]")};
-  const float points[][2] = {{4, 1}, {3.5F, 1.75F}, {3, 2.5F}, {2, 4}, {1.5F, 3}, {1.25F, 2.5F}, {1, 2}};
-  for (int i = 0; i < 7; ++i)
-    log.push_back(I(printf_text("[DualFlash Calibration] new data[0, %d, %f,%f]", i,
-                                static_cast<double>(points[i][0]), static_cast<double>(points[i][1]))));
+  for (size_t i = 0; i < 7; ++i)
+    log.push_back(I(printf_text("[DualFlash Calibration] new data[0, %zu, %f,%f]", i,
+                                static_cast<double>(kLaidOut[i][0]), static_cast<double>(kLaidOut[i][1]))));
   return log + Log{I(gains_line("DualFlash Calibration", 0.5F, 0.25F))};
 }
 
-Log screen_end(int colour, float r, float b) {
-  const std::string start = kStart + "[LCDFlash Calibration] ";
+Log screen_lines(int colour, float r, float b) {
+  const std::string start = kName + ", [LCDFlash Calibration] ";
   return {
       I(start + printf_text("Load Flashlight-Calibraton data(LCD color %d)", colour)),
       I("LCD_flash_correction, [LCDFlash Calibration] yellow(4.000000, 0.000000) white(0.500000, 2.000000)"),
       I(gains_line("LCDFlash Calibration", r, b))};
 }
 
-const Floats kKept = {2, 4};
-const Floats kNone(4, 77);
-const Floats kTuned = {1.5F, 0.75F, 1.5F, 0.75F};  // g / r and g / b, twice
-const Log kMainRefused = {E(kStart + "[DualFlash Calibration] Not load Flashlight-Calibraton data")};
-const Log kFrontRefused = {E(kStart + "[Flash Calibration] Not load Flashlight-Calibraton data")};
+enum class Flash { bad_crc, refused, two_leds, screen };
 
-const FlashRow kFlashRows[] = {
-    {"main, version 0", 0, flash(99, kMainCamera), kMainCamera, {0.5F, 0.25F}, kNone, two_leds_end()},
-    {"main, any module", 0, flash(3099, kNobody), kMainNoFirst, {0.5F, 0.25F}, kNone, two_leds_end()},
-    {"main, zero first word",
-     0,
-     flash(3099, kMainNoFirst),
-     kMainNoFirst,
-     {0.5F, 0.25F},
-     kNone,
-     two_leds_end()},
-    {"main, version 4", 0, flash(4099, kMainCamera), kMainCamera, kKept, kNone, kMainRefused},
-    {"main, judged bad", 0, flash(3000, kMainCamera), kMainCamera, kKept, kNone, kMainRefused},
-    {"main, another module", 0, flash(3099, kStranger), kMainCamera, kKept, kNone, kMainRefused},
-    {"main, damaged", 0, flash(3099, kMainCamera, kTwoLeds, false), {}, kKept, kNone, {}},
-    {"front, two LEDs", 1, flash(3099, kThisModule), kThisModule, {0.5F, 0.25F}, kNone, two_leds_end()},
-    {"front, screen",
-     1,
-     flash(3099, kThisModule, kScreen),
-     kThisModule,
-     {2, 0.5F},
-     {0.5F, 2, 4, 0x1p-21F},
-     screen_end(-1, 2, 0.5F)},
-    {"front, version 4", 1, flash(4099, kThisModule, kScreen), kThisModule, kKept, kTuned, kFrontRefused},
-    {"front, the main camera's", 1, flash(3099, kMainCamera), kThisModule, kKept, kTuned, kFrontRefused},
-    {"front, damaged", 1, flash(3099, kThisModule, kScreen, false), {}, kKept, kNone, {}},
+struct FlashRow {
+  const char* what;
+  uint32_t camera;
+  uint32_t valid_word;
+  Words fuse;
+  Flash expected;
 };
+
+const FlashRow kFlashRows[] = {{"version 0", 0, 99, kMain, Flash::two_leds},
+                               {"any module", 0, 3099, kAny, Flash::two_leds},
+                               {"zero word", 0, 3099, kMainNoFirst, Flash::two_leds},
+                               {"version 4", 0, 4099, kMain, Flash::refused},
+                               {"judged bad", 0, 3000, kMain, Flash::refused},
+                               {"stranger", 0, 3099, kStranger, Flash::refused},
+                               {"damaged", 0, 3099, kMain, Flash::bad_crc},
+                               {"two LEDs", 1, 3099, kThis, Flash::two_leds},
+                               {"screen", 1, 3099, kThis, Flash::screen},
+                               {"version 4", 1, 4099, kThis, Flash::refused},
+                               {"main's", 1, 3099, kMain, Flash::refused},
+                               {"damaged", 1, 3099, kThis, Flash::bad_crc}};
+
+/// The lines of the flash step.
+Log flash_log(const FlashRow& row, const Words& words) {
+  const std::string tag = row.camera == 0 ? "DualFlash Calibration" : "Flash Calibration";
+  const Log log = record_lines(kName, tag, words, row.expected == Flash::bad_crc ? Crc::bad : Crc::good);
+  if (row.expected == Flash::bad_crc) return log;
+  Words module = row.camera == 0 ? kMain : kThis;
+  if (words[7] == 0) module[0] = 0;
+  const std::string start = kName + ", [" + tag + "] ";
+  return log +
+         Log{I(start + "caFlashBuff " + hex_list(words, 7, 4)),
+             I(start + "fuse_id_word " + hex_list(module, 0, 4)),
+             I(start + "Origin led_flash_white_balance.r_gain, b_gain=(2.000000, 4.000000)")} +
+         (row.expected == Flash::two_leds ? two_leds_lines()
+          : row.expected == Flash::screen ? screen_lines(-1, 2, 0.5F)
+                                          : Log{E(start + "Not load Flashlight-Calibraton data")});
+}
+
+/// What the call leaves of the tuning and hands out.
+Call flash_effect(const FlashRow& row) {
+  Call effect{.tuning = made_tuning()};
+  if (row.expected == Flash::two_leds) {
+    for (size_t i = 0; i < 7; ++i) std::memcpy(&effect.tuning[1737 + 7 * i], kLaidOut[i], sizeof kLaidOut[i]);
+    effect.tuning[3113] = 0.5F, effect.tuning[3115] = 0.25F;
+  } else if (row.expected == Flash::screen) {
+    effect.tuning[3113] = 2, effect.tuning[3115] = 0.5F;
+    effect.ratios = {77, 77, 0.5F, 2, 4, 0x1p-21F};
+  } else if (row.expected == Flash::refused && row.camera == 1) {
+    effect.ratios = {77, 77, 1.5F, 0.75F, 1.5F, 0.75F};  // g / r and g / b, twice
+  }
+  return effect;
+}
 
 TEST_F(ModulePoints, EveryFlashRecordIsUsedOrRefusedAsItsRowSays) {
   for (const FlashRow& row : kFlashRows) {
-    SCOPED_TRACE(row.what);
     set_sensor_selection(row.camera);
-    const Words refused = awb(3000, row.camera == 0 ? kMainCamera : kThisModule);
-    put_words(kAwbFile[row.camera], refused);
-    put_words(kFlashFile[row.camera], row.record);
+    const Words& module = row.camera == 0 ? kMain : kThis;
+    const bool is_screen = row.camera == 1 && row.expected != Flash::two_leds;
+    const Words words = record(row.valid_word, row.fuse, is_screen ? kScreen : kTwoLeds,
+                               row.expected == Flash::bad_crc ? Crc::bad : Crc::good);
+    put_words(kAwbFile[row.camera], awb(3000, module));
+    put_words(kFlashFile[row.camera], words);
     const Call made = call();
-    EXPECT_EQ(made.log, awb_log(Awb::refused, refused, row.camera == 0 ? kMainModule : kModule, 0, 0) +
-                            flash_log(row.camera, row.record, row.module) + row.end);
-    EXPECT_EQ((Floats{made.tuning[3113], made.tuning[3115]}), row.gains);
-    EXPECT_EQ(Floats(made.ratios.begin() + 2, made.ratios.end()), row.ratios);
-    if (row.gains == kKept) {
-      EXPECT_EQ(support::bits_of(made.tuning), support::bits_of(made_tuning()));
-    }
+    EXPECT_EQ(made.log, awb_lines(kName, awb(3000, module), module, Awb::refused) + flash_log(row, words))
+        << row.what;
+    EXPECT_EQ(bits_of(made.tuning), bits_of(flash_effect(row).tuning)) << row.what;
+    EXPECT_EQ(made.ratios, flash_effect(row).ratios) << row.what;
   }
 }
 
 TEST_F(ModulePoints, TheAwbRecordsZeroFirstWordReachesTheFlashRecord) {
+  put_words(kFlashFile[0], record(3099, kMain, kTwoLeds));
   for (const uint32_t valid_word : {3099U, 3000U}) {
     put_words(kAwbFile[0], awb(valid_word, kMainNoFirst));
-    put_words(kFlashFile[0], flash(3099, kMainCamera));
-    const Call made = call();
-    EXPECT_EQ(made.log.back(), kMainRefused[0]);
-    EXPECT_EQ(made.tuning[3113], 2);
+    EXPECT_EQ(call().log.back(), E(kName + ", [DualFlash Calibration] Not load Flashlight-Calibraton data"));
   }
 }
 
 TEST_F(ModulePoints, TheScreensColourIsAProperty) {
   set_sensor_selection(1);
-  put_words(kAwbFile[1], awb(3099, kThisModule));
-  put_words(kFlashFile[1], flash(3099, kThisModule, kScreen));
+  put_words(kAwbFile[1], awb(3099, kThis));
+  put_words(kFlashFile[1], record(3099, kThis, kScreen));
   for (const auto& [text, yellow] :
        {std::pair{"0", false}, {"-1", false}, {"3", true}, {"1", true}, {"x", false}}) {
     phone().set_property("persist.camera.disp.color", text);
-    const Floats expected = yellow ? Floats{0.25F, 2097152} : Floats{2, 0.5F};
     const Call made = call();
-    EXPECT_EQ((Floats{made.tuning[3113], made.tuning[3115]}), expected) << text;
+    EXPECT_EQ((Floats{made.tuning[3113], made.tuning[3115]}),
+              (yellow ? Floats{0.25F, 2097152} : Floats{2, 0.5F}))
+        << text;
   }
 }
 
-TEST_F(ModulePoints, NothingLoadedEndsTheCallSilently) {
+TEST_F(ModulePoints, NothingLoadedEndsTheCallSilentlyAndNullPointersTouchNothing) {
   for (const uint32_t camera : {0U, 1U}) {
     set_sensor_selection(camera);
-    const Words record = awb(3099, camera == 0 ? kMainCamera : kThisModule);
-    put_words(kAwbFile[camera], record);
-    for (const bool empty_file : {false, true}) {
-      if (empty_file) put_words(kFlashFile[camera], {});
+    put_words(kAwbFile[camera], awb(3099, camera == 0 ? kMain : kThis));
+    for (const bool is_empty_file : {false, true}) {
+      if (is_empty_file) put(kFlashFile[camera], {});
       const Call made = call();
-      EXPECT_EQ(made.log, awb_log(Awb::used, record, camera == 0 ? kMainModule : kModule, 0.75F, 0.75F));
-      EXPECT_EQ(support::bits_of(made.tuning), support::bits_of(made_tuning()));
+      EXPECT_EQ(made.log.back(), I("[AWB Calibration] use light version: v3\n"));
+      EXPECT_EQ(bits_of(made.tuning), bits_of(made_tuning()));
     }
   }
-}
-
-TEST_F(ModulePoints, NullPointersTouchNothing) {
-  put_words(kAwbFile[0], awb(3099, kMainCamera));
   for (int null = 0; null < 4; ++null) {
-    Floats tuning = made_tuning();
-    Floats ratios(6, 77);
-    float* pointers[] = {tuning.data(), ratios.data(), ratios.data() + 2, ratios.data() + 4};
-    pointers[null] = nullptr;
-    Correct_Reference_Points_qorModule(pointers[0], pointers[1], pointers[2], pointers[3]);
-    EXPECT_EQ(ratios, Floats(6, 77));
-    EXPECT_EQ(support::bits_of(tuning), support::bits_of(made_tuning()));
+    Floats memory(12464 / 4 + 6, 77);
+    float* to[] = {memory.data() + 6, memory.data(), memory.data() + 2, memory.data() + 4};
+    to[null] = nullptr;
+    Correct_Reference_Points_qorModule(to[0], to[1], to[2], to[3]);
+    EXPECT_EQ(memory, Floats(memory.size(), 77));
   }
 }
 
@@ -348,32 +287,23 @@ TEST_F(ModulePoints, NullPointersTouchNothing) {
 
 class DualLed : public ModulePoints {
  protected:
-  DualLed() { put_words(kAwbFile[0], awb(3000, kMainCamera)); }
+  DualLed() { put_words(kAwbFile[0], awb(3000, kMain)); }
   Call correct(const Words& pairs, const std::vector<Entry>& table, uint32_t count) {
-    put_words(kFlashFile[0], flash(3099, kMainCamera, pairs));
+    put_words(kFlashFile[0], record(3099, kMain, pairs));
     Floats tuning = made_tuning();
     put_table(tuning, table);
     put_half(tuning, 6936, count);
     return call(tuning);
   }
-  /// The lines of the table's correction, without those around it.
-  static Log table_lines(const Call& made) {
-    Log log = made.log;
-    std::erase_if(log, [](const phone::LogLine& line) {
-      return !line.text.starts_with("dual_led_correction") && !line.text.starts_with("[DualFlash");
-    });
-    return log;
+  /// The lines that say why the table is refused.
+  static std::vector<std::string> reasons(const Call& made) {
+    const std::string start = "dual_led_correction:[DualFlash Calibration]:";
+    std::vector<std::string> lines;
+    for (const phone::LogLine& line : made.log)
+      if (line.text.starts_with(start) && line.priority == 4) lines.push_back(line.text.substr(start.size()));
+    return lines;
   }
 };
-
-TEST_F(DualLed, ColoursAreLaidOnTheMeasuredLines) {
-  const Call made = correct(kTwoLeds, kTable, 7);
-  Floats expected = made_tuning();
-  const float points[][2] = {{4, 1}, {3.5F, 1.75F}, {3, 2.5F}, {2, 4}, {1.5F, 3}, {1.25F, 2.5F}, {1, 2}};
-  for (size_t i = 0; i < 7; ++i) std::memcpy(&expected[1737 + 7 * i], points[i], sizeof points[i]);
-  expected[3113] = 0.5F, expected[3115] = 0.25F;
-  EXPECT_EQ(support::bits_of(made.tuning), support::bits_of(expected));
-}
 
 std::vector<Entry> changed(size_t place, Entry entry) {
   std::vector<Entry> table = kTable;
@@ -391,7 +321,7 @@ TEST_F(DualLed, UnreasonableTablesAndRecordsAreRefusedAfterTheGains) {
     Words pairs;
     std::vector<Entry> table;
     uint32_t count;
-    std::vector<std::string> lines;
+    std::vector<std::string> reasons;
   };
   const Row rows[] = {
       {"no entries", kTwoLeds, kTable, 0, {size}},
@@ -412,13 +342,7 @@ TEST_F(DualLed, UnreasonableTablesAndRecordsAreRefusedAfterTheGains) {
   };
   for (const Row& row : rows) {
     const Call made = correct(row.pairs, row.table, row.count);
-    Log lines = table_lines(made);
-    std::erase_if(
-        lines, [](const phone::LogLine& line) { return line.text.starts_with("[DualFlash Calibration] ["); });
-    Log expected;
-    for (const std::string& line : row.lines)
-      expected.push_back(I("dual_led_correction:[DualFlash Calibration]:" + line));
-    EXPECT_EQ(lines, expected) << row.what;
+    EXPECT_EQ(reasons(made), row.reasons) << row.what;
     EXPECT_EQ(made.log.back(), I(gains_line("DualFlash Calibration", 0.5F, 0.25F))) << row.what;
     for (size_t i = 0; i < row.table.size(); ++i)
       EXPECT_EQ(made.tuning[1737 + 7 * i], row.table[i].x) << row.what;
@@ -427,7 +351,6 @@ TEST_F(DualLed, UnreasonableTablesAndRecordsAreRefusedAfterTheGains) {
 
 /// The new colours of a table whose LEDs are both strongest at `peak`, every operation rounded on its own.
 Floats laid_out(const std::vector<Entry>& table, size_t peak, const Floats& colours) {
-  using support::difference, support::product, support::quotient, support::sum;
   const auto on_line = [&](float from_x, float from_y, float x) {
     const float slope = quotient(difference(from_y, colours[5]), difference(from_x, colours[4]));
     return sum(product(slope, x), difference(from_y, product(slope, from_x)));
@@ -452,7 +375,7 @@ Floats laid_out(const std::vector<Entry>& table, size_t peak, const Floats& colo
 
 TEST_F(DualLed, RandomTablesAreTheSameOnEveryProcessor) {
   phone().set_log_mask(0x80);
-  support::Integers integers(77);
+  Integers integers(77);
   uint64_t hash = 0xCBF29CE484222325;
   for (int i = 0; i < 600; ++i) {
     const size_t count = 4 + integers.next() % 13;
@@ -474,8 +397,8 @@ TEST_F(DualLed, RandomTablesAreTheSameOnEveryProcessor) {
     Floats points;
     for (size_t k = 0; k < count; ++k)
       points.insert(points.end(), {made.tuning[1737 + 7 * k], made.tuning[1738 + 7 * k]});
-    ASSERT_EQ(support::bits_of(points), support::bits_of(laid_out(table, peak, colours))) << i;
-    support::add_to_hash(hash, support::bits_of(points));
+    ASSERT_EQ(bits_of(points), bits_of(laid_out(table, peak, colours))) << i;
+    add_to_hash(hash, bits_of(points));
   }
   EXPECT_EQ(hash, 5934910169137540278U);
 }

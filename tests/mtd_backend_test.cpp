@@ -20,8 +20,7 @@ using Names = std::vector<std::string>;
 
 class MtdBackend : public support::NandPhone {};
 
-// ---- finding the partition
-// ---------------------------------------------------------------------------------
+// ---- finding the partition --------------------------------------------------------------------------
 
 TEST_F(MtdBackend, FindsTheFirstWholeNameInTheFirst511BytesOfProcMtd) {
   const std::string line = "mtd3: 00008000 00001000 \"mfg\"";
@@ -104,8 +103,7 @@ TEST_F(MtdBackend, IsWhereTheFrontEndGoesWithoutEmmc) {
   EXPECT_EQ(partition_close(&handle), 0);
 }
 
-// ---- the exact calls
-// ---------------------------------------------------------------------------------------
+// ---- the exact calls --------------------------------------------------------------------------------
 
 Names operator+(Names left, const Names& right) {
   left.insert(left.end(), right.begin(), right.end());
@@ -141,8 +139,7 @@ TEST_F(MtdBackend, WritesWholeBlocksUnreadAndMergesTheOthers) {
   for (uint32_t block = 0; block < 8; ++block) EXPECT_EQ(nand().erase_count(block), erased[block]) << block;
 }
 
-// ---- the exact lines
-// ---------------------------------------------------------------------------------------
+// ---- the exact lines --------------------------------------------------------------------------------
 
 struct LogRow {
   const char* what;
@@ -247,21 +244,21 @@ TEST(MtdWriteLog, NamesEveryAttempt) {
 TEST_F(MtdBackend, ReportsSeeksThatFail) {
   uint8_t byte = 1;
   // The seek to the start, then that back to the block which was read for the merge.
-  for (const auto& [nth, write] : {std::pair{1U, false}, {1U, true}, {2U, true}, {5U, true}}) {
+  const std::pair<unsigned, bool> rows[] = {{1, false}, {1, true}, {2, true}, {5, true}};
+  for (const auto& row : rows) {
     phone().clear_faults();
-    phone().add_fault({.call = "lseek", .path = kMtdPath, .nth = nth});
-    const auto lines = lines_of([&] {
-      EXPECT_EQ(write ? mtd_write(state(), 1, 1, &byte) : mtd_read(state(), 1, 1, &byte), -1) << nth;
-    });
-    const char* text = write ? "mtd_write(): lseek64(): Input/output error\n"
-                             : "mtd_read(): lseek64(): Input/output error\n";
-    EXPECT_EQ(lines, std::vector{ME(text)}) << nth;
+    phone().add_fault({.call = "lseek", .path = kMtdPath, .nth = row.first});
+    int32_t result = 0;
+    const auto lines = lines_of(
+        [&] { result = row.second ? mtd_write(state(), 1, 1, &byte) : mtd_read(state(), 1, 1, &byte); });
+    EXPECT_EQ(result, -1) << row.first;
+    EXPECT_EQ(lines, std::vector{ME(row.second ? "mtd_write(): lseek64(): Input/output error\n"
+                                               : "mtd_read(): lseek64(): Input/output error\n")});
   }
   EXPECT_EQ(nand().erase_count(0), 0U);
 }
 
-// ---- what follows from passing over
-// ------------------------------------------------------------------------
+// ---- what follows from passing over -----------------------------------------------------------------
 
 TEST_F(MtdBackend, ABlockThatAWriteGaveUpOnIsStillThereForReads) {
   nand().add_fault({.op = Op::erase, .effect = Effect::fail, .block = 0, .from_then_on = true});
@@ -289,8 +286,18 @@ TEST_F(MtdBackend, ZerosHideABlockAndAMergeLandsInFrontOfIt) {
   EXPECT_EQ(nand().block_bytes(2), content(2));
 }
 
-// ---- bad input
-// ---------------------------------------------------------------------------------------------
+TEST_F(MtdBackend, OneByteMakesABlockMoreThanZeros) {
+  for (const size_t place : {size_t{0}, size_t{1}, size_t{2047}, size_t{4095}}) {
+    Bytes block(4096, 0);
+    block[place] = 0x10;
+    nand().set_block_bytes(0, block);
+    Bytes read(4096);
+    EXPECT_EQ(mtd_read(state(), 0, 4096, read.data()), 0);
+    EXPECT_EQ(read, block) << place;
+  }
+}
+
+// ---- bad input --------------------------------------------------------------------------------------
 
 TEST_F(MtdBackend, BadArgumentsTouchNothing) {
   uint8_t byte = 0xA5;
@@ -310,10 +317,11 @@ TEST_F(MtdBackend, BadArgumentsTouchNothing) {
       {[&] { return mtd_write(open, 0, 1, nullptr); }, write_line},
       {[&] { return mtd_close(nullptr); }, ME("mtd_close(): invalid argument!\n")},
   };
-  for (const auto& [call, line] : rows) {
-    const auto calls =
-        calls_of([&] { EXPECT_EQ(lines_of([&] { EXPECT_EQ(call(), -1); }), std::vector{line}); });
-    EXPECT_TRUE(calls.empty()) << line.text;
+  for (const auto& row : rows) {
+    std::vector<LogLine> lines;
+    const auto calls = calls_of([&] { lines = lines_of([&] { EXPECT_EQ(row.first(), -1); }); });
+    EXPECT_EQ(lines, std::vector{row.second});
+    EXPECT_TRUE(calls.empty()) << row.second.text;
   }
   EXPECT_EQ(byte, 0xA5);
 }

@@ -91,12 +91,11 @@ class Bench : public support::NandPhone {
   std::optional<NandModel> model_;
 };
 
-// ---- five kinds of bad block x every block x every record position x aligned and unaligned ----------------
+// ---- five kinds of bad block x every block x every record position x aligned and unaligned ----------
 
 enum class Kind { marked, erase_fails, program_fails, silently_wrong, uncorrectable };
 
-struct Sweep {
-  Kind kind;
+struct Chip {
   uint32_t block_size;
   uint32_t blocks;
 };
@@ -132,10 +131,11 @@ std::optional<NandFault> fault_of(Kind kind, int64_t block) {
   return std::nullopt;
 }
 
-class EveryBadBlock : public testing::TestWithParam<Sweep> {};
+class EveryBadBlock : public testing::TestWithParam<std::tuple<Kind, Chip>> {};
 
 TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
-  const auto [kind, block_size, blocks] = GetParam();
+  const auto [kind, chip] = GetParam();
+  const auto [block_size, blocks] = chip;
   unsigned row = 0;
   for (uint32_t bad = 0; bad < blocks; ++bad) {
     phone::NandGeometry geometry{.erase_size = block_size, .blocks = blocks};
@@ -160,13 +160,12 @@ TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Nand, EveryBadBlock,
-    testing::Values(Sweep{Kind::marked, 16384, 12}, Sweep{Kind::erase_fails, 16384, 12},
-                    Sweep{Kind::program_fails, 16384, 12}, Sweep{Kind::silently_wrong, 16384, 12},
-                    Sweep{Kind::uncorrectable, 16384, 12}, Sweep{Kind::marked, 131072, 4},
-                    Sweep{Kind::erase_fails, 131072, 4}, Sweep{Kind::program_fails, 131072, 4},
-                    Sweep{Kind::silently_wrong, 131072, 4}, Sweep{Kind::uncorrectable, 131072, 4}));
+constexpr Kind kKinds[] = {Kind::marked, Kind::erase_fails, Kind::program_fails, Kind::silently_wrong,
+                           Kind::uncorrectable};
+constexpr Chip kChips[] = {{16384, 12}, {131072, 4}};
+
+INSTANTIATE_TEST_SUITE_P(Nand, EveryBadBlock,
+                         testing::Combine(testing::ValuesIn(kKinds), testing::ValuesIn(kChips)));
 
 // The model may be wrong in the same way as the library; this much it cannot be.
 TEST(MarkedBadBlocks, DoNotCountInTheAddressesOfReadsAndWrites) {
@@ -184,8 +183,7 @@ TEST(MarkedBadBlocks, DoNotCountInTheAddressesOfReadsAndWrites) {
   EXPECT_EQ(bench.model().read(4096, data.size()), data);
 }
 
-// ---- random fault schedules
-// --------------------------------------------------------------------------------
+// ---- random fault schedules -------------------------------------------------------------------------
 
 class Schedule {
  public:
@@ -277,8 +275,7 @@ TEST(RandomFaults, OnBlocksOfPhonesEverythingIsAsModelled) {
   run_schedules(131072, schedules(300));
 }
 
-// ---- power cuts
-// --------------------------------------------------------------------------------------------
+// ---- power cuts -------------------------------------------------------------------------------------
 
 TEST(PowerCut, LeavesEveryByteOutsideTheTouchedBlocks) {
   const phone::NandGeometry geometry{.erase_size = 4096, .blocks = 8, .factory_bad = {1}};
@@ -298,9 +295,6 @@ TEST(PowerCut, LeavesEveryByteOutsideTheTouchedBlocks) {
         bench.start(before);
         bench.add_fault({.op = op, .effect = Effect::power_cut, .nth = nth});
         const std::string what = support::printf_text("at 0x%zx, cut %u", offset, nth);
-        EXPECT_FALSE(bench.model().write(offset, data)) << what;
-        bench.start(before);
-        bench.add_fault({.op = op, .effect = Effect::power_cut, .nth = nth});
         ASSERT_TRUE(bench.write_as_modelled(offset, data, what));
         for (uint32_t block = 0; block < geometry.blocks; ++block) {
           if (block >= first && block <= last && block != 1) continue;

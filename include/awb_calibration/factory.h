@@ -124,12 +124,14 @@ AWB_CALIBRATION_API void QOR_Calibration_AEC_get_calibration_data(uint32_t* gain
  * flash and dual flash then set the mode of the front camera's file instead. */
 
 /** Writes the flash record (32 bytes at 0xE08 of the slot) and its cache file.
+ *  @param camid,fuse  slot and module
  *  @param x,y  white-balance gains of R and B under flash light, times 1024
  *  @return 0 when the partition has the record, else -1 */
 AWB_CALIBRATION_API int32_t QOR_FLASH_Calibration_write_to_flash(uint8_t camid, struct awb_fuse_id fuse,
                                                                  int32_t x, int32_t y);
 
 /** Writes the dual-flash record (48 bytes at 0xE6C of the slot) and its cache file.
+ *  @param camid,fuse  slot and module
  *  @param x1a,x1b  gains of R and B times 1024 under the first LED
  *  @param x2a,x2b  the same under the second LED
  *  @param x3a,x3b  the same under both
@@ -175,14 +177,17 @@ AWB_CALIBRATION_API uint32_t Sensor_get_Calibration_status(void);
 
 /** Property "mfg.calibration.target_luma"; 90 by default. */
 AWB_CALIBRATION_API int32_t Sensor_set_target_luma(uint8_t luma);
+/** @return the property of Sensor_set_target_luma() */
 AWB_CALIBRATION_API uint32_t Sensor_get_target_luma(void);
 
 /** Property "qor.camera.mfg.trigger_index"; 0 by default. */
 AWB_CALIBRATION_API int32_t Sensor_set_trigger_index(uint16_t index);
+/** @return the property of Sensor_set_trigger_index() */
 AWB_CALIBRATION_API uint32_t Sensor_get_trigger_index(void);
 
 /** Property "qor.camera.mfg.aec_exp_index"; 0 by default. */
 AWB_CALIBRATION_API int32_t Stats_set_exp_index(uint32_t index);
+/** @return the property of Stats_set_exp_index() */
 AWB_CALIBRATION_API uint32_t Stats_get_exp_index(void);
 
 /* ---- lens-shading marker: /data/misc/camera/lsc_calibration_done.txt ---- */
@@ -196,6 +201,7 @@ AWB_CALIBRATION_API void QOR_Set_LSC(const void* buffer, uint32_t length);
 
 /** Reads the marker into `buffer` of `length` bytes, then puts the AWB record of this process's last run over
  * the first 32 of them (over `length` of them if that is less): zeros when there was no run.
+ *  @param buffer  `length` bytes
  *  @param length  at least 32 to get the whole record
  *  @return 1; -1, with the buffer untouched, when there is no marker or `buffer` is null */
 AWB_CALIBRATION_API int32_t QOR_Get_LSC(void* buffer, uint32_t length);

@@ -20,7 +20,7 @@ extern "C" {
 
 /** The identity of a fitted sensor module, as burnt into it: words 1 to 4 in order. */
 struct awb_fuse_id {
-  uint32_t word[4];
+  uint32_t word[4]; /**< zero where nothing is burnt in */
 };
 
 /* ---- module identity and checksum ---- */
@@ -28,7 +28,10 @@ struct awb_fuse_id {
 /** Reflected CRC-32 of IEEE 802.3 (polynomial 0x04C11DB7) without its inversions: the register starts at
  * `start` and is returned as it stands. Record checksums use start 0; "123456789" then gives 0x2DFD2D88. A
  * checksum over several pieces passes the result of one piece as the start of the next.
- *  @param data   `length` bytes; may be null when `length` is 0 */
+ *  @param data   `length` bytes; may be null when `length` is 0
+ *  @param length bytes
+ *  @param start  0, or the checksum of the bytes before `data`
+ *  @return the register, neither inverted nor reflected again */
 AWB_CALIBRATION_API uint32_t Crc32CheckSumByte(const void* data, uint32_t length, uint32_t start);
 
 /** The camera whose records are loaded, checked and corrected: 0 main, 1 front, 2 sub; at first 0. */
@@ -73,6 +76,7 @@ AWB_CALIBRATION_API int32_t ReadFlash(void* buffer, uint32_t* word);
 /** Loads the flash record (32 bytes; byte 3648 of the export). The front camera's cache file is
  * "flash_cal_front".
  *  @param buffer `length` bytes
+ *  @param length 32 for the whole record
  *  @return the bytes read from the cache file (0 when it is empty), or `length` from the export, or -1 */
 AWB_CALIBRATION_API int32_t ReadFlashForFlashCalibration(void* buffer, uint32_t length);
 

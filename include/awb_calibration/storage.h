@@ -39,14 +39,15 @@ struct mtd_partition {
 /** A partition opened by partition_open(). Clear it before the open: a successful eMMC open leaves `mtd` as
  *  it is. */
 struct partition_handle {
-  struct mtd_partition* mtd;
-  struct emmc_state* emmc; /**< tested first by every call */
+  struct mtd_partition* mtd; /**< used when `emmc` is null */
+  struct emmc_state* emmc;   /**< tested first by every call */
 };
 
 /** Opens the partition called `name`: as an eMMC partition, else as an MTD partition.
  *
  *  Every open looks the device up anew. Call partition_close() afterwards whatever the result.
  *  @param handle filled; the caller's
+ *  @param name   partition name, NUL-terminated
  *  @return 0, or -1 when neither back end has the partition or an argument is null */
 AWB_CALIBRATION_API int32_t partition_open(struct partition_handle* handle, const char* name);
 
@@ -68,7 +69,7 @@ AWB_CALIBRATION_API int32_t partition_write(struct partition_handle* handle, int
 AWB_CALIBRATION_API int32_t partition_close(struct partition_handle* handle);
 
 /** Finds the block device of partition `name` and opens it read-write: by /proc/emmc, else by the link
- *  /dev/block/platform/msm_sdcc.N/by-name/<name> with N from 0 to 10, else /dev/block/mmcblk0p6 whatever
+ *  /dev/block/platform/msm_sdcc.N/by-name/"name" with N from 0 to 10, else /dev/block/mmcblk0p6 whatever
  *  the name.
  *  @return 0, or -1 when the device cannot be opened or an argument is null */
 AWB_CALIBRATION_API int32_t emmc_open(struct emmc_state* state, const char* name);
@@ -99,6 +100,7 @@ AWB_CALIBRATION_API int32_t emmc_close(struct emmc_state* state);
 
 /** Finds `name` among the first 511 bytes of /proc/mtd, fills `state` (all but the partition's name) and
  *  opens the device read-write. A size that does not fit 32 bits counts as the largest.
+ *  @param name  partition name, NUL-terminated
  *  @param state the caller's; on failure its path is empty or that of the device that did not open
  *  @return 0, or -1 when there is no such entry, the device does not open or an argument is null */
 AWB_CALIBRATION_API int32_t mtd_open(struct mtd_partition* state, const char* name);
@@ -167,6 +169,7 @@ AWB_CALIBRATION_API int64_t mtd_write_data(struct mtd_write_context* context, co
 
 /** Writes the waiting bytes with zeros up to the end of their block, then erases the next `blocks` blocks,
  *  bad ones left out but counted. A failed erase is logged and does not change the result.
+ *  @param context the stream
  *  @param blocks how many; negative: up to the end of the partition
  *  @return the position after the last of them in bytes; -1 when the waiting bytes cannot be written, or
  *  for more blocks than there are (errno ENOSPC; the waiting bytes are written then) */
@@ -188,17 +191,21 @@ AWB_CALIBRATION_API extern uint32_t erase_size;
  *  does not open */
 AWB_CALIBRATION_API int32_t mtd_open_partition_device(const struct mtd_partition* partition);
 
-/** MEMGETINFO and MEMGETREGIONINFO of <mtd/mtd-user.h>, whose records these are; for the latter the caller
- *  sets `regionindex`.
+struct mtd_info_user;    /* of <mtd/mtd-user.h> */
+struct region_info_user; /* of <mtd/mtd-user.h> */
+
+/** The device's MEMGETINFO.
  *  @return what ioctl() returned (0 for success); -1 for a negative descriptor or null */
-struct mtd_info_user;
-struct region_info_user;
 AWB_CALIBRATION_API int32_t mtd_get_partition_info(int32_t fd, struct mtd_info_user* info);
+
+/** The device's MEMGETREGIONINFO; the caller sets `regionindex`. Result as mtd_get_partition_info(). */
 AWB_CALIBRATION_API int32_t mtd_get_partition_region_info(int32_t fd, struct region_info_user* info);
 
 /** Erases the blocks at `start`, `start` + erase_size, ... below `end` (byte offsets), bad blocks and those
  *  that cannot be asked about left out.
- *  @param end a multiple of erase_size
+ *  @param fd    an open device
+ *  @param start a multiple of the device's erase block
+ *  @param end   a multiple of erase_size
  *  @return 0; -1 when an erase failed (the others are erased all the same), `end` is no such multiple,
  *  erase_size is 0 or `fd` negative */
 AWB_CALIBRATION_API int32_t mtd_set_partition_erase_info(int32_t fd, uint32_t start, uint32_t end);
@@ -210,12 +217,14 @@ typedef ssize_t (*mtd_transfer)(int fd, void* buffer, size_t count);
 /** Repeats a transfer that ran out of memory in pieces: halves, quarters and so on, as long as the piece
  *  before halving has 4096 bytes or more and pieces fail with ENOMEM. The descriptor is not rewound between
  *  passes.
+ *  @param transfer,fd,buffer  what is called, and with what
  *  @param total bytes; an odd number, or one that becomes odd on the way, cannot be split and ends in -1
  *  @return 0 when one pass moved all of it, else -1 */
 AWB_CALIBRATION_API int32_t alloc_mtd_repeat_and_do(mtd_transfer transfer, int32_t fd, void* buffer,
                                                     uint32_t total);
 
 /** Reads the first `*size` bytes of the partition, as they are, into a new buffer.
+ *  @param fd   an open device
  *  @param size bytes; 0: set to the partition's size first
  *  @param out the buffer, the caller's to free(); null on failure. With `*size` 0 it may be null: only the
  *  size is reported then
@@ -224,7 +233,9 @@ AWB_CALIBRATION_API int32_t mtd_read_partition_data(int32_t fd, uint32_t* size, 
 
 /** Erases blocks of erase_size from the start of the partition and writes `length` bytes there, without a
  *  verify and without passing over bad blocks in the write.
+ *  @param fd     an open device
  *  @param length bytes, a multiple of erase_size
+ *  @param buffer `length` bytes
  *  @return 0, or -1 when a call fails (the partition may then be erased in part) or for 0 and null */
 AWB_CALIBRATION_API int32_t mtd_write_partition_data(int32_t fd, uint32_t length, const void* buffer);
 
@@ -249,12 +260,14 @@ AWB_CALIBRATION_API int32_t mtd_data_close(struct mtd_data_handle* handle);
  *  is logged and still a success: the bytes that were not read are zeros or those of a rejected block.
  *  @return 0; -1 when the stream does not open, there is no memory, or for null */
 AWB_CALIBRATION_API int32_t mtd_data_read(struct mtd_data_handle* handle);
+/** mtd_data_read() of one erase block. */
 AWB_CALIBRATION_API int32_t mtd_data_read_block(struct mtd_data_handle* handle);
 
 /** Writes as many bytes of `data` as the partition is large, or one erase block of them, to the usable
  *  blocks.
  *  @return 0; -1 when the stream does not open, a block write or the close fails, or for null */
 AWB_CALIBRATION_API int32_t mtd_data_write(struct mtd_data_handle* handle);
+/** mtd_data_write() of one erase block. */
 AWB_CALIBRATION_API int32_t mtd_data_write_block(struct mtd_data_handle* handle);
 
 #ifdef __cplusplus

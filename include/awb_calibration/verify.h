@@ -53,8 +53,9 @@ AWB_CALIBRATION_API int32_t Sensor_Check_AEC_Calibration_Result(void);
  * the dual-flash cache file, the flash cache file, the export (dual-flash at byte 3848, flash at byte 3648);
  * a record that it does not hold counts as zeros. Both are read as 64-bit fields, 12 and 8 of them, with 44
  * and 28 bytes under the checksum, so that the 32-bit records of the flash writers never pass. A zero first
- * fuse word matches any, and once it did so in the dual-flash record, the module's first word is 0 for the
- * flash record too.
+ * fuse word matches any, and when the dual-flash record's is zero, the module's counts as 0 for the flash
+ * record too: one from the flash cache file, where the dual-flash record is all zeros, is good only with a
+ * zero first word (or no fuse ID at all).
  *  @return 0 or -1 */
 AWB_CALIBRATION_API int32_t Sensor_Check_FLASH_Calibration_Result(void);
 

@@ -1,0 +1,260 @@
+# Checks of what leaves the tree: the phone's build, the installed package, the interface, the reference.
+# Sourced by script/check.
+
+# ---- the phone's build ------------------------------------------------------------------------------------------
+
+ARM64_TEXT_LIMIT=$((112 * 1024))
+
+# The value of a dynamic tag, without brackets and quotes: dynamic FILE TAG
+dynamic() {
+  readelf -dW "$1" | awk -v tag="($2)" '$2 == tag { print $NF }' | tr -d '[]'
+}
+
+# segment FILE TYPE: the lines of a kind of program header
+segment() {
+  readelf -lW "$1" | awk -v type="$2" '$1 == type'
+}
+
+section_size() {
+  size -A "$1" | awk -v name="$2" '$1 == name { print $2 }'
+}
+
+# The C library, its maths, and the platform's log and properties; nothing else is loaded with the library.
+check_needed() {
+  local other
+  other=$(dynamic "$1" NEEDED | grep -vE '^lib(c|m|log|cutils)\.so' || true)
+  [ -z "$other" ] || die "$1 needs $other"
+}
+
+check_hardening() {
+  local library=$1 alignment
+  check_needed "$library"
+  [ -z "$(nm -D --undefined-only "$library" | awk '{ print $2 }' | sed 's/@.*//' |
+    grep -E '^(_Z|__cxa_|__gxx|_Unwind)' | grep -vx __cxa_finalize || true)" ] || die "imports from the C++ runtime"
+  alignment=$(segment "$library" LOAD | awk '{ print $NF }' | sort -u)
+  [ "$alignment" = 0x4000 ] || die "load segments are aligned to $alignment, not 0x4000"
+  [ -n "$(segment "$library" GNU_RELRO)" ] || die "no RELRO"
+  readelf -dW "$library" | grep BIND_NOW >/dev/null || die "RELRO is not full: symbols are bound late"
+  segment "$library" GNU_STACK | grep " RW " >/dev/null || die "the stack is executable"
+  readelf -dW "$library" | { ! grep TEXTREL; } || die "text relocations"
+  [ "$(section_size "$library" .init_array)" = 8 ] || die "something of ours runs when the library is loaded"
+}
+
+# What correction results and speed rest on: no fused multiply-add anywhere, and vector code in the mesh.
+check_arm64_code() {
+  local code=build/sizes/arm64.s
+  aarch64-linux-gnu-objdump -d --no-show-raw-insn "$1" >"$code"
+  ! grep -nE '\s(fn?m(add|sub)|fml[as])\s' "$code" || die "fused multiply-add in the arm64 library"
+  grep -qE '\sfmul\sv[0-9]+\.4s' "$code" || die "the lens-shading mesh is not vector code"
+}
+
+check_sizes() {
+  need_packages binutils $ARM64_PACKAGES
+  build release awb_calibration
+  build arm64 awb_calibration
+  mkdir -p build/sizes
+  local preset library text strip=strip
+  for preset in release arm64; do
+    [ $preset = release ] || strip=aarch64-linux-gnu-strip
+    library=build/sizes/libawb_calibration-$preset.so
+    $strip -o $library build/$preset/libawb_calibration.so
+    check_hardening $library
+    text=$(size $library | awk 'NR == 2 { print $1 }')
+    say "sizes: $preset: text $text bytes (code $(section_size $library .text)," \
+      "constants $(section_size $library .rodata)), file $(stat -c %s $library)," \
+      "needs $(dynamic $library NEEDED | xargs)"
+  done
+  check_arm64_code $library
+  [ "$text" -le $ARM64_TEXT_LIMIT ] || die "arm64: text of $text bytes exceeds $ARM64_TEXT_LIMIT"
+  say "sizes: arm64: $((ARM64_TEXT_LIMIT - text)) bytes below the limit of $ARM64_TEXT_LIMIT"
+}
+
+# ---- the interface and its types --------------------------------------------------------------------------------
+
+# The library with debugging information that names no folder of this machine.
+build_for_abi() {
+  cmake --preset release -B build/abi -DCMAKE_CXX_FLAGS="-g -ffile-prefix-map=$PWD/=" -DBUILD_TESTING=OFF \
+    -DAWB_HOST_TOOLS=OFF >/dev/null
+  cmake --build build/abi --target awb_calibration
+}
+
+# Every exported function with its arguments, every structure of the public headers with its layout.
+check_abi() {
+  need_packages abigail-tools
+  build_for_abi
+  local checked_in=abi/libawb_calibration.abi.xml now=build/abi/libawb_calibration.abi.xml
+  abidw --headers-dir include/awb_calibration --drop-private-types --drop-undefined-syms --exported-interfaces-only \
+    --no-architecture --no-corpus-path --no-comp-dir-path --no-show-locs --no-elf-needed --type-id-style hash \
+    build/abi/libawb_calibration.so >$now
+  ! grep -nF "$PWD" $now || die "the description of the interface names a folder of this machine"
+  abidiff $checked_in $now || die "the interface has changed; if it was meant to: cp $now $checked_in"
+  say "abi: $(grep -c '<elf-symbol ' $now) symbols and their types are those of $checked_in"
+}
+
+# ---- the installed package --------------------------------------------------------------------------------------
+
+# Release build without tests, as a distribution makes it.
+build_package() {
+  cmake --preset release -B build/package -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
+  cmake --build build/package
+}
+
+# The example does on the virtual phone what docs/integrate.md shows: run_example PROGRAM
+run_example() {
+  local folder
+  folder=$(mktemp -d)
+  "$1" "$folder/phone" >"$folder/output"
+  diff -u examples/camera_start.txt "$folder/output" || die "$1 printed something else"
+  [ "$(stat -c %s "$folder/phone/data/misc/camera/awb_cal")" = 32 ] || die "$1 left no record in its phone"
+  # The second time it meets the phone of the first.
+  "$1" "$folder/phone" >"$folder/output"
+  diff -u examples/camera_start.txt "$folder/output" || die "$1 printed something else the second time"
+  # Where no phone can be had it says so, and nothing is let loose on the host.
+  ! "$1" "$folder/output/phone" 2>"$folder/output" || die "$1 went on without a phone"
+  grep '^virtual phone: ' "$folder/output" >/dev/null || die "$1 did not say why there is no phone"
+  rm -r "$folder"
+}
+
+# From the tree of `cmake --install`, by find_package().
+check_example_with_cmake() {
+  rm -rf build/package/prefix build/package/example
+  cmake --install build/package --prefix "$PWD/build/package/prefix" >/dev/null
+  cmake -S examples -B build/package/example -DCMAKE_PREFIX_PATH="$PWD/build/package/prefix" >/dev/null
+  cmake --build build/package/example
+  run_example build/package/example/camera_start
+}
+
+# From the unpacked Debian package, by pkg-config.
+check_example_with_pkg_config() {
+  rm -rf build/package/deb && mkdir build/package/deb
+  (cd build/package && cpack --config CPackConfig.cmake -B deb >/dev/null)
+  dpkg-deb -x build/package/deb/libawb-calibration-dev_*.deb build/package/deb/root
+  local libraries flags
+  libraries=$(dirname "$(find "$PWD/build/package/deb/root" -name libvirtual_phone.so)")
+  flags=$(PKG_CONFIG_PATH=$libraries/pkgconfig \
+    pkg-config --cflags --libs awb_calibration awb_calibration_virtual_phone)
+  gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -o build/package/deb/camera_start examples/camera_start.c \
+    $flags -Wl,-rpath,"$libraries"
+  run_example build/package/deb/camera_start
+}
+
+# The pages read without a complaint, and the tool's page has every command of the tool.
+check_manual() {
+  local page command root=build/package/deb/root
+  for page in $root/usr/share/man/man*/*; do
+    [ -z "$(man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null)" ] || die "$page has warnings"
+  done
+  $root/usr/bin/awbcal --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF { print $1 }' |
+    while read -r command; do
+      zcat -f $root/usr/share/man/man1/awbcal.1* | grep -qx "\.B $command" || die "man/awbcal.1 lacks '$command'"
+    done
+}
+
+check_install() {
+  need_packages pkgconf dpkg-dev file man-db groff
+  build_package
+  check_example_with_cmake
+  check_example_with_pkg_config
+  check_manual
+  say "install: the example runs from the installed tree (CMake) and the Debian package (pkg-config)"
+}
+
+# ---- the platform's own headers and log -------------------------------------------------------------------------
+
+# Where Debian's packages put them: Android's own tree has <android/log.h> and <cutils/properties.h>.
+PLATFORM_HEADERS=/usr/include/android
+
+# The same questions to both sets of declarations; <sys/system_properties.h> is ours in either.
+check_declarations() {
+  local flags="-std=c++20 -Wall -Wextra -Werror -fsyntax-only -I."
+  g++ $flags -Iphone/include tests/platform_declarations.cpp
+  g++ $flags -isystem $PLATFORM_HEADERS -idirafter phone/include tests/platform_declarations.cpp
+  g++ $flags -isystem $PLATFORM_HEADERS -idirafter phone/include -E tests/platform_declarations.cpp |
+    grep "\"$PLATFORM_HEADERS/cutils/properties.h\"" >/dev/null || die "the platform's headers were not used"
+}
+
+# The packaged log as the sink of the library's lines.
+check_packaged_log() {
+  rm -rf build/platform/prefix build/platform/log
+  cmake --install build/platform --prefix "$PWD/build/platform/prefix" >/dev/null
+  cmake -S tests/packaged_log -B build/platform/log -DCMAKE_PREFIX_PATH="$PWD/build/platform/prefix" >/dev/null
+  cmake --build build/platform/log
+  build/platform/log/packaged_log build/platform/log/phone 2>build/platform/log/lines
+  grep -E '^camera_calibration I .* awb_read_fuseid: ctrlfd = 4711$' build/platform/log/lines ||
+    die "the line is not in the packaged log's output: $(cat build/platform/log/lines)"
+}
+
+check_platform() {
+  need_packages android-liblog-dev android-libcutils-dev android-liblog
+  check_declarations
+  cmake --preset release -B build/platform -DCMAKE_CXX_FLAGS="-isystem $PLATFORM_HEADERS" -DBUILD_TESTING=OFF \
+    -DAWB_HOST_TOOLS=OFF >/dev/null
+  cmake --build build/platform
+  check_packaged_log
+  say "platform: our declarations are the platform's, and its packaged log takes the library's lines"
+}
+
+# ---- the platform tree's and the NDK's builds, as far as they can be tried here ---------------------------------
+
+# Every test in a process of its own, as the platform tree's runner isolates them.
+run_isolated() {
+  local program=$1
+  "$program" --gtest_list_tests | awk '/^[^ ]/ { suite = $1 } /^ / { print suite $1 }' |
+    xargs -P 2 -I {} "$program" --gtest_filter={} --gtest_brief=1 >build/android/tests.log ||
+    die "a test fails; see build/android/tests.log"
+  [ "$(grep -c '^\[  PASSED  \] 1 test' build/android/tests.log)" -gt 100 ] || die "hardly any test was run"
+}
+
+check_android_bp() {
+  local library program
+  bpfmt -d Android.bp >build/android/bpfmt.diff
+  [ ! -s build/android/bpfmt.diff ] || die "bpfmt would change Android.bp: $(cat build/android/bpfmt.diff)"
+  library=$(script/soong_stand_in.py build/android android libawb_calibration)
+  aarch64-linux-gnu-strip -o build/android/stripped.so "$library"
+  check_hardening build/android/stripped.so
+  check_arm64_code build/android/stripped.so
+  say "android: arm64 by clang: text $(size build/android/stripped.so | awk 'NR == 2 { print $1 }') bytes"
+  program=$(script/soong_stand_in.py build/android host libawb_calibration_test)
+  run_isolated "$program"
+}
+
+# The NDK's way through CMake: its headers know the log but not the properties, its linker allows nothing undefined.
+check_ndk() {
+  local liblog
+  liblog=$(dpkg -L android-liblog | grep '/liblog\.so$')
+  rm -rf build/ndk && mkdir -p build/ndk/include/android build/ndk/include/sys
+  ln -s $PLATFORM_HEADERS/android/log.h build/ndk/include/android/log.h
+  ln -s "$liblog" build/ndk/liblog.so
+  ln -s "$PWD/phone/include/sys/system_properties.h" build/ndk/include/sys/system_properties.h
+  printf '%s\n' 'int __system_property_get(const char* name, char* value);' \
+    'int __system_property_get(const char* name, char* value) { return name && value ? 0 : -1; }' |
+    gcc -shared -fPIC -x c - -o build/ndk/libproperties.so
+  cmake --preset release -B build/ndk/build -DANDROID=TRUE -DCMAKE_CXX_FLAGS="-isystem $PWD/build/ndk/include" \
+    -DCMAKE_SHARED_LINKER_FLAGS="-Wl,--no-undefined -L$PWD/build/ndk" \
+    -DCMAKE_C_STANDARD_LIBRARIES="$PWD/build/ndk/libproperties.so" >/dev/null
+  cmake --build build/ndk/build
+  say "android: the NDK's path: needs $(dynamic build/ndk/build/libawb_calibration.so NEEDED | xargs)"
+  dynamic build/ndk/build/libawb_calibration.so NEEDED | grep -x libcutils.so >/dev/null ||
+    die "the phone's libcutils.so would not be loaded"
+  [ -z "$(dynamic build/ndk/build/libawb_calibration.so RUNPATH)" ] || die "a folder of this machine is searched"
+  cmake --install build/ndk/build --prefix "$PWD/build/ndk/prefix" >/dev/null
+  [ -z "$(find build/ndk/prefix -name '*cutils*' -o -name '*phone*')" ] || die "stand-ins are installed"
+}
+
+check_android() {
+  need_packages blueprint-tools clang ccache python3 android-liblog android-liblog-dev $ARM64_PACKAGES
+  mkdir -p build/android build/sizes
+  check_android_bp
+  check_ndk
+}
+
+# ---- the reference ----------------------------------------------------------------------------------------------
+
+check_reference() {
+  need_packages doxygen
+  rm -rf build/doxygen && mkdir -p build/doxygen
+  doxygen docs/Doxyfile
+  [ -f build/doxygen/html/correction_8h.html ] || die "doxygen made no page of correction.h"
+  script/record-maps --check
+  say "reference: no warning, and the maps are those of records/record_layouts.h"
+}
