@@ -146,7 +146,7 @@ check_manual() {
   done
   $root/usr/bin/awbcal --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF { print $1 }' |
     while read -r command; do
-      zcat -f $root/usr/share/man/man1/awbcal.1* | grep -qx "\.B $command" || die "man/awbcal.1 lacks '$command'"
+      zcat -f $root/usr/share/man/man1/awbcal.1* | grep -qx "\.It Xr awbcal-$command 1" || die "man/awbcal.1 lacks '$command'"
     done
 }
 
