@@ -40,10 +40,9 @@ install(FILES man/libawb_calibration.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 if(TARGET awbcal)
   install(TARGETS awbcal RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  file(GLOB awbcal_pages CONFIGURE_DEPENDS man/awbcal*.1)
-  install(FILES ${awbcal_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-  install(FILES docs/completion/awbcal.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-    RENAME awbcal)
+  file(GLOB tool_pages man/awbcal*.1)
+  install(FILES ${tool_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES docs/completion/awbcal.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME awbcal)
   # It runs from wherever the tree was put, not from the system's folders alone.
   file(RELATIVE_PATH lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(awbcal PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")

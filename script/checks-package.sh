@@ -138,7 +138,7 @@ check_example_with_pkg_config() {
   run_example build/package/deb/camera_start
 }
 
-# The pages read without a complaint, and the tool's page has every command of the tool.
+# The pages read without a complaint, and every command of the tool has one.
 check_manual() {
   local page command root=build/package/deb/root
   for page in $root/usr/share/man/man*/*; do
@@ -146,7 +146,7 @@ check_manual() {
   done
   $root/usr/bin/awbcal --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF { print $1 }' |
     while read -r command; do
-      zcat -f $root/usr/share/man/man1/awbcal.1* | grep -qx "\.It Xr awbcal-$command 1" || die "man/awbcal.1 lacks '$command'"
+      [ -e $root/usr/share/man/man1/awbcal-$command.1.gz ] || die "no page for 'awbcal $command'"
     done
 }
 
@@ -228,7 +228,7 @@ check_ndk() {
   ln -s "$PWD/phone/include/sys/system_properties.h" build/ndk/include/sys/system_properties.h
   printf '%s\n' 'int __system_property_get(const char* name, char* value);' \
     'int __system_property_get(const char* name, char* value) { return name && value ? 0 : -1; }' |
-    gcc -shared -fPIC -x c - -o build/ndk/libproperties.so
+    gcc -shared -fPIC -Wl,-soname,libproperties.so -x c - -o build/ndk/libproperties.so
   cmake --preset release -B build/ndk/build -DANDROID=TRUE -DCMAKE_CXX_FLAGS="-isystem $PWD/build/ndk/include" \
     -DCMAKE_SHARED_LINKER_FLAGS="-Wl,--no-undefined -L$PWD/build/ndk" \
     -DCMAKE_C_STANDARD_LIBRARIES="$PWD/build/ndk/libproperties.so" >/dev/null
