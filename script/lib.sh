@@ -3,8 +3,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-BUILD_PACKAGES="cmake g++ ninja-build googletest libbenchmark-dev libcli11-dev libfmt-dev nlohmann-json3-dev libraw-dev pkg-config
-  python3-jsonschema"
+BUILD_PACKAGES="cmake g++ ninja-build googletest libbenchmark-dev libcli11-dev libfmt-dev
+  nlohmann-json3-dev libraw-dev pkgconf python3-jsonschema"
 ARM64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static"
 
 say() { printf '== %s\n' "$*"; }

@@ -279,7 +279,7 @@ TEST_F(AwbcalDemo, NamesTheTemporaryFolderThatItMakes) {
 }
 
 TEST_F(AwbcalDemo, FailsWhenItCannotPrint) {
-  EXPECT_EQ(run(in_phone(), ">/dev/full 2>&1").exit_code, 1);
+  EXPECT_EQ(run(in_phone(), ">/dev/full 2>&1").exit_code, 2);
 }
 
 // ---- a terminal

@@ -160,6 +160,12 @@ TEST_F(Inspect, StopsReadingWhatNeverEnds) {
   EXPECT_EQ(refused.output, "awbcal: /dev/zero: is unreadable: larger than 64 MiB\n");
 }
 
+TEST_F(Inspect, TakesNoFullDiskForAVerdict) {
+  for (const char* how : {"", " --json"}) {
+    EXPECT_EQ(run("verify " + phone() + how, ">/dev/full 2>&1").exit_code, 2) << how;
+  }
+}
+
 // ---- verdicts
 // ----------------------------------------------------------------------------------------------
 

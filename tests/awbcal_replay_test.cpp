@@ -182,6 +182,16 @@ TEST_F(Replay, TellsWhichSourceALoaderTookAndWhyTheOthersLost) {
   EXPECT_LE(longest_line(story.output), 80U);
 }
 
+// Real phones have properties that no property service of old would hold.
+TEST_F(Replay, StartsACameraWhateverThePropertiesAre) {
+  phone();
+  text_file("phone/build.prop",
+            "ro.long=" + std::string(300, 'x') + "\n=nameless\nodd name=\x01\n[half]: [\n");
+  const Outcome story = run("explain main " + path("phone"));
+  EXPECT_EQ(story.exit_code, 0) << story.output;
+  EXPECT_TRUE(story.says("use new white points"));
+}
+
 TEST_F(Replay, NamesTheTestThatRefusedARecord) {
   phone();
   file("phone/data/misc/camera/awb_cal", awb(4099));

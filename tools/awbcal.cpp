@@ -29,7 +29,7 @@ int run(int argc, char** argv) {
   for (const Command& command : commands) {
     if (command.app->parsed()) result = command.run(terminal);
   }
-  return terminal.finish() ? result : kFailed;
+  return terminal.finish() ? result : kBadInput;
 }
 
 }  // namespace
@@ -42,6 +42,6 @@ int main(int argc, char** argv) {
     return kBadInput;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "awbcal: %s\n", error.what());
-    return kFailed;
+    return kBadInput;
   }
 }

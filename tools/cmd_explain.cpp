@@ -86,14 +86,24 @@ void copy_file(const Input& input, const InputFile& file, ScratchPhone& copy) {
   }
 }
 
+/// A phone has many more than the library reads, some of them longer than it could.
+void copy_properties(const Input& input, ScratchPhone& copy) {
+  if (!input.properties) return;
+  for (const auto& [name, value] : *input.properties) {
+    try {
+      copy.phone().set_property(name, value);
+    } catch (const std::invalid_argument&) {
+      // No property service would hold it, so the library would read its default.
+    }
+  }
+}
+
 /// Only what the phone had: a node or file that is absent there is absent here.
 void copy_phone(const Input& input, const Modules& modules, bool reboot, ScratchPhone& copy) {
   for (const auto& entry : fs::directory_iterator(copy.phone().host_path("/sys/android_camera_awb_cal"))) {
     fs::remove(entry.path());
   }
-  if (input.properties) {
-    for (const auto& [name, value] : *input.properties) copy.phone().set_property(name, value);
-  }
+  copy_properties(input, copy);
   for (const auto& [camera, module] : modules) copy.fit(camera, module);
   for (const InputFile& file : input.files) copy_file(input, file, copy);
   if (reboot || input.kind == InputKind::partition) copy.phone().reboot();
