@@ -5,7 +5,7 @@
 #include "correction/tuning_layout.h"
 #include "records/calibration_log.h"
 
-// ---- the table of two LEDs -------------------------------------------------------------------------------
+// ---- the table of two LEDs --------------------------------------------------------------------------------
 
 namespace {
 
@@ -155,7 +155,7 @@ void LCD_flash_correction(float* /*awb_tuning*/, ColourPoint yellow, ColourPoint
 
 }  // namespace
 
-// ---- the flash step --------------------------------------------------------------------------------------
+// ---- the flash step ---------------------------------------------------------------------------------------
 
 namespace {
 

@@ -19,7 +19,7 @@ using calib::MeshTable;
 
 constexpr const char* kName = "Sensor_set_mesh";
 
-// ---- softening a mesh ------------------------------------------------------------------------------------
+// ---- softening a mesh -------------------------------------------------------------------------------------
 
 constexpr size_t kGains = sizeof(MeshTable::gains) / sizeof(float);
 
@@ -52,7 +52,7 @@ const float* gains_at(const void* mesh) {
   return reinterpret_cast<const float*>(static_cast<const uint8_t*>(mesh) + offsetof(MeshTable, gains));
 }
 
-// ---- the record ------------------------------------------------------------------------------------------
+// ---- the record -------------------------------------------------------------------------------------------
 
 constexpr calib::PerCamera kCacheFile{.main = "/data/misc/camera/lsc_cal",
                                       .front = "/data/misc/camera/lsc_cal_front_CAM",

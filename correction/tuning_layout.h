@@ -9,7 +9,7 @@
 
 namespace calib {
 
-// ---- AWB tuning block, as an array of floats: index = byte offset / 4 -----------------------------------
+// ---- AWB tuning block, as an array of floats: index = byte offset / 4 -------------------------------------
 
 inline constexpr size_t kReferencePoints = 12;  // byte 48: 15 pairs R/G, B/G
 inline constexpr size_t kReferencePointCount = 15;
@@ -46,7 +46,7 @@ static_assert(offsetof(CctLedEntry, led2) == 4);
 static_assert(offsetof(CctLedEntry, x) == 8);
 static_assert(offsetof(CctLedEntry, y) == 12);
 
-// ---- tuning block of a sensor, in bytes: lens-shading mesh tables ----------------------------------------
+// ---- tuning block of a sensor, in bytes: lens-shading mesh tables -----------------------------------------
 
 /// A mesh table; its first word is the tuning's own.
 struct MeshTable {

@@ -31,7 +31,7 @@ constexpr const char* kName = "QOR_AWB_Calibration_write_to_flash";
 constexpr uint32_t kFramesToSum = 10;
 constexpr uint32_t kNewestVersion = 3;
 
-// ---- files -----------------------------------------------------------------------------------------------
+// ---- files ------------------------------------------------------------------------------------------------
 
 struct RunFiles {
   calib::PerCamera success;
@@ -76,8 +76,7 @@ void write_fail_file(const char* line) {
   if (fd >= 0) calib::finish_replacement(fd, line, strlen(line), path);
 }
 
-// ---- arithmetic, as 64-bit ARM does it on every host
-// --------------------------------------------------------
+// ---- arithmetic, as 64-bit ARM does it on every host ------------------------------------------------------
 
 /// The mean with a half rounded up (positive values); 32-bit sums wrap, and the one quotient that does not
 /// fit is its dividend.
@@ -93,8 +92,7 @@ uint32_t to_u32(float value) {
   return value >= 4294967296.0F ? UINT32_MAX : static_cast<uint32_t>(value);
 }
 
-// ---- judgement
-// ----------------------------------------------------------------------------------------------
+// ---- judgement --------------------------------------------------------------------------------------------
 
 struct Tolerance {
   float percent;
@@ -139,8 +137,7 @@ Verdict judge_run(AwbRecord& record, uint32_t version, float limit) {
   return verdict;
 }
 
-// ---- report
-// -------------------------------------------------------------------------------------------------
+// ---- report -----------------------------------------------------------------------------------------------
 
 /// The lines that the time-out verdict and the report share.
 void add_run_lines(MarkerText& text, const AwbRecord& record, float percent, float limit) {
@@ -186,8 +183,7 @@ void log_record_in_one_line(const AwbRecord& record) {
        decimal(record.fuse[2]), decimal(record.fuse[3]), decimal(record.crc));
 }
 
-// ---- the steps of a run
-// -------------------------------------------------------------------------------------
+// ---- the steps of a run -----------------------------------------------------------------------------------
 
 /// Leaves the fail file as the verdict of a run that never ends: nothing here has a timer, the factory tool
 /// decides when it has waited too long.

@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 
-#include "tools/frames.h"
-#include "tools/input.h"
-#include "tools/json_form.h"
-#include "tools/redaction.h"
-#include "tools/verdict.h"
+#include "inspect/errors.h"
+#include "inspect/input.h"
+#include "inspect/json_form.h"
+#include "inspect/redaction.h"
+#include "inspect/verdict.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Any text as the JSON that pack takes.
 
-#include "tools/frames.h"
-#include "tools/json_form.h"
+#include "inspect/errors.h"
+#include "inspect/json_form.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // A file of many megabytes in two lines of JSON is no fault, but no use here either.

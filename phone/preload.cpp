@@ -14,8 +14,8 @@
 #include <string_view>
 #include <utility>
 
-#include "phone/faults.h"
-#include "phone/log.h"
+#include "phone/calls/faults.h"
+#include "phone/services/log.h"
 #include "phone/virtual_phone.h"
 #include "phone/virtual_phone_c.h"
 

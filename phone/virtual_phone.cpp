@@ -7,14 +7,14 @@
 #include <stdexcept>
 #include <utility>
 
-#include "phone/descriptors.h"
-#include "phone/faults.h"
-#include "phone/kernel_export.h"
-#include "phone/log.h"
-#include "phone/mtd_device.h"
-#include "phone/nand_state.h"
-#include "phone/properties.h"
-#include "phone/redirect.h"
+#include "phone/calls/descriptors.h"
+#include "phone/calls/faults.h"
+#include "phone/calls/redirect.h"
+#include "phone/devices/kernel_export.h"
+#include "phone/devices/mtd_device.h"
+#include "phone/devices/nand_state.h"
+#include "phone/services/log.h"
+#include "phone/services/properties.h"
 
 namespace phone {
 namespace fs = std::filesystem;

@@ -169,18 +169,18 @@ class VirtualPhone {
   /// Stops (or resumes) redirection; log, mask and properties stay.
   void set_redirection(bool on);
 
-  // ---- properties: <dir>/properties, one name=value a line, '#' starts a comment line --------------------
+  // ---- properties: <dir>/properties, one name=value a line, '#' starts a comment line ---------------------
   void set_property(const std::string& name, const std::string& value);
   void unset_property(const std::string& name);
   std::string property(const std::string& name, const std::string& otherwise = "") const;
 
-  // ---- log -----------------------------------------------------------------------------------------------
+  // ---- log ------------------------------------------------------------------------------------------------
   std::vector<LogLine> take_log();                 ///< the lines since the last take, oldest first
   void set_log_mask(unsigned mask);                ///< what the log-mask service answers; at first ~0u
   void print_log_to(std::FILE* stream);            ///< as logcat's brief format; null: nowhere
   std::vector<std::string> take_mask_questions();  ///< tags that asked the log-mask service, in order
 
-  // ---- calibration partition and kernel ------------------------------------------------------------------
+  // ---- calibration partition and kernel -------------------------------------------------------------------
   /// The partition's bytes as the kernel at boot sees them: the eMMC image, or the NAND's good blocks in
   /// order.
   std::vector<uint8_t> partition() const;
@@ -190,7 +190,7 @@ class VirtualPhone {
   /// the lens-shading files <dir>/factory/lens_shading_{main,front,sub}.bin (bytes 64 to 3647 of the export).
   void reboot();
 
-  // ---- faults and what was called ------------------------------------------------------------------------
+  // ---- faults and what was called -------------------------------------------------------------------------
   void add_fault(const Fault& fault);
   void clear_faults();              ///< those of calls; the NAND chip has its own
   unsigned struck_faults() const;   ///< how often a Fault struck since the last clear; a sweep ends at 0

@@ -14,7 +14,7 @@ using calib::PerCamera;
 
 constexpr uint32_t kCacheTagWord = 0xFF3ACA01;
 
-// ---- sources ---------------------------------------------------------------------------------------------
+// ---- sources ----------------------------------------------------------------------------------------------
 
 struct Source {
   PerCamera cache_file;
@@ -43,7 +43,7 @@ constexpr Source kDualFlash{.cache_file = {.main = "/data/misc/camera/flash_dual
                                            .sub = "/data/misc/camera/flash_dual_cal_sub_CAM"},
                             .export_offset = calib::kExportDualFlash};
 
-// ---- lines -----------------------------------------------------------------------------------------------
+// ---- lines ------------------------------------------------------------------------------------------------
 
 constexpr PerCamera kAwbOpening{.main = "ReadFlash() for AWB of MAIN CAM\n",
                                 .front = "ReadFlash() for AWB of Front CAM\n",
@@ -136,7 +136,7 @@ constexpr Lines kDualCameraLines{
         .front = "[Dual AWB Calibration] fail to read from file:/sys/android_camera_awb_cal/awb_cal_front",
         .sub = "[Dual AWB Calibration] fail to read from file:/sys/android_camera_awb_cal/awb_cal_sub"}};
 
-// ---- the frame of all loaders but the AWB record's -------------------------------------------------------
+// ---- the frame of all loaders but the AWB record's --------------------------------------------------------
 
 int32_t load_from_export(const Source& source, const Lines& lines, Camera camera, void* buffer,
                          uint32_t length) {
@@ -162,7 +162,7 @@ int32_t load(const Source& source, const Lines& lines, void* buffer, uint32_t le
   return static_cast<int32_t>(count);
 }
 
-// ---- the AWB record --------------------------------------------------------------------------------------
+// ---- the AWB record ---------------------------------------------------------------------------------------
 
 int32_t load_awb_from_export(Camera camera, void* buffer, uint32_t* word) {
   LOGI("[AWB Calibration] fail to read /data/misc/camera/awb_cal, try another file\n");

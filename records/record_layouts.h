@@ -26,7 +26,7 @@
 
 namespace calib {
 
-// ---- places on the partition ---------------------------------------------------------------------------
+// ---- places on the partition ------------------------------------------------------------------------------
 
 inline constexpr uint32_t kAreaBase4k = 0x20000;  // "ro.pagesize" is "4096"
 inline constexpr uint32_t kAreaBase2k = 0x10000;  // any other page size
@@ -42,7 +42,7 @@ inline constexpr uint32_t kSlotALightAwb = 0xEC0;
 inline constexpr uint32_t kAreaDualCameraFirstForm = 0x3000;
 inline constexpr uint32_t kAreaDualCamera = 0x3200;
 
-// ---- places in the kernel's export ---------------------------------------------------------------------
+// ---- places in the kernel's export ------------------------------------------------------------------------
 
 inline constexpr size_t kExportSize = 4000;
 
@@ -55,14 +55,14 @@ inline constexpr size_t kExportDualFlash = 3848;
 inline constexpr size_t kExportTagWord = 3944;
 inline constexpr size_t kExportGyro = 3952;
 
-// ---- words ---------------------------------------------------------------------------------------------
+// ---- words ------------------------------------------------------------------------------------------------
 
 inline constexpr uint32_t kValidMark = 99;      // valid word modulo kVersionUnit
 inline constexpr uint32_t kVersionUnit = 1000;  // valid word / kVersionUnit is the light-source version
 inline constexpr uint32_t kFinishedValidWord = 3099;
 inline constexpr uint32_t kUnityWord = 1024;  // a gain or ratio of 1.0
 
-// ---- records -------------------------------------------------------------------------------------------
+// ---- records ----------------------------------------------------------------------------------------------
 
 /// AWB record, in normal light and (elsewhere in the slot) in A light.
 struct AwbRecord {
@@ -195,7 +195,7 @@ static_assert(std::is_trivially_copyable_v<LensShadingRecord>);
 static_assert(sizeof(LensShadingRecord) ==
               5 * sizeof(uint64_t) + sizeof(LensShadingRecord::gains) + sizeof(uint64_t));
 
-// ---- everything has room where it lies -----------------------------------------------------------------
+// ---- everything has room where it lies --------------------------------------------------------------------
 
 static_assert(kSlotFlash + sizeof(FlashRecord) == kSlotAec);
 static_assert(kSlotAec + sizeof(AecRecord) <= kSlotDualFlash);

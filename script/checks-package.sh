@@ -167,9 +167,9 @@ PLATFORM_HEADERS=/usr/include/android
 # The same questions to both sets of declarations; <sys/system_properties.h> is ours in either.
 check_declarations() {
   local flags="-std=c++20 -Wall -Wextra -Werror -fsyntax-only -I."
-  g++ $flags -Iphone/include tests/platform_declarations.cpp
-  g++ $flags -isystem $PLATFORM_HEADERS -idirafter phone/include tests/platform_declarations.cpp
-  g++ $flags -isystem $PLATFORM_HEADERS -idirafter phone/include -E tests/platform_declarations.cpp |
+  g++ $flags -Iphone/include tests/phone/platform_declarations.cpp
+  g++ $flags -isystem $PLATFORM_HEADERS -idirafter phone/include tests/phone/platform_declarations.cpp
+  g++ $flags -isystem $PLATFORM_HEADERS -idirafter phone/include -E tests/phone/platform_declarations.cpp |
     grep "\"$PLATFORM_HEADERS/cutils/properties.h\"" >/dev/null || die "the platform's headers were not used"
 }
 
@@ -177,7 +177,7 @@ check_declarations() {
 check_packaged_log() {
   rm -rf build/platform/prefix build/platform/log
   cmake --install build/platform --prefix "$PWD/build/platform/prefix" >/dev/null
-  cmake -S tests/packaged_log -B build/platform/log -DCMAKE_PREFIX_PATH="$PWD/build/platform/prefix" >/dev/null
+  cmake -S tests/phone/packaged_log -B build/platform/log -DCMAKE_PREFIX_PATH="$PWD/build/platform/prefix" >/dev/null
   cmake --build build/platform/log
   build/platform/log/packaged_log build/platform/log/phone 2>build/platform/log/lines
   grep -E '^camera_calibration I .* awb_read_fuseid: ctrlfd = 4711$' build/platform/log/lines ||

@@ -73,10 +73,10 @@ class Build:
         return made
 
     def sources(self, module):
-        excluded = {name for pattern in module.get("exclude_srcs", []) for name in glob.glob(pattern)}
+        excluded = {name for pattern in module.get("exclude_srcs", []) for name in glob.glob(pattern, recursive=True)}
         found = []
         for pattern in module["srcs"]:
-            matches = sorted(set(glob.glob(pattern)) - excluded)
+            matches = sorted(set(glob.glob(pattern, recursive=True)) - excluded)
             if not matches:
                 sys.exit(f"Android.bp: no file matches '{pattern}'")
             found += matches

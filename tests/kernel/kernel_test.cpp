@@ -179,7 +179,7 @@ bool logged(const std::vector<phone::LogLine>& lines, const std::string& beginni
                      [&](const phone::LogLine& line) { return line.text.starts_with(beginning); });
 }
 
-// ---- the subjects -----------------------------------------------------------------------------------
+// ---- the subjects -----------------------------------------------------------------------------------------
 
 void card(phone::VirtualPhone& phone) {
   partition_handle handle{};

@@ -1,0 +1,220 @@
+#include "phone/calls/faults.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+namespace phone {
+
+const std::string_view fault_file_help = R"(# Faults, one a line; read when a program attaches the phone.
+#
+#   CALL PATH NTH[+] EFFECT        a call of the C library or of a service
+#   nand OP BLOCK NTH[+] EFFECT    an operation of the NAND chip
+#
+# CALL    open, read, write, ... as in "write"; * is any file call
+# PATH    the phone's path, or a prefix that ends in *; * alone is any. For property calls the property's name
+# NTH     the nth matching call from 1; with + also all later ones
+# EFFECT  an errno name (EIO), or short=N: the transfer moves N bytes
+# OP      erase, program, read, ask_bad, ecc_stats;  BLOCK is a number, or * for any
+#         EFFECT is fail, corrupt, ecc_corrected, ecc_failed or power_cut
+#
+#   write /dev/block/mmcblk0p6 3 EIO
+#   read /data/misc/camera/* 1+ short=10
+#   nand program 4 1 corrupt
+)";
+
+constinit bool any_fault_armed = false;
+
+namespace {
+
+struct Armed {
+  Fault fault;
+  unsigned matches = 0;
+};
+
+struct State {
+  std::recursive_mutex mutex;
+  std::vector<Armed> armed;
+  unsigned struck = 0;
+  bool journal_kept = true;
+  std::vector<Call> journal;
+};
+
+// Never destroyed: interposed calls may come after the last static destructor.
+State& state() {
+  static auto* const instance = new State;
+  return *instance;
+}
+
+bool path_matches(std::string_view pattern, std::string_view path) {
+  if (pattern.empty()) return true;
+  if (pattern.ends_with('*')) return path.starts_with(pattern.substr(0, pattern.size() - 1));
+  return pattern == path;
+}
+
+// Every fault counts the call, also when another fault strikes it.
+Verdict strike(std::string_view call, std::string_view path, bool any_name_counts) {
+  Verdict verdict;
+  bool decided = false;
+  for (Armed& armed : state().armed) {
+    const Fault& fault = armed.fault;
+    const bool named = fault.call == call || (any_name_counts && fault.call == "*");
+    if (!named || !path_matches(fault.path, path)) continue;
+    ++armed.matches;
+    const bool due = armed.matches == fault.nth || (fault.from_then_on && armed.matches > fault.nth);
+    if (!due || std::exchange(decided, true)) continue;
+    ++state().struck;
+    verdict = fault.transfer >= 0 ? Verdict{.transfer = fault.transfer} : Verdict{.error = fault.error};
+  }
+  return verdict;
+}
+
+std::optional<int> errno_named(std::string_view name) {
+  for (int number = 1; number < 134; ++number) {
+    const char* known = strerrorname_np(number);
+    if (known != nullptr && name == known) return number;
+  }
+  return std::nullopt;
+}
+
+template <typename Value>
+std::optional<Value> number(std::string_view text) {
+  std::istringstream in{std::string(text)};
+  Value value = {};
+  if (text.empty() || text[0] < '0' || text[0] > '9' || !(in >> value) || in.peek() != EOF)
+    return std::nullopt;
+  return value;
+}
+
+struct Words {
+  std::string call, op, place, nth, effect;
+};
+
+std::optional<Fault> call_fault(const Words& words) {
+  Fault fault{.call = words.call, .path = words.place == "*" ? "" : words.place};
+  fault.from_then_on = words.nth.ends_with('+');
+  const auto nth = number<unsigned>(words.nth.substr(0, words.nth.size() - fault.from_then_on));
+  if (!nth || *nth == 0) return std::nullopt;
+  fault.nth = *nth;
+  if (words.effect.starts_with("short=")) {
+    const auto transfer = number<long>(std::string_view(words.effect).substr(6));
+    if (!transfer) return std::nullopt;
+    fault.transfer = *transfer;
+  } else {
+    const auto error = errno_named(words.effect);
+    if (!error) return std::nullopt;
+    fault.error = *error;
+  }
+  return fault;
+}
+
+template <typename Enum>
+std::optional<Enum> named(const std::map<std::string_view, Enum>& names, std::string_view name) {
+  const auto found = names.find(name);
+  return found == names.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::optional<NandFault> nand_fault(const Words& words) {
+  using Op = NandFault::Op;
+  using Effect = NandFault::Effect;
+  static const std::map<std::string_view, Op> ops = {{"erase", Op::erase},
+                                                     {"program", Op::program},
+                                                     {"read", Op::read},
+                                                     {"ask_bad", Op::ask_bad},
+                                                     {"ecc_stats", Op::ecc_stats}};
+  static const std::map<std::string_view, Effect> effects = {{"fail", Effect::fail},
+                                                             {"corrupt", Effect::corrupt},
+                                                             {"ecc_corrected", Effect::ecc_corrected},
+                                                             {"ecc_failed", Effect::ecc_failed},
+                                                             {"power_cut", Effect::power_cut}};
+  const auto op = named(ops, words.op);
+  const auto effect = named(effects, words.effect);
+  const bool onwards = words.nth.ends_with('+');
+  const auto nth = number<unsigned>(words.nth.substr(0, words.nth.size() - onwards));
+  const auto block = words.place == "*" ? std::optional<int64_t>(-1) : number<int64_t>(words.place);
+  if (!op || !effect || !nth || *nth == 0 || !block) return std::nullopt;
+  return NandFault{.op = *op, .effect = *effect, .block = *block, .nth = *nth, .from_then_on = onwards};
+}
+
+bool read_fault_line(const std::string& line, FaultFile& faults) {
+  std::istringstream in(line);
+  Words words;
+  if (!(in >> words.call) || words.call[0] == '#') return true;
+  if (words.call == "nand") in >> words.op;
+  std::string rest;
+  if (!(in >> words.place >> words.nth >> words.effect) || in >> rest) return false;
+  if (words.call == "nand") {
+    const auto fault = nand_fault(words);
+    if (fault) faults.nand.push_back(*fault);
+    return fault.has_value();
+  }
+  const auto fault = call_fault(words);
+  if (fault) faults.calls.push_back(*fault);
+  return fault.has_value();
+}
+
+}  // namespace
+
+Verdict judge_file_call(std::string_view call, std::string_view path, const char* journal_name) {
+  const std::lock_guard lock(state().mutex);
+  const std::string_view name = journal_name != nullptr ? journal_name : call;
+  if (state().journal_kept) state().journal.push_back({std::string(name), std::string(path)});
+  return strike(call, path, true);
+}
+
+Verdict judge_service_call(std::string_view call, std::string_view subject) {
+  if (!__atomic_load_n(&any_fault_armed, __ATOMIC_ACQUIRE)) return {};
+  const std::lock_guard lock(state().mutex);
+  return strike(call, subject, false);
+}
+
+void arm_fault(const Fault& fault) {
+  const std::lock_guard lock(state().mutex);
+  state().armed.push_back({fault});
+  // The journal and the matching know directories without their trailing slash.
+  std::string& path = state().armed.back().fault.path;
+  if (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  __atomic_store_n(&any_fault_armed, true, __ATOMIC_RELEASE);
+}
+
+void disarm_faults() {
+  const std::lock_guard lock(state().mutex);
+  state().armed.clear();
+  __atomic_store_n(&any_fault_armed, false, __ATOMIC_RELEASE);
+  state().struck = 0;
+}
+
+unsigned struck_faults() {
+  const std::lock_guard lock(state().mutex);
+  return state().struck;
+}
+
+void keep_journal(bool on) {
+  const std::lock_guard lock(state().mutex);
+  state().journal_kept = on;
+  state().journal.clear();
+}
+
+std::vector<Call> take_journal() {
+  const std::lock_guard lock(state().mutex);
+  return std::exchange(state().journal, {});
+}
+
+FaultFile read_fault_file(const std::filesystem::path& file) {
+  FaultFile faults;
+  std::ifstream in(file);
+  std::string line;
+  for (int row = 1; std::getline(in, line); ++row)
+    if (!read_fault_line(line, faults))
+      throw std::runtime_error(file.string() + ":" + std::to_string(row) + ": not a fault: " + line);
+  return faults;
+}
+
+}  // namespace phone

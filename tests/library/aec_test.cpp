@@ -1,0 +1,281 @@
+// Does the exposure control get its target, and later exactly the values that were stored for this module?
+// Guards against exposure values of another module, of a damaged record or of no record at all.
+
+#include <algorithm>
+
+#include "awb_calibration/factory.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using phone::LogLine;
+using support::Bytes;
+using support::E;
+using support::I;
+using support::kModule;
+using support::printf_text;
+using support::Words;
+
+class Aec : public support::PhoneTest {
+ protected:
+  Aec() : PhoneTest({.partition_size = 256 * 1024}) {}
+  void set(const std::string& name, const std::string& value) { phone().set_property(name, value); }
+
+  struct Values {
+    uint32_t gain = 77, exp_time = 77, luma_value = 77;
+    bool operator==(const Values&) const = default;
+  };
+  static Values stored_values() {
+    Values values;
+    QOR_Calibration_AEC_get_calibration_data(&values.gain, &values.exp_time, &values.luma_value);
+    return values;
+  }
+};
+
+constexpr const char* kCacheFiles[] = {"/data/misc/camera/aec_cal", "/data/misc/camera/aec_cal_front_CAM",
+                                       "/data/misc/camera/aec_cal_sub_CAM"};
+constexpr const char* kNodes[] = {"/sys/android_camera_awb_cal/awb_cal",
+                                  "/sys/android_camera_awb_cal/awb_cal_front",
+                                  "/sys/android_camera_awb_cal/awb_cal_sub"};
+
+Words good_words() {
+  return {3099, 160, 33000, 51, kModule[0], kModule[1], kModule[2], kModule[3]};
+}
+
+TEST_F(Aec, ParametersComeFromThePropertiesInCalibrationModeOnly) {
+  uint32_t target = 1, tolerance = 2;
+  aec_set_status_ready();
+  for (const char* status : {"0", "2", "33", "x"}) {
+    set("mfg.calibration.status", status);
+    EXPECT_EQ(QOR_Calibration_AEC_get_params(&target, &tolerance), -1) << status;
+  }
+  EXPECT_EQ(target * 10 + tolerance, 12U) << "untouched";
+  EXPECT_EQ(aec_is_ready(), 0U) << "reset all the same";
+
+  set("mfg.calibration.status", "3");
+  set("mfg.awb.calibration.camid", "2");
+  const auto log = log_of([&] { EXPECT_EQ(QOR_Calibration_AEC_get_params(&target, &tolerance), 0); });
+  EXPECT_EQ(
+      log, (std::vector{I("Cal_Status 3, luma_target = 50, tolerance = 4"),
+                        I("[AWB Calibration] QOR_Calibration_AEC_get_params: luma_target(50) tolerance(4)\n"),
+                        I("camid 2")}));
+  EXPECT_EQ(target, 50U);
+  EXPECT_EQ(tolerance, 4U);
+  EXPECT_EQ(awb_get_camid(), 2);
+  set("mfg.awb.calibration.luma_target", "64");
+  set("mfg.awb.calibration.tolerance", "-1");
+  QOR_Calibration_AEC_get_params(&target, &tolerance);
+  EXPECT_EQ(target, 64U);
+  EXPECT_EQ(tolerance, 0xFFFFFFFFU);
+  EXPECT_EQ(QOR_Calibration_AEC_get_params(nullptr, &tolerance), -1);
+  EXPECT_EQ(QOR_Calibration_AEC_get_params(&target, nullptr), -1);
+}
+
+TEST_F(Aec, ReadyNeedsStatusTriggerAndEnable) {
+  struct Row {
+    const char *status, *trigger, *enable;
+    uint32_t ready;
+  };
+  for (const Row& row : {Row{"3", "1", "1", 1}, Row{"3", "0", "1", 0}, Row{"3", "1", "0", 0},
+                         Row{"3", "2", "1", 0}, Row{"2", "1", "1", 0}, Row{"", "1", "1", 0}}) {
+    uint32_t unused;
+    set("mfg.calibration.status", row.status);
+    set("mfg.awb.calibration.trigger", row.trigger);
+    set("mfg.awb.calibration.ae.k.eb", row.enable);
+    QOR_Calibration_AEC_get_params(&unused, &unused);
+    EXPECT_EQ(QOR_Calibration_AEC_set_ready(1, 2, 3), row.ready) << row.status << row.trigger << row.enable;
+    EXPECT_EQ(QOR_AWB_Calibration_aec_ready, row.ready);
+  }
+}
+
+TEST_F(Aec, WritingStoresTheRecordAndItsCache) {
+  const awb_fuse_id fuse = {{kModule[0], kModule[1], kModule[2], kModule[3]}};
+  const Bytes record = support::sealed32(good_words());
+  for (uint8_t camera = 0; camera < 4; ++camera) {
+    const std::string cache = kCacheFiles[camera % 3];
+    std::string console;
+    expect_partition_write(0x20E28U + camera * 0x1000U, record, [&] {
+      console =
+          support::console_of([&] { EXPECT_EQ(aec_write_calibration(camera, fuse, 160, 33000, 51), 0); });
+    });
+    EXPECT_EQ(console, "aec_write_calibration: writeflash() OK\n");
+    EXPECT_EQ(get(cache), record);
+    EXPECT_EQ(support::mode_of(host(cache)), 0644);
+  }
+}
+
+TEST_F(Aec, WritingLogsEveryWord) {
+  const awb_fuse_id fuse = {{1, 2, 3, 4}};
+  auto log =
+      support::with_tag(log_of([&] { aec_write_calibration(2, fuse, 5, 6, 7); }), "camera_calibration");
+  std::vector<LogLine> expected = {I("aec_write_calibration: camid(2) offset(11816) (5,6)")};
+  const Bytes record = support::sealed32({3099, 5, 6, 7, 1, 2, 3, 4});
+  for (uint32_t i = 0; i < 9; ++i) {
+    expected.push_back(I(printf_text("aec_write_calibration, [AWB Calibration]-aec_caBuff-%u, 0x%x", i,
+                                     support::word_at(record, 4 * i))));
+  }
+  ASSERT_GT(log.size(), expected.size() + 2);
+  EXPECT_TRUE(std::equal(expected.begin(), expected.end(), log.begin()));
+  EXPECT_EQ(log[log.size() - 2], I("aec_write_calibration, [AWB Calibration] AEC write flash pass"));
+  EXPECT_EQ(log.back(), I("[AWB Calibration] write aec_cabuff to /data/misc/camera/aec_cal"));
+}
+
+TEST_F(Aec, WriteFailuresAreTold) {
+  const awb_fuse_id fuse = {{1, 2, 3, 4}};
+  phone().add_fault({.call = "open", .path = "/data/misc/camera/*", .from_then_on = true, .error = EROFS});
+  for (uint8_t camera = 0; camera < 3; ++camera) {
+    const std::string text = std::string("aec_write_calibration: create ") + kCacheFiles[camera] + " fail\n";
+    std::vector<LogLine> log;
+    EXPECT_EQ(support::console_of(
+                  [&] { log = log_of([&] { EXPECT_EQ(aec_write_calibration(camera, fuse, 1, 2, 3), 0); }); }),
+              "aec_write_calibration: writeflash() OK\n" + text);
+    EXPECT_EQ(log.back(), E(text));
+  }
+  phone().clear_faults();
+  phone().add_fault({.call = "write", .path = "/dev/block/*", .from_then_on = true});
+  std::vector<LogLine> log;
+  EXPECT_EQ(support::console_of(
+                [&] { log = log_of([&] { EXPECT_EQ(aec_write_calibration(0, fuse, 1, 2, 3), -1); }); }),
+            "aec_write_calibration: writeflash() fail\n");
+  EXPECT_EQ(log.back(), E("aec_write_calibration, [AWB Calibration] Can't write AEC to flash. Maybe Not MFG "
+                          "ROM or Flash is bad"));
+  EXPECT_TRUE(camera_files().empty());
+}
+
+TEST_F(Aec, ReadingPrefersTheCacheOfTheSelectedCamera) {
+  const char* const camera_words[] = {"MAIN", "Front", "Sub"};
+  for (uint32_t camera = 0; camera < 3; ++camera) {
+    const Bytes record = support::pattern(36, camera);
+    put(kCacheFiles[camera], record);
+    set_sensor_selection(camera);
+    Bytes buffer(37, 0xA5);
+    const auto log = log_of([&] { EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 36); });
+    EXPECT_TRUE(std::equal(record.begin(), record.end(), buffer.begin()));
+    EXPECT_EQ(buffer.back(), 0xA5);
+    EXPECT_EQ(log, (std::vector{I(printf_text("aec_read_calibration: Read file for AEC of %s CAM\n",
+                                              camera_words[camera])),
+                                I(printf_text("Read %s OK (36)\n", kCacheFiles[camera]))}));
+    put(kCacheFiles[camera], Bytes(record.begin(), record.begin() + 7));
+    EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 7);
+    put(kCacheFiles[camera], {});
+    EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 0)
+        << "an empty cache file is no reason to look elsewhere";
+  }
+}
+
+TEST_F(Aec, ReadingFallsBackToTheExport) {
+  const char* const camera_words[] = {"MAIN", "front", "sub"};
+  const char* const first_words[] = {"MAIN", "Front", "Sub"};
+  for (uint32_t camera = 0; camera < 3; ++camera) {
+    set_sensor_selection(camera);
+    const Bytes image = support::pattern(4000, camera);
+    put(kNodes[camera], image);
+    Bytes buffer(400, 0xA5);
+    const auto log = log_of([&] { EXPECT_EQ(aec_read_calibration(buffer.data(), 300), 300); });
+    EXPECT_TRUE(std::equal(buffer.begin(), buffer.begin() + 288, image.begin() + 0xE80));
+    EXPECT_EQ(Bytes(buffer.begin() + 288, buffer.begin() + 301),
+              (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xA5}));
+    EXPECT_EQ(
+        log, (std::vector{
+                 I(printf_text("aec_read_calibration: Read file for AEC of %s CAM\n", first_words[camera])),
+                 I(printf_text("aec_read_calibration: Read flash for AEC of %s CAM\n", camera_words[camera])),
+                 I("[AWB Calibration]aec_read_calibration: read from file OK: "
+                   "/sys/android_camera_awb_cal/awb_cal (4000) (300)")}));
+    put(kNodes[camera], Bytes(image.begin(), image.begin() + 0xE80 + 10));
+    EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 36) << "a short export claims the length";
+    EXPECT_EQ(Bytes(buffer.begin() + 10, buffer.begin() + 36), Bytes(26)) << "and shows no stale byte";
+    std::filesystem::remove(host(kNodes[camera]));
+    const auto lost = log_of([&] { EXPECT_EQ(aec_read_calibration(buffer.data(), 36), -1); });
+    EXPECT_EQ(lost.back(), E(printf_text("[AWB Calibration]aec_read_calibration: fail to read from file:%s",
+                                         kNodes[camera])));
+  }
+  EXPECT_EQ(aec_read_calibration(nullptr, 36), -1);
+}
+
+TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
+  fit_module("main");
+  const Values good{160, 33000, 51};
+  const Values none{0, 0, 0};
+  const auto changed = [](std::initializer_list<std::pair<size_t, uint32_t>> changes) {
+    Words words = good_words();
+    for (const auto& [index, value] : changes) words[index] = value;
+    return support::sealed32(words);
+  };
+  struct Row {
+    const char* what;
+    Bytes record;
+    Values values;
+  };
+  const Row rows[] = {
+      {"good", changed({}), good},
+      {"version 0", changed({{0, 99}}), good},
+      {"version 4", changed({{0, 4099}}), none},
+      {"judged bad", changed({{0, 3000}}), none},
+      {"huge valid word", changed({{0, 4294967099}}), none},
+      {"unbound", changed({{4, 0}, {5, 0}, {6, 0}, {7, 0}}), good},
+      {"first fuse word zero", changed({{4, 0}}), good},
+      {"first word zero, another differs", changed({{4, 0}, {7, 1}}), none},
+      {"second fuse word zero", changed({{5, 0}}), none},
+      {"other module", changed({{7, 1}}), none},
+      {"all zero", Bytes(36), none},
+      {"all ones", Bytes(36, 0xFF), none},
+      {"empty", {}, none},
+      {"cut", Bytes(35, 0x11), none},
+  };
+  for (const Row& row : rows) {
+    put(kCacheFiles[0], row.record);
+    EXPECT_EQ(stored_values(), row.values) << row.what;
+  }
+}
+
+TEST_F(Aec, EveryFlippedBitIsRefused) {
+  fit_module("main");
+  const Bytes record = support::sealed32(good_words());
+  for (size_t bit = 0; bit < record.size() * 8; ++bit) {
+    Bytes damaged = record;
+    damaged[bit / 8] = static_cast<uint8_t>(damaged[bit / 8] ^ 1U << bit % 8);
+    put(kCacheFiles[0], damaged);
+    EXPECT_EQ(stored_values(), (Values{0, 0, 0})) << "bit " << bit;
+  }
+}
+
+TEST_F(Aec, JudgingLogsWhatItSaw) {
+  fit_module("main");
+  const std::string name = "QOR_Calibration_AEC_get_calibration_data";
+  const std::string fuse = "0x11223344, 0x55667788, 0x99aabbcc, 0xddeeff01";
+  Bytes record = support::sealed32(good_words());
+  const auto tail_of = [&](const Bytes& bytes) {
+    put(kCacheFiles[0], bytes);
+    const auto log = log_of([] { stored_values(); });
+    return std::vector<LogLine>(log.begin() + 6, log.end());  // after the fuse words and the reader's lines
+  };
+  const std::string crc = printf_text("%x", support::word_at(record, 32));
+  const LogLine data =
+      I(name + ", AEC nandflash data: 0xc1b, 0xa0, 0x80e8, 0x33, " + fuse + ", 0x" + crc + "\n");
+  EXPECT_EQ(tail_of(record),
+            (std::vector{data, I(name + ", AEC check sum=" + crc + ", OK\n"),
+                         I(name + ", AEC a0, 80e8, 33, (11223344 55667788 99aabbcc ddeeff01)\n"),
+                         I(name + ", AEC caAecBuff[0]:3099\n"), I(name + ", Load AEC-Calibraton data"),
+                         I(name + ", (gain, exp_time, luma_value,) = (0xa0, 0x80e8, 0x33)")}));
+  fit_module("main", {1, 2, 3, 4});
+  EXPECT_EQ(tail_of(record).back(), E(name + ", Not load AEC-Calibraton data"));
+  record[32] ^= 1;
+  const auto refused = tail_of(record);
+  EXPECT_EQ(
+      std::vector<LogLine>(refused.begin() + 1, refused.end()),
+      (std::vector{
+          E(name + ", AEC read from /sys/android_camera_awb_cal/awb_cal, not valid or check sum not OK!\n"),
+          E(name + ", AEC will do nothing!\n")}));
+}
+
+TEST_F(Aec, AnUnreadableRecordIsAZeroRecord) {
+  const auto log = log_of([] { EXPECT_EQ(stored_values(), (Values{0, 0, 0})); });
+  EXPECT_EQ(log.back(), E("QOR_Calibration_AEC_get_calibration_data, Not load AEC-Calibraton data"));
+  uint32_t word = 5;
+  QOR_Calibration_AEC_get_calibration_data(nullptr, &word, &word);
+  QOR_Calibration_AEC_get_calibration_data(&word, nullptr, &word);
+  QOR_Calibration_AEC_get_calibration_data(&word, &word, nullptr);
+  EXPECT_EQ(word, 5U);
+}
+
+}  // namespace

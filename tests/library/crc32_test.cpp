@@ -1,0 +1,43 @@
+// Does the fast checksum give what the documented byte loop gives, for every length, alignment and start
+// value? Guards against a wrong tail or table in the sliced or instruction-based loop, which would refuse
+// good records.
+
+#include "awb_calibration/records.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using support::Bytes;
+
+TEST(Crc32, KnownValues) {
+  EXPECT_EQ(Crc32CheckSumByte("123456789", 9, 0), 0x2DFD2D88U);
+  EXPECT_EQ(~Crc32CheckSumByte("123456789", 9, 0xFFFFFFFFU), 0xCBF43926U) << "the standard's check value";
+  EXPECT_EQ(Crc32CheckSumByte("\0\0\0\0", 4, 0), 0U);
+  EXPECT_EQ(Crc32CheckSumByte("x", 0, 0x12345678), 0x12345678U);
+  EXPECT_EQ(Crc32CheckSumByte(nullptr, 0, 7), 7U);
+}
+
+TEST(Crc32, AgreesWithTheBitwiseTwin) {
+  const Bytes data = support::pattern(4096 + 16);
+  std::vector<uint32_t> lengths = {465, 1643, 1663, 3556, 3576, 4000};
+  for (uint32_t length = 0; length <= 80; ++length) lengths.push_back(length);
+  for (const uint32_t length : lengths) {
+    for (size_t alignment = 0; alignment < 9; ++alignment) {
+      for (const uint32_t start : {0U, 1U, 0x80000000U, 0xFFFFFFFFU, 0xDEADBEEFU}) {
+        ASSERT_EQ(Crc32CheckSumByte(&data[alignment], length, start),
+                  support::bitwise_crc(&data[alignment], length, start))
+            << "length " << length << " alignment " << alignment << " start " << start;
+      }
+    }
+  }
+}
+
+TEST(Crc32, ContinuesOverPieces) {
+  const Bytes data = support::pattern(100);
+  const uint32_t whole = support::bitwise_crc(data.data(), 100);
+  for (uint32_t cut = 0; cut <= 100; ++cut) {
+    EXPECT_EQ(Crc32CheckSumByte(&data[cut], 100 - cut, Crc32CheckSumByte(data.data(), cut, 0)), whole) << cut;
+  }
+}
+
+}  // namespace

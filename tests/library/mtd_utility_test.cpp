@@ -1,0 +1,545 @@
+// Does each function of the MTD utility give its documented result, lines and bytes, also when blocks, memory
+// or arguments are bad? Guards against callers outside this library finding out in the field.
+
+#include <mtd/mtd-user.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/support/nand_phone.h"
+
+// The table outlives its names and mtd_data_close() drops it on purpose: callers may hold pointers into both.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:mtd_scan_partitions\n";
+}
+
+namespace {
+
+using phone::LogLine;
+using phone::NandFault;
+using support::Bytes;
+using support::kMtdPath;
+using support::MD;
+using support::ME;
+using support::MI;
+using Op = NandFault::Op;
+
+constexpr uint32_t kBlock = 4096;
+
+/// Blocks 2 and 5 are marked bad.
+class MtdUtility : public support::NandPhone {
+ protected:
+  MtdUtility() : NandPhone({.erase_size = kBlock, .blocks = 8, .factory_bad = {2, 5}}) {
+    erase_size = kBlock;
+  }
+  ~MtdUtility() override { drop_table(); }
+
+  static void drop_table() {
+    mtd_data_handle handle{nullptr, std::malloc(1)};
+    mtd_data_close(&handle);
+  }
+  /// The contents of the good blocks, in order.
+  Bytes usable() {
+    Bytes all;
+    for (const uint32_t block : {0U, 1U, 3U, 4U, 6U, 7U}) {
+      const Bytes bytes = nand().block_bytes(block);
+      all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+    return all;
+  }
+  unsigned erases() {
+    unsigned sum = 0;
+    for (uint32_t block = 0; block < 8; ++block) sum += nand().erase_count(block);
+    return sum;
+  }
+};
+
+// ---- the table --------------------------------------------------------------------------------------------
+
+TEST_F(MtdUtility, TheTableKeepsWhatEarlierScansFound) {
+  list_in_proc_mtd(
+      "dev:\nmtd0: 1 1 \"a\"\nmtd31: 20000 1000 \"last\"\nmtd32: 1 1 \"out\"\nmtd-1: 1 1 \"out\"\n");
+  EXPECT_EQ(lines_of([] { EXPECT_EQ(mtd_scan_partitions(), 2); }),
+            (std::vector{MI("g_mtd_state.partitions 0\n")}));
+  const mtd_partition* last = mtd_find_partition_by_name("last");
+  ASSERT_NE(last, nullptr);
+  EXPECT_EQ(last->index, 31);
+  EXPECT_EQ(last->size, 0x20000U);
+  EXPECT_EQ(last->erase_size, 0x1000U);
+  EXPECT_EQ(mtd_find_partition_by_name("out"), nullptr);
+
+  list_in_proc_mtd("mtd3: 8000 1000 \"mfg\"\n");
+  const auto lines = lines_of([] { EXPECT_EQ(mtd_scan_partitions(), 1); });
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_NE(lines[0].text, "g_mtd_state.partitions 0\n");
+  EXPECT_EQ(mtd_find_partition_by_name(last->name), last) << "no longer listed, and its own name stays valid";
+  drop_table();
+  EXPECT_EQ(mtd_find_partition_by_name("last"), nullptr);
+  EXPECT_STREQ(last->name, "last") << "dropped, not freed";
+}
+
+TEST_F(MtdUtility, AScanReads2047BytesAndFailsWithoutFileOrMemory) {
+  const std::string line = "mtd3: 8000 1000 \"mfg\"";
+  list_in_proc_mtd(std::string(2047 - line.size(), '\n') + line);
+  EXPECT_EQ(mtd_scan_partitions(), 1);
+  list_in_proc_mtd(std::string(2048 - line.size(), '\n') + line);
+  EXPECT_EQ(mtd_scan_partitions(), 1) << "without its quote";
+  EXPECT_NE(mtd_find_partition_by_name("mfg"), nullptr) << "a name that ends with the text";
+  list_in_proc_mtd("mtd3: 8000 1000 \"mfg\"\n");
+  for (const char* call : {"open", "read"}) {
+    phone().add_fault({.call = call, .path = "/proc/mtd"});
+    EXPECT_EQ(mtd_scan_partitions(), -1) << call;
+  }
+  phone().add_fault({.call = "malloc"});
+  EXPECT_EQ(mtd_scan_partitions(), -1) << "no name";
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_NE(mtd_find_partition_by_name("mfg"), nullptr);
+  drop_table();
+  phone().clear_faults();
+  phone().add_fault({.call = "malloc", .from_then_on = true});
+  EXPECT_EQ(mtd_find_partition_by_name("mfg"), nullptr) << "no table";
+  EXPECT_EQ(errno, ENOMEM);
+}
+
+// ---- streams ----------------------------------------------------------------------------------------------
+
+TEST_F(MtdUtility, AReadStreamHandsOutTheUsableBlocksInPiecesOfAnyLength) {
+  for (const int64_t piece : {int64_t{1000}, int64_t{kBlock}, int64_t{6000}, int64_t{6} * kBlock}) {
+    mtd_read_context* stream = mtd_read_partition(state());
+    ASSERT_NE(stream, nullptr);
+    Bytes all(6 * kBlock);
+    int64_t done = 0;
+    for (; done + piece <= 6 * kBlock; done += piece)
+      EXPECT_EQ(mtd_read_data(stream, all.data() + done, piece), piece);
+    const Bytes expected = usable();
+    EXPECT_TRUE(std::equal(all.begin(), all.begin() + done, expected.begin())) << piece;
+    lines_of([&] { EXPECT_EQ(mtd_read_data(stream, all.data(), 6 * kBlock), -1); });
+    EXPECT_EQ(error, ENOSPC);
+    EXPECT_EQ(mtd_read_data(stream, all.data(), 0), 0);
+    mtd_read_close(stream);
+  }
+}
+
+TEST_F(MtdUtility, AWriteStreamFillsTheGoodBlocksAndPadsTheLastWithZeros) {
+  for (const int64_t piece : {int64_t{1000}, int64_t{kBlock}, int64_t{9000}}) {
+    const Bytes data = support::pattern(18000, static_cast<uint32_t>(piece));
+    Bytes expected = data;
+    expected.resize(5 * kBlock, 0);
+    expected.insert(expected.end(), content(7).begin(), content(7).end());
+    mtd_write_context* stream = mtd_write_partition(state());
+    ASSERT_NE(stream, nullptr);
+    for (int64_t done = 0; done < 18000; done += piece) {
+      const int64_t length = std::min(piece, 18000 - done);
+      EXPECT_EQ(mtd_write_data(stream, data.data() + done, length), length);
+    }
+    EXPECT_EQ(mtd_write_close(stream), piece == kBlock * 5 ? -1 : 0);
+    EXPECT_EQ(usable(), expected) << piece;
+  }
+  EXPECT_TRUE(nand().violations().empty());
+}
+
+TEST_F(MtdUtility, AFullPartitionTakesNoMoreAndItsCloseFails) {
+  const Bytes data = support::pattern(6 * kBlock, 70);
+  mtd_write_context* stream = mtd_write_partition(state());
+  EXPECT_EQ(mtd_write_data(stream, data.data(), 6 * kBlock), 6 * kBlock);
+  EXPECT_EQ(mtd_write_data(stream, data.data(), 100), 100) << "waits in the context";
+  errno = 0;
+  EXPECT_EQ(mtd_write_data(stream, data.data(), kBlock), -1);
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(mtd_write_close(stream), -1);
+  EXPECT_EQ(usable(), data);
+}
+
+TEST_F(MtdUtility, EraseBlocksCountsBadBlocksAndFlushesFirst) {
+  struct Row {
+    int32_t blocks;
+    int64_t result;
+    unsigned erased;
+    std::vector<LogLine> lines = {};
+  };
+  const auto bad = [](const char* at) {
+    return ME(std::string("mtd: not erasing bad block at ") + at + "\n");
+  };
+  const Row rows[] = {
+      {0, kBlock, 0},
+      {1, 2 * kBlock, 1},
+      {3, 4 * kBlock, 2, {bad("0x00002000")}},
+      {-1, 8 * kBlock, 5, {bad("0x00002000"), bad("0x00005000")}},
+      {7, 8 * kBlock, 5, {bad("0x00002000"), bad("0x00005000")}},
+      {8, -1, 0},
+      {INT32_MAX, -1, 0},
+  };
+  for (const Row& row : rows) {
+    mtd_write_context* stream = mtd_write_partition(state());
+    EXPECT_EQ(mtd_write_data(stream, "abc", 3), 3);
+    const unsigned before = erases();
+    int64_t result = 0;
+    EXPECT_EQ(lines_of([&] { result = mtd_erase_blocks(stream, row.blocks); }), row.lines) << row.blocks;
+    EXPECT_EQ(result, row.result) << row.blocks;
+    EXPECT_EQ(erases() - before, row.erased + 1) << "one for the waiting bytes";
+    EXPECT_TRUE(result >= 0 || error == ENOSPC) << row.blocks;
+    EXPECT_EQ(mtd_write_close(stream), 0);
+  }
+  EXPECT_EQ(nand().block_bytes(0)[2], 'c');
+  EXPECT_EQ(nand().block_bytes(0)[3], 0);
+}
+
+TEST_F(MtdUtility, EraseBlocksUsesABlockThatItCannotAskAboutAndGoesOnAfterAFailure) {
+  nand().add_fault({.op = Op::ask_bad, .block = 0});
+  nand().add_fault({.op = Op::erase, .block = 1});
+  mtd_write_context* stream = mtd_write_partition(state());
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_erase_blocks(stream, 2), 2 * kBlock); }),
+            (std::vector{ME("mtd: erase failure at 0x00001000\n")}));
+  EXPECT_EQ(nand().block_bytes(0), Bytes(kBlock, 0xFF));
+  phone().add_fault({.call = "lseek", .path = kMtdPath, .from_then_on = true});
+  EXPECT_EQ(mtd_erase_blocks(stream, 1), -1);
+  EXPECT_EQ(mtd_write_data(stream, content(0).data(), kBlock), -1)
+      << "a write that cannot learn its position";
+  EXPECT_EQ(mtd_write_close(stream), -1);
+}
+
+TEST_F(MtdUtility, AnEraseSizeOf0EndsTheStreamsButNotAnEraseOf0Blocks) {
+  state()->erase_size = 0;
+  uint8_t byte = 0;
+  mtd_read_context* in = mtd_read_partition(state());
+  mtd_write_context* out = mtd_write_partition(state());
+  ASSERT_TRUE(in != nullptr && out != nullptr);
+  EXPECT_EQ(mtd_read_data(in, &byte, 1), -1);
+  EXPECT_EQ(mtd_write_data(out, &byte, 1), -1);
+  EXPECT_EQ(mtd_erase_blocks(out, 1), -1);
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(mtd_erase_blocks(out, -1), 0);
+  mtd_read_close(in);
+  EXPECT_EQ(mtd_write_close(out), 0);
+}
+
+// ---- whole partitions through a descriptor ----------------------------------------------------------------
+
+class MtdDescriptor : public MtdUtility {
+ protected:
+  MtdDescriptor() : fd_(mtd_open_partition_device(state())) { EXPECT_GE(fd_, 0); }
+  ~MtdDescriptor() override { close(fd_); }
+  const int fd_;
+};
+
+TEST_F(MtdDescriptor, TellsWhatTheKernelSays) {
+  mtd_info_user info{};
+  EXPECT_EQ(mtd_get_partition_info(fd_, &info), 0);
+  EXPECT_EQ(info.size, 8 * kBlock);
+  region_info_user region{};
+  EXPECT_EQ(mtd_get_partition_region_info(fd_, &region), 0);
+  EXPECT_EQ(region.numblocks, 8U);
+  region.regionindex = 9;
+  EXPECT_EQ(mtd_get_partition_region_info(fd_, &region), -1);
+  mtd_partition missing{};
+  missing.index = 9;
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_open_partition_device(&missing), -1); }),
+            (std::vector{ME("cannot open device [/dev/mtd/mtd9]!\n")}));
+}
+
+TEST_F(MtdDescriptor, EraseInfoErasesGoodBlocksAndSaysEachStep) {
+  nand().add_fault({.op = Op::ask_bad, .block = 3});
+  nand().add_fault({.op = Op::erase, .block = 4});
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_set_partition_erase_info(fd_, kBlock, 7 * kBlock), -1); }),
+            (std::vector{MD("trying to erase offset 4096"), MD("offset 8192 is bad block, skip..."),
+                         MD("offset 12288 is bad block, skip..."), MD("trying to erase offset 16384"),
+                         MD("erasing offset 16384 failed, errno = 5"),
+                         MD("offset 20480 is bad block, skip..."), MD("trying to erase offset 24576")}));
+  EXPECT_EQ(nand().block_bytes(6), Bytes(kBlock, 0xFF)) << "goes on after a failure";
+  EXPECT_EQ(mtd_set_partition_erase_info(fd_, 0, 2 * kBlock), 0);
+  erase_size = 0x20000;
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_set_partition_erase_info(fd_, 0, 0x30000), -1); }),
+            (std::vector{ME("length 196608 is not a multiple of erase size 131072")}));
+  erase_size = 0;
+  EXPECT_EQ(mtd_set_partition_erase_info(fd_, 0, kBlock), -1);
+}
+
+/// A transfer that moves what its script says, and what it was asked for.
+struct Script {
+  std::vector<std::pair<ssize_t, int>> answers;  // bytes moved, errno; then whole pieces
+  std::vector<std::pair<size_t, size_t>> asked;  // offset in the buffer, count
+  char* buffer;
+};
+Script script;
+
+ssize_t scripted(int fd, void* at, size_t count) {
+  EXPECT_EQ(fd, 42);
+  script.asked.emplace_back(static_cast<char*>(at) - script.buffer, count);
+  const size_t call = script.asked.size() - 1;
+  if (call >= script.answers.size()) return static_cast<ssize_t>(count);
+  errno = script.answers[call].second;
+  return script.answers[call].first;
+}
+
+TEST_F(MtdUtility, RepeatsInHalvesWhileMemoryIsShort) {
+  using Asked = std::vector<std::pair<size_t, size_t>>;
+  struct Row {
+    const char* what;
+    uint32_t total;
+    std::vector<std::pair<ssize_t, int>> answers;
+    int32_t result;
+    Asked asked;
+  };
+  const Row rows[] = {
+      {"halves do", 0x20000, {}, 0, {{0, 0x10000}, {0x10000, 0x10000}}},
+      {"then quarters, from the start",
+       0x4000,
+       {{0x2000, 0}, {-1, ENOMEM}},
+       0,
+       {{0, 0x2000}, {0x2000, 0x2000}, {0, 0x1000}, {0x1000, 0x1000}, {0x2000, 0x1000}, {0x3000, 0x1000}}},
+      {"another error", 0x4000, {{-1, EIO}}, -1, {{0, 0x2000}}},
+      {"a short piece", 0x4000, {{0x1FFF, EIO}}, -1, {{0, 0x2000}}},
+      {"down to 2048 bytes", 0x2000, {{-1, ENOMEM}, {-1, ENOMEM}}, -1, {{0, 0x1000}, {0, 0x800}}},
+      {"too small to halve", 0xFFF, {}, -1, {}},
+      {"an odd length never fits",
+       0x2001,
+       {},
+       -1,
+       {{0, 0x1000}, {0x1000, 0x1000}, {0, 0x800}, {0x800, 0x800}, {0x1000, 0x800}, {0x1800, 0x800}}},
+      {"nothing", 0, {}, -1, {}},
+  };
+  Bytes buffer(0x20000);
+  for (const Row& row : rows) {
+    script = {row.answers, {}, reinterpret_cast<char*>(buffer.data())};
+    errno = 0;
+    EXPECT_EQ(alloc_mtd_repeat_and_do(scripted, 42, buffer.data(), row.total), row.result) << row.what;
+    EXPECT_EQ(script.asked, row.asked) << row.what;
+  }
+}
+
+TEST_F(MtdDescriptor, ReadsAWholePartitionOrItsSize) {
+  uint32_t size = 0;
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_read_partition_data(fd_, &size, nullptr), 0); }),
+            (std::vector{MD("partition size = 32768")}));
+  EXPECT_EQ(size, 8 * kBlock);
+  EXPECT_EQ(mtd_read_partition_data(fd_, &size, nullptr), -1) << "a size and nowhere to put it";
+  size = 0;
+  void* out = nullptr;
+  ASSERT_EQ(mtd_read_partition_data(fd_, &size, &out), 0);
+  const auto* bytes = static_cast<const uint8_t*>(out);
+  EXPECT_TRUE(std::equal(content(7).begin(), content(7).end(), bytes + 7 * kBlock));
+  std::free(out);
+
+  size = 9 * kBlock;
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_read_partition_data(fd_, &size, &out), -1); }),
+            (std::vector{ME("cannot read 36864 bytes from partition! errno = 0")}));
+  EXPECT_EQ(out, nullptr);
+  size = 0;
+  phone().add_fault({.call = "ioctl"});
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_read_partition_data(fd_, &size, &out), -1); }),
+            (std::vector{MD("cannot get partition info!")}));
+  phone().clear_faults();
+  phone().add_fault({.call = "malloc"});
+  EXPECT_EQ(mtd_read_partition_data(fd_, &size, &out), -1);
+  EXPECT_EQ(errno, ENOMEM);
+}
+
+TEST_F(MtdDescriptor, RetriesAWholeTransferThatRanOutOfMemory) {
+  phone().add_fault({.call = "read", .path = kMtdPath, .error = ENOMEM});
+  uint32_t size = 8 * kBlock;
+  void* out = nullptr;
+  const std::vector<LogLine> pieces = {MD("try again: data size 0x4000, loops 2\n"),
+                                       MD("> loop 0, data size 0x4000, total 0x4000 bytes\n"),
+                                       MD("> loop 1, data size 0x4000, total 0x8000 bytes\n")};
+  std::vector<LogLine> expected = {ME("cannot read 32768 bytes from partition! errno = 12")};
+  expected.insert(expected.end(), pieces.begin(), pieces.end());
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_read_partition_data(fd_, &size, &out), 0); }), expected);
+  EXPECT_EQ(std::memcmp(out, content(0).data(), kBlock), 0);
+  std::free(out);
+
+  phone().add_fault({.call = "read", .path = kMtdPath, .from_then_on = true, .error = ENOMEM});
+  const auto lines = lines_of([&] { EXPECT_EQ(mtd_read_partition_data(fd_, &size, &out), -1); });
+  EXPECT_EQ(lines[2], ME("this try also fails: Cannot allocate memory(12)!\n"));
+  EXPECT_EQ(lines.size(), 1U + 2 * 4) << "0x4000, 0x2000, 0x1000, 0x800";
+  EXPECT_EQ(out, nullptr);
+}
+
+TEST_F(MtdDescriptor, WritesAWholePartitionOverErasedBlocks) {
+  const Bytes data = support::pattern(2 * kBlock, 70);
+  ASSERT_EQ(mtd_write_partition_data(fd_, 2 * kBlock, data.data()), 0);
+  EXPECT_EQ(nand().block_bytes(1), Bytes(data.begin() + kBlock, data.end()));
+  phone().add_fault({.call = "write", .path = kMtdPath, .error = ENOMEM});
+  const auto lines = lines_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, 2 * kBlock, data.data()), 0); });
+  EXPECT_EQ(lines[2], ME("cannot write 8192 bytes to partition! errno = 12"));
+  EXPECT_EQ(nand().block_bytes(0), Bytes(data.begin(), data.begin() + kBlock));
+  phone().add_fault({.call = "write", .path = kMtdPath});
+  EXPECT_EQ(mtd_write_partition_data(fd_, kBlock, data.data()), -1);
+  EXPECT_EQ(mtd_write_partition_data(fd_, 100, data.data()), -1) << "no multiple of the erase size";
+  EXPECT_TRUE(nand().violations().empty());
+}
+
+// ---- by name ----------------------------------------------------------------------------------------------
+
+TEST_F(MtdUtility, DataIsReadAndWrittenByName) {
+  mtd_data_handle handle{};
+  lines_of([&] { ASSERT_EQ(mtd_data_open(&handle, "mfg"), 0); });
+  EXPECT_EQ(mtd_data_write(&handle), -1) << "no data yet";
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_data_read_block(&handle), 0); }),
+            (std::vector{ME("mtd_read_data returns 4096, errno = Success")}))
+      << "a block is not the partition";
+  EXPECT_EQ(std::memcmp(handle.data, content(0).data(), kBlock), 0);
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_data_read(&handle), 0); }).back(),
+            ME("mtd_read_data returns -1, errno = No space left on device"))
+      << "two blocks are bad";
+  EXPECT_EQ(std::memcmp(handle.data, usable().data(), 6 * kBlock), 0);
+
+  const Bytes data = support::pattern(8 * kBlock, 70);
+  std::memcpy(handle.data, data.data(), data.size());
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_data_write_block(&handle), 0); }),
+            (std::vector{MD("trying to write length 4096")}));
+  EXPECT_EQ(nand().block_bytes(0), Bytes(data.begin(), data.begin() + kBlock));
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_data_write(&handle), -1); }).back(),
+            ME("mtd_write_data returns -1, errno = No space left on device"));
+  EXPECT_EQ(usable(), Bytes(data.begin(), data.begin() + 6 * kBlock));
+  EXPECT_EQ(mtd_data_close(&handle), 0);
+  EXPECT_EQ(handle.data, nullptr);
+  EXPECT_EQ(lines_of([] { mtd_scan_partitions(); }), (std::vector{MI("g_mtd_state.partitions 0\n")}));
+}
+
+TEST_F(MtdUtility, DataCallsSayWhatFailed) {
+  mtd_data_handle handle{};
+  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_data_open(&handle, "none"), -1); }).back(),
+            ME("cannot find partition [none]!"));
+  ASSERT_EQ(mtd_data_open(&handle, "mfg"), 0);
+  const auto without = [&](const char* call, const char* path, unsigned nth,
+                           int32_t (*made)(mtd_data_handle*)) {
+    phone().clear_faults();
+    phone().add_fault({.call = call, .path = path, .nth = nth});
+    const auto lines = lines_of([&] { EXPECT_EQ(made(&handle), -1) << call; });
+    return lines.empty() ? LogLine{} : lines.back();
+  };
+  EXPECT_EQ(without("open", kMtdPath, 1, mtd_data_read), ME("Can't open mfg\n(Input/output error)\n"));
+  EXPECT_EQ(without("malloc", "", 3, mtd_data_read), ME("cannot malloc 32768 bytes"));
+  EXPECT_EQ(without("malloc", "", 3, mtd_data_read_block), ME("cannot malloc 4096 bytes"));
+  EXPECT_EQ(handle.data, nullptr);
+  handle.data = std::calloc(8, kBlock);
+  EXPECT_EQ(without("open", kMtdPath, 1, mtd_data_write), ME("Can't open mfg\n(Input/output error)\n"));
+  EXPECT_EQ(without("malloc", "", 3, mtd_data_write_block),
+            ME("mtd_write_data returns 4294967295, errno = Cannot allocate memory"));
+  EXPECT_EQ(erases(), 0U) << "before anything is erased";
+  EXPECT_EQ(without("close", kMtdPath, 1, mtd_data_write_block),
+            ME("Can't finish writing mfg\n(Input/output error)\n"));
+  EXPECT_EQ(mtd_data_close(&handle), 0);
+}
+
+// ---- arguments and calls that fail ------------------------------------------------------------------------
+
+TEST_F(MtdDescriptor, NullsTouchNothing) {
+  uint8_t byte = 0;
+  uint32_t size = 8;
+  void* out = &byte;
+  mtd_info_user info{};
+  region_info_user region{};
+  mtd_partition empty{};
+  empty.index = -1;
+  mtd_data_handle no_partition{};
+  mtd_write_context* stream = mtd_write_partition(state());
+  mtd_read_context* in = mtd_read_partition(state());
+  const auto calls = calls_of([&] {
+    EXPECT_EQ(mtd_find_partition_by_name(nullptr), nullptr);
+    EXPECT_EQ(mtd_read_partition(nullptr), nullptr);
+    EXPECT_EQ(mtd_write_partition(nullptr), nullptr);
+    mtd_read_close(nullptr);
+    EXPECT_EQ(mtd_data_close(nullptr), 0);
+    EXPECT_EQ(mtd_data_close(&no_partition), 0);
+    const int64_t failing[] = {mtd_read_data(nullptr, &byte, 1),
+                               mtd_read_data(in, nullptr, 1),
+                               mtd_read_data(in, &byte, -1),
+                               mtd_write_data(nullptr, &byte, 1),
+                               mtd_write_data(stream, nullptr, 1),
+                               mtd_write_data(stream, &byte, -1),
+                               mtd_erase_blocks(nullptr, 0),
+                               mtd_write_close(nullptr),
+                               mtd_open_partition_device(nullptr),
+                               mtd_open_partition_device(&empty),
+                               mtd_get_partition_info(-1, &info),
+                               mtd_get_partition_info(fd_, nullptr),
+                               mtd_get_partition_region_info(-1, &region),
+                               mtd_get_partition_region_info(fd_, nullptr),
+                               mtd_set_partition_erase_info(-1, 0, kBlock),
+                               alloc_mtd_repeat_and_do(nullptr, fd_, &byte, 8192),
+                               alloc_mtd_repeat_and_do(scripted, fd_, nullptr, 8192),
+                               mtd_read_partition_data(fd_, nullptr, &out),
+                               mtd_write_partition_data(fd_, 0, &byte),
+                               mtd_write_partition_data(fd_, kBlock, nullptr),
+                               mtd_data_open(nullptr, "mfg"),
+                               mtd_data_open(&no_partition, nullptr),
+                               mtd_data_read(nullptr),
+                               mtd_data_read(&no_partition),
+                               mtd_data_read_block(&no_partition),
+                               mtd_data_write(nullptr),
+                               mtd_data_write(&no_partition),
+                               mtd_data_write_block(&no_partition)};
+    for (size_t i = 0; i < std::size(failing); ++i) EXPECT_EQ(failing[i], -1) << i;
+  });
+  EXPECT_TRUE(calls.empty());
+  EXPECT_EQ(size, 8U);
+  mtd_read_close(in);
+  EXPECT_EQ(mtd_write_close(stream), 0);
+}
+
+int64_t stream_and_erase(const mtd_partition* partition) {
+  uint8_t bytes[kBlock + 10] = {1};
+  mtd_read_context* in = mtd_read_partition(partition);
+  const int64_t read = in != nullptr ? mtd_read_data(in, bytes, sizeof bytes) : -1;
+  mtd_read_close(in);
+  mtd_write_context* out = mtd_write_partition(partition);
+  const int64_t written = out != nullptr ? mtd_write_data(out, bytes, sizeof bytes) : -1;
+  const int32_t closed = mtd_write_close(out);
+  return read < 0 || written < 0 || closed != 0 ? -1 : 0;
+}
+
+int64_t whole_partition(const mtd_partition* partition) {
+  const int32_t fd = mtd_open_partition_device(partition);
+  uint32_t size = 0;
+  void* data = nullptr;
+  const int32_t read = mtd_read_partition_data(fd, &size, &data);
+  const int32_t written = read == 0 ? mtd_write_partition_data(fd, 2 * kBlock, data) : -1;
+  std::free(data);
+  if (fd >= 0) close(fd);
+  return read + written < 0 ? -1 : 0;
+}
+
+int64_t by_name(const mtd_partition*) {
+  mtd_data_handle handle{};
+  int32_t result = mtd_data_open(&handle, "mfg");
+  if (result == 0) result = mtd_data_read_block(&handle);
+  if (result == 0) result = mtd_data_write_block(&handle);
+  mtd_data_close(&handle);
+  return result;
+}
+
+TEST_F(MtdUtility, EveryFailingCallEndsInADocumentedResultAndLeavesNothingOpen) {
+  mtd_partition* const partition = state();
+  const std::function<int64_t()> subjects[] = {
+      [&] { return stream_and_erase(partition); },
+      [&] { return whole_partition(partition); },
+      [&] { return by_name(partition); },
+      [&] {
+        Bytes bytes(2 * kBlock);
+        return mtd_read(partition, 100, 2 * kBlock, bytes.data()) +
+               mtd_write(partition, 100, 2 * kBlock, bytes.data());
+      },
+  };
+  for (const auto& subject : subjects) {
+    for (const char* call : {"*", "malloc"}) {
+      for (unsigned nth = 1; nth > 0; ++nth) {
+        bool struck = false;
+        for (const bool for_good : {false, true}) {
+          phone().clear_faults();
+          phone().add_fault({.call = call, .nth = nth, .from_then_on = for_good});
+          const int64_t result = subject();
+          EXPECT_TRUE(result == 0 || result == -1 || result == -2) << nth << ": " << result;
+          EXPECT_EQ(phone().open_descriptors(), 1U) << call << ' ' << nth;
+          struck = phone().struck_faults() > 0;
+        }
+        if (!struck) break;
+      }
+    }
+  }
+  for (const auto& violation : nand().violations()) EXPECT_NE(violation.what, "unaligned erase");
+}
+
+}  // namespace

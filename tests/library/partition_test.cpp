@@ -1,0 +1,304 @@
+// Does the library find the calibration partition on every kind of phone, and move exactly the bytes asked
+// for? Guards against writing to another partition, silent short transfers and descriptors left open.
+
+#include "awb_calibration/storage.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "tests/support/support.h"
+
+namespace {
+
+using phone::Fault;
+using phone::LogLine;
+using support::Bytes;
+
+constexpr const char* kEmmcTag = "camera_calibration_emmc";
+constexpr const char* kFrontTag = "camera_calibration_partition";
+constexpr const char* kMtdTag = "camera_calibration_mtd";
+
+LogLine ED(const std::string& text) {
+  return support::D(text, kEmmcTag);
+}
+LogLine EE(const std::string& text) {
+  return support::E(text, kEmmcTag);
+}
+
+class PartitionLookup : public support::PhoneTest {
+ protected:
+  PartitionLookup() {
+    std::filesystem::remove(host("/proc/emmc"));
+    std::filesystem::remove_all(host("/dev/block/platform"));
+  }
+
+  void list_in_proc_emmc(const std::string& text) { put("/proc/emmc", Bytes(text.begin(), text.end())); }
+
+  void link_by_name(int index, const std::string& name, const std::string& target) {
+    const auto folder = host("/dev/block/platform/msm_sdcc." + std::to_string(index) + "/by-name");
+    std::filesystem::create_directories(folder);
+    if (!target.empty()) std::filesystem::create_symlink(target, folder / name);
+  }
+
+  /// The path that emmc_open() chose for `name`; the log is left for the caller.
+  std::string chosen_path(const char* name = "mfg") {
+    emmc_state state{};
+    phone().take_log();
+    if (emmc_open(&state, name) == 0) emmc_close(&state);
+    return state.path;
+  }
+};
+
+std::string long_line(size_t length) {
+  return std::string(length, 'x');
+}
+
+TEST_F(PartitionLookup, ProcEmmcTakesTheFirstWholeNameOfAWellFormedLine) {
+  const std::string header = "dev:        size     erasesize name\n";
+  struct Row {
+    const char* what;
+    std::string text;
+    const char* path;  // null: not found there
+  };
+  const Row rows[] = {
+      {"plain", header + "mmcblk0p9: 00100000 00000200 \"mfg\"\n", "/dev/block/mmcblk0p9"},
+      {"first of two", "a: \"mfg\"\nb: \"mfg\"\n", "/dev/block/a"},
+      {"only begins with the name", "a: \"mfg2\"\nb: \"mf\"\nc: \"MFG\"\n", nullptr},
+      {"no quotes", "a: 1 2 mfg\n", nullptr},
+      {"no colon", "a 1 2 \"mfg\"\n", nullptr},
+      {"quoted before the colon", "\"mfg\" a: 1 2\n", nullptr},
+      {"no closing quote", "a: 1 2 \"mfg\n", nullptr},
+      {"no closing quote at the end of the file", "a: 1 2 \"mfg", nullptr},
+      {"no line end", "a: \"mfg\"", "/dev/block/a"},
+      {"second colon is part of the rest", "a:b: \"mfg\"\n", "/dev/block/a"},
+      {"empty device", ": \"mfg\"\n", "/dev/block/"},
+      {"a long line is parsed in pieces of 254", long_line(254) + "a: \"mfg\"\n", "/dev/block/a"},
+      {"a name cut by the end of its piece", long_line(254 - 5) + ":\"mfg\"", nullptr},
+      {"empty", "", nullptr},
+  };
+  for (const Row& row : rows) {
+    list_in_proc_emmc(row.text);
+    EXPECT_EQ(chosen_path(), row.path != nullptr ? row.path : "/dev/block/mmcblk0p6") << row.what;
+  }
+}
+
+TEST_F(PartitionLookup, ProcEmmcLogsWhatItFound) {
+  list_in_proc_emmc("mmcblk0p6: 00100000 00000200 \"mfg\"\n");
+  EXPECT_EQ(chosen_path(), "/dev/block/mmcblk0p6");
+  EXPECT_EQ(phone().take_log(), (std::vector{ED("found emmc partition [mfg]=[mmcblk0p6]\n")}));
+}
+
+TEST_F(PartitionLookup, GptLinksAreTriedFrom0To10) {
+  for (int index = 0; index <= 11; ++index) {
+    std::filesystem::remove_all(host("/dev/block/platform"));
+    link_by_name(index, "mfg", "/dev/block/mmcblk0p6");
+    chosen_path();
+    const std::string directory = support::printf_text("/dev/block/platform/msm_sdcc.%d/by-name/", index);
+    std::vector<LogLine> expected = {EE("/proc/emmc: No such file or directory\n"),
+                                     EE("emmc_open(): cannot find eMMC partition [mfg]!\n")};
+    if (index <= 10) {
+      expected.push_back(ED("emmc GPT partition exist, path[" + directory + "]\n"));
+      expected.push_back(ED("found emmc GPT partition [mfg]=[/dev/block/mmcblk0p6]\n"));
+    } else {
+      expected.push_back(ED("cannot find emmc GPT partition\n"));
+      expected.push_back(EE("emmc_open(): cannot find GPT eMMC partition [mfg]!\n"));
+      expected.push_back(EE("emmc_open [TempTest] set (mfg)\n"));
+      expected.push_back(EE("emmc_open [TempTest] path [/dev/block/mmcblk0p6]\n"));
+    }
+    EXPECT_EQ(phone().take_log(), expected) << index;
+  }
+}
+
+TEST_F(PartitionLookup, AFolderWithoutTheNameMovesOnAndTheFirstHitWins) {
+  link_by_name(0, "mfg", "");
+  link_by_name(3, "mfg", "/dev/block/first");
+  link_by_name(4, "mfg", "/dev/block/second");
+  EXPECT_EQ(chosen_path(), "/dev/block/first");
+  EXPECT_EQ(phone().take_log().back(), EE("emmc_open(): /dev/block/first: No such file or directory\n"));
+}
+
+TEST_F(PartitionLookup, OverlongLinkTargetsAreCutToThePath) {
+  link_by_name(1, "mfg", "/dev/block/" + long_line(400));
+  EXPECT_EQ(chosen_path(), "/dev/block/" + long_line(255 - 11));
+}
+
+TEST_F(PartitionLookup, OverlongNamesAreNotFound) {
+  link_by_name(1, "mfg", "/dev/block/mmcblk0p6");
+  EXPECT_EQ(chosen_path(long_line(2000).c_str()), "/dev/block/mmcblk0p6") << "by the fixed fallback";
+}
+
+TEST_F(PartitionLookup, TheFrontEndFallsBackToMtdWhenPartition6CannotBeOpened) {
+  std::filesystem::remove(host("/dev/block/mmcblk0p6"));
+  partition_handle handle{};
+  phone().take_log();
+  EXPECT_EQ(partition_open(&handle, "mfg"), -1);
+  EXPECT_EQ(handle.emmc, nullptr);
+  EXPECT_EQ(handle.mtd, nullptr);
+  const auto log = phone().take_log();
+  ASSERT_GE(log.size(), 3U);
+  EXPECT_EQ(log[log.size() - 3], EE("emmc_open(): /dev/block/mmcblk0p6: No such file or directory\n"));
+  EXPECT_EQ(log[log.size() - 2], support::E("mtd_open(): cannot find MTD partition [mfg]!\n", kMtdTag));
+  EXPECT_EQ(log[log.size() - 1], support::E("partition_open(): cannot find partition [mfg]!\n", kFrontTag));
+  EXPECT_TRUE(log_of([&] { EXPECT_EQ(partition_close(&handle), -1); }).empty());
+}
+
+class PartitionTransfer : public support::PhoneTest {
+ protected:
+  static constexpr int64_t kSize = 256 * 1024;
+  PartitionTransfer() : PhoneTest({.partition_size = kSize}) {
+    const Bytes image = support::pattern(kSize);
+    phone().write_partition(0, image.data(), image.size());
+    EXPECT_EQ(partition_open(&handle_, "mfg"), 0);
+    phone().take_log();
+    phone().take_calls();
+  }
+  ~PartitionTransfer() override { partition_close(&handle_); }
+
+  partition_handle handle_{};
+};
+
+TEST_F(PartitionTransfer, MovesExactlyTheBytesAskedFor) {
+  const Bytes before = phone().partition();
+  for (const int64_t offset : {int64_t{0}, int64_t{1}, int64_t{511}, int64_t{0x21E08}, kSize - 300}) {
+    for (const int64_t length : {1, 4, 32, 255, 300}) {
+      Bytes read(static_cast<size_t>(length) + 1, 0xA5);
+      EXPECT_EQ(partition_read(&handle_, offset, length, read.data()), 0);
+      EXPECT_TRUE(std::equal(read.begin(), read.end() - 1, before.begin() + offset));
+      EXPECT_EQ(read.back(), 0xA5) << "one byte too many";
+      const Bytes written = support::pattern(static_cast<size_t>(length), 77);
+      expect_partition_write(static_cast<uint64_t>(offset), written, [&] {
+        EXPECT_EQ(partition_write(&handle_, offset, length, written.data()), 0);
+      });
+      phone().write_partition(static_cast<uint64_t>(offset), before.data() + offset,
+                              static_cast<size_t>(length));
+    }
+  }
+}
+
+TEST_F(PartitionTransfer, IsOneSeekAndOneTransferWithItsDebugLine) {
+  uint8_t byte = 0;
+  EXPECT_EQ(log_of([&] { partition_read(&handle_, 9, 1, &byte); }),
+            (std::vector{support::D("use emmc_read(), path = /dev/block/mmcblk0p6\n", kFrontTag)}));
+  EXPECT_EQ(log_of([&] { partition_write(&handle_, 9, 1, &byte); }),
+            (std::vector{support::D("use emmc_write(), path = /dev/block/mmcblk0p6\n", kFrontTag)}));
+  std::vector<std::string> names;
+  for (const auto& call : phone().take_calls()) names.push_back(call.name);
+  EXPECT_EQ(names, (std::vector<std::string>{"lseek", "read", "lseek", "write"}));
+}
+
+TEST_F(PartitionTransfer, BadArgumentsNeverReachABackEnd) {
+  uint8_t byte = 0;
+  partition_handle closed{};
+  using Call = std::function<int32_t()>;
+  const auto line = [](const char* text) { return std::vector{support::E(text, kFrontTag)}; };
+  const auto emmc_line = [](const char* text) { return std::vector{support::E(text, kEmmcTag)}; };
+  const auto read_line = line("partition_read(): invalid argument!\n");
+  const auto write_line = line("partition_write(): invalid argument!\n");
+  const std::pair<Call, std::vector<LogLine>> rows[] = {
+      {[&] { return partition_open(nullptr, "mfg"); }, line("partition_open(): invalid argument!\n")},
+      {[&] { return partition_open(&closed, nullptr); }, line("partition_open(): invalid argument!\n")},
+      {[&] { return partition_read(nullptr, 0, 1, &byte); }, read_line},
+      {[&] { return partition_read(&handle_, -1, 1, &byte); }, read_line},
+      {[&] { return partition_read(&handle_, 0, 0, &byte); }, read_line},
+      {[&] { return partition_read(&handle_, 0, -5, &byte); }, read_line},
+      {[&] { return partition_read(&handle_, 0, 1, nullptr); }, read_line},
+      {[&] { return partition_read(&closed, 0, 1, &byte); }, {}},
+      {[&] { return partition_write(nullptr, 0, 1, &byte); }, write_line},
+      {[&] { return partition_write(&handle_, INT64_MIN, 1, &byte); }, write_line},
+      {[&] { return partition_write(&handle_, 0, 0, &byte); }, write_line},
+      {[&] { return partition_write(&handle_, 0, 1, nullptr); }, write_line},
+      {[&] { return partition_write(&closed, 0, 1, &byte); }, {}},
+      {[&] { return partition_close(nullptr); }, line("partition_close(): invalid argument!\n")},
+      {[&] { return partition_close(&closed); }, {}},
+      {[&] { return emmc_open(nullptr, "mfg"); }, emmc_line("emmc_open(): invalid argument!\n")},
+      {[&] { return emmc_open(handle_.emmc, nullptr); }, emmc_line("emmc_open(): invalid argument!\n")},
+      {[&] { return emmc_read(nullptr, 0, 1, &byte); }, emmc_line("emmc_read(): invalid argument!\n")},
+      {[&] { return emmc_read(handle_.emmc, -1, 1, &byte); }, emmc_line("emmc_read(): invalid argument!\n")},
+      {[&] { return emmc_read(handle_.emmc, 0, 0, &byte); }, emmc_line("emmc_read(): invalid argument!\n")},
+      {[&] { return emmc_write(nullptr, 0, 1, &byte); }, emmc_line("emmc_write(): invalid argument!\n")},
+      {[&] { return emmc_write(handle_.emmc, 0, 1, nullptr); },
+       emmc_line("emmc_write(): invalid argument!\n")},
+      {[&] { return emmc_close(nullptr); }, emmc_line("emmc_close(): invalid argument!\n")},
+  };
+  for (const auto& [call, expected] : rows) {
+    EXPECT_EQ(log_of([&, c = &call] { EXPECT_EQ((*c)(), -1); }), expected);
+  }
+  EXPECT_TRUE(phone().take_calls().empty());
+}
+
+TEST_F(PartitionTransfer, FailuresAreLoggedWithTheirCause) {
+  struct Row {
+    Fault fault;
+    bool write;
+    const char* line;
+  };
+  const char* const device = "/dev/block/mmcblk0p6";
+  const Row rows[] = {
+      {{.call = "lseek", .path = device, .error = EIO},
+       false,
+       "emmc_read(): seek /dev/block/mmcblk0p6: Input/output error\n"},
+      {{.call = "lseek", .path = device, .error = EIO},
+       true,
+       "emmc_write(): seek /dev/block/mmcblk0p6: Input/output error\n"},
+      {{.call = "read", .path = device, .error = ETIMEDOUT},
+       false,
+       "emmc_read(): read /dev/block/mmcblk0p6: Connection timed out\n"},
+      {{.call = "write", .path = device, .error = EROFS},
+       true,
+       "emmc_write(): write /dev/block/mmcblk0p6: Read-only file system\n"},
+  };
+  for (const Row& row : rows) {
+    phone().add_fault(row.fault);
+    uint8_t bytes[8] = {};
+    const auto log = log_of([&] {
+      EXPECT_EQ(row.write ? partition_write(&handle_, 0, 8, bytes) : partition_read(&handle_, 0, 8, bytes),
+                -1);
+    });
+    EXPECT_EQ(log.back(), support::E(row.line, kEmmcTag));
+    phone().clear_faults();
+  }
+}
+
+TEST_F(PartitionTransfer, ShortTransfersFailAndTheImageNeverGrows) {
+  uint8_t bytes[64] = {};
+  for (const int64_t offset : {kSize - 63, kSize, kSize + 1, int64_t{1} << 40}) {
+    EXPECT_EQ(partition_read(&handle_, offset, 64, bytes), -1) << offset;
+    EXPECT_EQ(partition_write(&handle_, offset, 64, bytes), -1) << offset;
+  }
+  phone().add_fault({.call = "write", .path = "/dev/block/mmcblk0p6", .transfer = 3});
+  EXPECT_EQ(partition_write(&handle_, 0, 64, bytes), -1) << "not tried again";
+  EXPECT_EQ(phone().partition().size(), static_cast<size_t>(kSize));
+}
+
+TEST_F(PartitionTransfer, CloseDispatchesToEmmcWhateverTheOtherPointerHolds) {
+  partition_handle handle{};
+  handle.mtd = reinterpret_cast<mtd_partition*>(8);
+  ASSERT_EQ(partition_open(&handle, "mfg"), 0);
+  EXPECT_EQ(handle.mtd, reinterpret_cast<mtd_partition*>(8)) << "an eMMC open leaves it";
+  EXPECT_EQ(log_of([&] { EXPECT_EQ(partition_close(&handle), 0); }),
+            (std::vector{support::E("partition_close(): emmc_close\n", kFrontTag)}));
+  EXPECT_EQ(handle.mtd, nullptr);
+  EXPECT_EQ(handle.emmc, nullptr);
+  EXPECT_EQ(partition_close(&handle), -1);
+}
+
+TEST_F(PartitionTransfer, AnEmmcStateClosesOnce) {
+  emmc_state state{};
+  ASSERT_EQ(emmc_open(&state, "mfg"), 0);
+  EXPECT_EQ(emmc_close(&state), 0);
+  EXPECT_EQ(state.fd, -1);
+  EXPECT_EQ(emmc_close(&state), 0);
+}
+
+TEST_F(PartitionTransfer, WithoutMemoryThereIsNoPartition) {
+  for (const bool from_then_on : {false, true}) {
+    partition_handle handle{};
+    phone().add_fault({.call = "malloc", .from_then_on = from_then_on, .error = ENOMEM});
+    EXPECT_EQ(partition_open(&handle, "mfg"), -1);
+    EXPECT_EQ(handle.emmc, nullptr);
+    EXPECT_EQ(handle.mtd, nullptr);
+    phone().clear_faults();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,251 @@
+// Does every entry transfer at the right place of the partition, for both page sizes and every camera?
+// Guards against a record that lands in another camera's slot, and against a write that reports the wrong
+// result.
+
+#include "awb_calibration/records.h"
+
+#include <algorithm>
+
+#include "awb_calibration/factory.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using phone::LogLine;
+using support::Bytes;
+using support::E;
+using support::I;
+using support::printf_text;
+
+/// One entry of the record area under one page size.
+struct Entry {
+  const char* name;
+  std::function<int32_t(void* buffer, uint32_t length)> call;
+  uint32_t place;  // relative to the base
+};
+
+class RecordArea : public support::PhoneTest {
+ protected:
+  RecordArea() : PhoneTest({.partition_size = 256 * 1024}) {
+    const Bytes image = support::pattern(256 * 1024);
+    phone().write_partition(0, image.data(), image.size());
+  }
+
+  void set_a_light(int value) {
+    // The flag is the calibration run's: it takes it from the property when the camera is opened.
+    phone().set_property("mfg.awb.calibration.Alight", std::to_string(value));
+    check_and_init_awb_calibration();
+  }
+
+  std::vector<LogLine> own_log(const std::function<void()>& call) {
+    return support::with_tag(log_of(call), "camera_calibration");
+  }
+};
+
+std::vector<Entry> writers(int a_light) {
+  std::vector<Entry> rows = {
+      {"WriteFlash", [](void* b, uint32_t n) { return WriteFlash(b, n); }, 0},
+      {"WriteFlash_for_front_Cam", [](void* b, uint32_t n) { return WriteFlash_for_front_Cam(b, n); },
+       0x1000},
+      {"WriteFlashOffset 0x1E08", [](void* b, uint32_t n) { return WriteFlashOffset(b, n, 0x1E08); }, 0x1E08},
+      {"WriteFlashOffset wraps", [](void* b, uint32_t n) { return WriteFlashOffset(b, n, 0xFFFFFFF0); },
+       0xFFFFFFF0},
+  };
+  for (uint8_t camera = 0; camera < 4; ++camera) {
+    rows.push_back({"WriteFlash_for_bayer_Cam",
+                    [camera](void* b, uint32_t n) { return WriteFlash_for_bayer_Cam(b, n, camera); },
+                    camera * 0x1000U + (a_light == 1 ? 0xEC0U : 0U)});
+  }
+  return rows;
+}
+
+TEST_F(RecordArea, WritersChangeTheirBytesAndNoOther) {
+  struct Page {
+    const char* text;
+    uint32_t base;
+  };
+  for (const Page& page :
+       {Page{"4096", 0x20000}, Page{"2048", 0x10000}, Page{"", 0x10000}, Page{"40960", 0x10000}}) {
+    phone().set_property("ro.pagesize", page.text);
+    for (const int a_light : {0, 1, 2}) {
+      set_a_light(a_light);
+      for (const Entry& entry : writers(a_light)) {
+        Bytes record = support::pattern(48, entry.place + page.base);
+        expect_partition_write(static_cast<uint32_t>(page.base + entry.place), record, [&] {
+          EXPECT_EQ(entry.call(record.data(), 48), 0) << entry.name << " page " << page.text;
+        });
+      }
+    }
+  }
+}
+
+TEST_F(RecordArea, ReadersDeliverTheBytesOfTheirPlace) {
+  const Bytes image = phone().partition();
+  for (const auto& [page, base] : {std::pair{"4096", 0x20000U}, {"2048", 0x10000U}}) {
+    phone().set_property("ro.pagesize", page);
+    Bytes buffer(41, 0xA5);
+    EXPECT_EQ(ReadEmmcFlash(buffer.data(), 40), 0);
+    EXPECT_TRUE(std::equal(buffer.begin(), buffer.end() - 1, image.begin() + base));
+    EXPECT_EQ(ReadEmmcOffset(buffer.data(), 40, 0x1E08), 0);
+    EXPECT_TRUE(std::equal(buffer.begin(), buffer.end() - 1, image.begin() + base + 0x1E08));
+    EXPECT_EQ(buffer.back(), 0xA5);
+  }
+}
+
+/// The lines that CheckFlash() logs, with the dump of the bytes that are at the base afterwards.
+std::vector<LogLine> check_flash_lines(const Bytes& image, uint32_t base) {
+  std::vector<LogLine> lines = {
+      I(base == 0x20000 ? "CheckFlash() : 4K page\n" : "CheckFlash() : 2K page\n"),
+      I(printf_text("CheckFlash: eMMC boot: offset =0x%x\n", base)), I("[LSC Calibration]CheckFlash open\n"),
+      I("[LSC Calibration]CheckFlash read\n"), I("[LSC Calibration]CheckFlash memcpy\n")};
+  for (uint32_t i = 0; i < 8; ++i) {
+    const uint64_t high = support::word_at(image, base + 8 * i + 4);
+    lines.push_back(
+        I(printf_text("[Read NandFlash]pData.caBuff[%u]:0x%llx\n", i,
+                      static_cast<unsigned long long>(high << 32 | support::word_at(image, base + 8 * i)))));
+  }
+  for (uint32_t j = 0; j < 150; ++j) {
+    const uint32_t word = support::word_at(image, base + 64 + 4 * j);
+    lines.push_back(I(printf_text("[Read NandFlash] 0x%x:0x%x\n", word & 0xFFFF, word >> 16 & 0xFF)));
+  }
+  return lines;
+}
+
+void append(std::vector<LogLine>& lines, const std::vector<LogLine>& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+}
+
+TEST_F(RecordArea, WriteFlashOffsetLogsEveryByteAndThenTheArea) {
+  Bytes record = {0x00, 0x7F, 0xFF};
+  const LogLine stars = I(std::string(81, '*') + "\n");
+  const auto log = own_log([&] { WriteFlashOffset(record.data(), 3, 0x1E08); });
+  std::vector<LogLine> expected = {I("WriteFlashOffset, byteOffset=7688"),
+                                   I("WriteFlash() : 4K page\n"),
+                                   I("WriteFlashOffset: eMMC boot: offset =0x20000\n"),
+                                   I("[Calibration]WriteFlash open\n"),
+                                   I("WriteFlash(): partition_open success\n"),
+                                   stars,
+                                   I("write partition data 0\n"),
+                                   I("write partition data 7f\n"),
+                                   I("write partition data ff\n"),
+                                   stars,
+                                   I("[Calibration]WriteFlash partition_write()\n"),
+                                   I("partition_write() done\n")};
+  append(expected, check_flash_lines(phone().partition(), 0x20000));
+  EXPECT_EQ(log, expected);
+}
+
+TEST_F(RecordArea, TheThreeSlotWritersHaveTheirOwnFirstLines) {
+  phone().set_property("ro.pagesize", "2048");
+  Bytes record = support::pattern(32);
+  const LogLine stars = I(std::string(81, '*') + "\n");
+  struct Row {
+    std::function<int32_t()> call;
+    std::vector<LogLine> head;
+    std::vector<LogLine> rows;
+  };
+  const Row rows[] = {
+      {[&] { return WriteFlash(record.data(), 32); },
+       {I("WriteFlash(32)\n"), I("WriteFlash() : 2K page\n"),
+        I("WriteFlash: eMMC boot pagesize[2048] offset(65536)\n")},
+       {stars, stars}},
+      {[&] { return WriteFlash_for_front_Cam(record.data(), 32); },
+       {I("WriteFlash_for_front_Cam(32)\n"), I("WriteFlash() : 2K page\n"),
+        I("WriteFlash_for_front_Cam: eMMC boot: offset =0x11000\n")},
+       {}},
+      {[&] { return WriteFlash_for_bayer_Cam(record.data(), 32, 2); },
+       {I("WriteFlash_for_bayer_Cam(32), cam_id = 2\n"), I("WriteFlash() : 2K page\n"),
+        I("WriteFlash_for_bayer_Cam: eMMC boot: pagesize[2048], offset = 0x12000\n")},
+       {}},
+  };
+  for (const Row& row : rows) {
+    const auto log = own_log([&] { EXPECT_EQ(row.call(), 0); });
+    std::vector<LogLine> expected = row.head;
+    append(expected,
+           {I("[LSC Calibration]WriteFlash open\n"), I("WriteFlash(): partition_open success (32)\n")});
+    append(expected, row.rows);
+    append(expected, {I("[LSC Calibration]WriteFlash memcpy\n"), I("partition_write() done\n")});
+    append(expected, check_flash_lines(phone().partition(), 0x10000));
+    EXPECT_EQ(log, expected);
+  }
+}
+
+TEST_F(RecordArea, ReadersLogTheirLines) {
+  Bytes buffer(8);
+  const auto address = printf_text("%p", static_cast<void*>(buffer.data()));
+  EXPECT_EQ(own_log([&] { ReadEmmcFlash(buffer.data(), 8); }),
+            (std::vector{I("ReadEmmcFlash() : 4K page\n"), I("ReadEmmcFlash: eMMC boot: offset =0x20000\n"),
+                         I("[LSC Calibration]ReadFlash open\n"),
+                         I("[LSC Calibration]WriteFlash read : pdata addr=" + address + "\n")}));
+  phone().unset_property("ro.pagesize");
+  EXPECT_EQ(own_log([&] { ReadEmmcOffset(buffer.data(), 8, 0x40); }),
+            (std::vector{I("ReadEmmcFlash() : 2K page\n"), I("ReadEmmcOffset: eMMC boot: offset =0x10000\n"),
+                         I("[DUAL Calibration]ReadEmmcOffset : pdata addr=" + address + "\n")}));
+}
+
+TEST_F(RecordArea, FailuresAreMinusOneWithTheirLineAndStillCheckTheArea) {
+  Bytes b(32);
+  struct Row {
+    std::function<int32_t()> call;
+    LogLine open_fails;
+    LogLine transfer_fails;
+  };
+  const Row rows[] = {
+      {[&] { return ReadEmmcFlash(b.data(), 32); }, E("ReadEmmcFlash(): partition_open fail\n"),
+       E("ReadEmmcFlash(): partition_read fail\n")},
+      {[&] { return ReadEmmcOffset(b.data(), 32, 4); }, E("ReadEmmcOffset(): partition_open fail\n"),
+       E("ReadEmmcOffset(): partition_read fail\n")},
+      {[&] { return WriteFlashOffset(b.data(), 32, 4); }, E("WriteFlash(): partition_open fail\n"),
+       E("partition_write() fail\n")},
+      {[&] { return WriteFlash(b.data(), 32); }, I("WriteFlash(): partition_open fail\n"),
+       I("partition_write() fail\n")},
+      {[&] { return WriteFlash_for_front_Cam(b.data(), 32); }, I("WriteFlash(): partition_open fail\n"),
+       I("partition_write() fail\n")},
+      {[&] { return WriteFlash_for_bayer_Cam(b.data(), 32, 1); }, I("WriteFlash(): partition_open fail\n"),
+       I("partition_write() fail\n")},
+  };
+  const auto contains = [](const std::vector<LogLine>& log, const LogLine& line) {
+    return std::count(log.begin(), log.end(), line) == 1;
+  };
+  const LogLine check = I("[LSC Calibration]CheckFlash open\n");
+  for (const Row& row : rows) {
+    const bool writes = &row >= &rows[2];
+    for (const char* call : {"open", "lseek"}) {
+      phone().add_fault({.call = call, .path = "/dev/block/mmcblk0p6", .from_then_on = true});
+      const auto log = own_log([&] { EXPECT_EQ(row.call(), -1); });
+      const LogLine& wanted = std::string_view(call) == "open" ? row.open_fails : row.transfer_fails;
+      EXPECT_TRUE(contains(log, wanted)) << wanted.text;
+      EXPECT_EQ(contains(log, check), writes);
+      phone().clear_faults();
+    }
+  }
+}
+
+TEST_F(RecordArea, BadBuffersAndLengthsAreFailures) {
+  Bytes b(32);
+  const Bytes before = phone().partition();
+  EXPECT_EQ(ReadEmmcFlash(nullptr, 32), -1);
+  EXPECT_EQ(ReadEmmcOffset(b.data(), 0, 0), -1);
+  EXPECT_EQ(ReadEmmcOffset(b.data(), 32, 0x80000000), -1) << "past the end of the partition";
+  EXPECT_EQ(WriteFlash(nullptr, 32), -1);
+  EXPECT_EQ(WriteFlash_for_front_Cam(b.data(), 0), -1);
+  EXPECT_EQ(WriteFlash_for_bayer_Cam(nullptr, 32, 0), -1);
+  EXPECT_EQ(WriteFlashOffset(b.data(), 0, 0), -1);
+  const auto log = own_log([] { EXPECT_EQ(WriteFlashOffset(nullptr, 32, 0), -1); });
+  EXPECT_FALSE(std::any_of(log.begin(), log.end(), [](const LogLine& line) {
+    return line.text.starts_with("write partition data");
+  }));
+  EXPECT_TRUE(log_of([] { QOR_Show_LSC(nullptr); }).empty());
+  EXPECT_EQ(phone().partition(), before);
+}
+
+TEST_F(RecordArea, CheckFlashReportsOnlyTheClose) {
+  EXPECT_EQ(CheckFlash(), 0);
+  phone().add_fault({.call = "read", .path = "/dev/block/mmcblk0p6"});
+  EXPECT_EQ(CheckFlash(), 0) << "a read that fails is no verdict";
+  phone().clear_faults();
+  phone().add_fault({.call = "open", .path = "/dev/block/mmcblk0p6"});
+  EXPECT_EQ(CheckFlash(), -1);
+}
+
+}  // namespace

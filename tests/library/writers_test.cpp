@@ -1,0 +1,321 @@
+// Do the flash, gyro and dual-camera writers store exactly their record, and say honestly how that went?
+// Guards against a record in the wrong place, a success told for a write that failed, and files left
+// unreadable.
+
+#include <sys/stat.h>
+
+#include "awb_calibration/factory.h"
+#include "tests/support/support.h"
+
+namespace {
+
+using phone::Fault;
+using support::Bytes;
+using support::kModule;
+using support::printf_text;
+using support::Words;
+
+constexpr awb_fuse_id kFuse = {{kModule[0], kModule[1], kModule[2], kModule[3]}};
+const std::string kFolder = "/data/misc/camera/";
+const std::string kPayload = kFolder + "CalibrationData.dat";
+const std::string kMarker = kFolder + "dual_calibration_success.txt";
+const std::string kDevice = "/dev/block/mmcblk0p6";
+
+/// A writer that takes a camid. In texts $ is its name, @ the camid and the offset, and every log line begins
+/// with its level and ends with |.
+struct Writer {
+  std::string name;
+  std::function<int32_t(uint8_t camid)> call;
+  Bytes record;
+  uint32_t place;
+  std::string cache, front_cache;
+  const char *opening, *stored, *not_stored;
+  bool is_flash() const { return place != 3744; }
+};
+
+const Writer kWriters[] = {
+    {"QOR_FLASH_Calibration_write_to_flash",
+     [](uint8_t camid) { return QOR_FLASH_Calibration_write_to_flash(camid, kFuse, 2048, -1); },
+     support::sealed32({3099, 2048, 0xFFFFFFFF, kModule[0], kModule[1], kModule[2], kModule[3]}), 3592,
+     kFolder + "flash_cal", kFolder + "flash_cal_front", "I$: @ (2048,-1)|",
+     "I$, [Flash Calibration] write flash pass|I[Flash Calibration] write cabuff to /data/misc/camera/awb_cal|",
+     "E$, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
+    {"QOR_Dual_FLASH_Calibration_write_to_flash",
+     [](uint8_t camid) { return QOR_Dual_FLASH_Calibration_write_to_flash(camid, kFuse, 1, 2, 3, 4, 5, -6); },
+     support::sealed32({3099, 1, 2, 3, 4, 5, 0xFFFFFFFA, kModule[0], kModule[1], kModule[2], kModule[3]}),
+     3692, kFolder + "flash_dual_cal", kFolder + "flash_dual_cal_front_CAM",
+     "I$: @ x1(1,2)|I$: @ x2(3,4)|I$: @ x3(5,-6)|",
+     "I$, [Flash Calibration] write flash pass|I[Flash Calibration] write cabuff to /data/misc/camera/awb_cal|",
+     "E$, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
+    {"gyro_write_calibration", [](uint8_t camid) { return gyro_write_calibration(camid, kFuse); },
+     support::sealed64({3099, kModule[0], kModule[1], kModule[2], kModule[3]}), 3744,
+     kFolder + "gyro_cal_qor_CAM", kFolder + "gyro_cal_front_qor_CAM",
+     "E$, [gyro Calibration] E|I$: @|E$, [gyro Calibration] @|",
+     "E$, [gyro Calibration] gyro write flash pass|"
+     "E[ISP Calibration] write isp_cabuff to /data/misc/camera/awb_cal_ISP_sub_qor_CAM|",
+     "E$, [gyro Calibration] Can't write to flash. Maybe Not MFG ROM or Flash is bad|"},
+};
+
+std::string replaced(std::string text, const std::string& what, const std::string& by) {
+  for (size_t at = 0; (at = text.find(what, at)) != text.npos; at += by.size())
+    text.replace(at, what.size(), by);
+  return text;
+}
+
+std::string opening_of(const Writer& writer, int camid) {
+  std::string text =
+      replaced(writer.opening, "@",
+               printf_text("camid(%d) offset(%d)", camid, static_cast<int>(writer.place) + camid * 4096));
+  for (size_t i = 0; writer.is_flash() && i < writer.record.size() / 4; ++i) {
+    text += printf_text("I$, [Flash Calibration]-FlashcaBuff-%zu, 0x%x|", i,
+                        support::word_at(writer.record, 4 * i));
+  }
+  return text;
+}
+
+/// What was seen of one call, its own log lines without those of the transfer.
+struct Outcome {
+  int32_t result;
+  std::string console, log;
+  bool operator==(const Outcome&) const = default;
+};
+
+void PrintTo(const Outcome& outcome, std::ostream* stream) {
+  *stream << outcome.result << "\n" << outcome.console << "\n" << outcome.log;
+}
+
+class Writers : public support::PhoneTest {
+ protected:
+  Writers() : PhoneTest({.partition_size = 0x25000}), umask_(umask(077)) {
+    const Bytes image = support::pattern(0x25000);
+    phone().write_partition(0, image.data(), image.size());
+  }
+  ~Writers() override { umask(umask_); }
+
+  Outcome run(const std::string& name, const std::function<int32_t()>& call) {
+    Outcome seen{};
+    const auto log = log_of([&] { seen.console = support::console_of([&] { seen.result = call(); }); });
+    for (const phone::LogLine& line : log) {
+      const bool own =
+          line.text.find(name) != line.text.npos || line.text.find("Calibration] write ") != line.text.npos;
+      if (own) seen.log += std::string(1, "??DDIWE"[line.priority]) + line.text + "|";
+    }
+    seen.console = replaced(seen.console, name, "$");
+    seen.log = replaced(seen.log, name, "$");
+    return seen;
+  }
+
+  Outcome run_with(const Fault& fault, const std::string& name, const std::function<int32_t()>& call) {
+    phone().add_fault(fault);
+    Outcome seen = run(name, call);
+    phone().clear_faults();
+    return seen;
+  }
+
+  void put_private(const std::string& path, const Bytes& bytes) {
+    put(path, bytes);
+    chmod(host(path).c_str(), 0600);
+  }
+
+ private:
+  mode_t umask_;
+};
+
+TEST_F(Writers, StoreTheirRecordInTheSlotAndInTheCacheFile) {
+  for (const auto& [page, base] : {std::pair{"4096", 0x20000U}, {"2048", 0x10000U}}) {
+    phone().set_property("ro.pagesize", page);
+    for (const Writer& writer : kWriters) {
+      for (uint8_t camid = 0; camid < 4; ++camid) {
+        for (const auto& path : {writer.cache, writer.front_cache}) put_private(path, {1});
+        Outcome seen;
+        expect_partition_write(base + writer.place + camid * 4096U, writer.record,
+                               [&] { seen = run(writer.name, [&] { return writer.call(camid); }); });
+        EXPECT_EQ(seen, (Outcome{0, "$: writeflash() OK\n", opening_of(writer, camid) + writer.stored}));
+        const std::string& written = camid == 1 ? writer.front_cache : writer.cache;
+        const std::string& other = camid == 1 ? writer.cache : writer.front_cache;
+        EXPECT_EQ(get(written), writer.record);
+        EXPECT_EQ(get(other), Bytes{1});
+        const bool to_other = writer.is_flash() && camid > 1;
+        EXPECT_EQ(support::mode_of(host(written)), to_other ? 0600 : 0644) << writer.name << int{camid};
+        EXPECT_EQ(support::mode_of(host(other)), to_other ? 0644 : 0600) << writer.name << int{camid};
+      }
+    }
+  }
+}
+
+TEST_F(Writers, AFailedTransferIsToldAndLeavesTheCacheFileAlone) {
+  for (const Fault& fault :
+       {Fault{.call = "open", .path = kDevice}, Fault{.call = "lseek", .path = kDevice},
+        Fault{.call = "write", .path = kDevice}, Fault{.call = "write", .path = kDevice, .transfer = 10}}) {
+    for (const Writer& writer : kWriters) {
+      put(writer.cache, {7});
+      EXPECT_EQ(run_with(fault, writer.name, [&] { return writer.call(0); }),
+                (Outcome{-1, "$: writeflash() fail\n", opening_of(writer, 0) + writer.not_stored}));
+      EXPECT_EQ(get(writer.cache), Bytes{7});
+    }
+  }
+}
+
+TEST_F(Writers, ACacheFileThatCannotBeCreatedIsToldButIsNoFailure) {
+  for (const Writer& writer : kWriters) {
+    for (uint8_t camid = 0; camid < 3; ++camid) {
+      const std::string line = "$: create " + (camid == 1 ? writer.front_cache : writer.cache) + " fail\n";
+      const std::string stored(writer.stored, std::string(writer.stored).find('|') + 1);
+      EXPECT_EQ(
+          run_with({.call = "open", .path = kFolder + "*"}, writer.name, [&] { return writer.call(camid); }),
+          (Outcome{0, "$: writeflash() OK\n" + line, opening_of(writer, camid) + stored + "E" + line + "|"}));
+    }
+  }
+}
+
+// ---- dual camera ----
+
+struct DualWriter {
+  std::string name;
+  std::function<int32_t()> call;
+  size_t payload;
+  uint32_t offset;
+  Words head, tail;  // around the payload, before the checksum
+  size_t checksum_size;
+  std::string verified, verified_console, no_input_end;
+};
+
+const DualWriter kDualWriters[] = {
+    {"QOR_DUAL_CalibrationData_write_to_flash",
+     [] { return QOR_DUAL_CalibrationData_write_to_flash(kFuse); },
+     1643,
+     12800,
+     {3099},
+     {kModule[0], kModule[1], kModule[2], kModule[3]},
+     4,
+     "I$, [DUAL Calibration] dual_calibration_success.txt|",
+     "$: [DUAL Calibration] dual_calibration_success.txt\n",
+     "\n"},
+    {"QOR_DUAL_Calibration_write_to_flash",
+     QOR_DUAL_Calibration_write_to_flash,
+     464,
+     12288,
+     {},
+     {},
+     1,
+     "",
+     "",
+     ""},
+};
+
+Bytes record_of(const DualWriter& writer, Bytes payload) {
+  payload.resize(writer.payload);
+  Bytes record = support::le32(writer.head);
+  record.insert(record.end(), payload.begin(), payload.end());
+  for (const uint8_t byte : support::le32(writer.tail)) record.push_back(byte);
+  const Bytes crc = support::le32({support::bitwise_crc(record.data(), record.size())});
+  record.insert(record.end(), crc.begin(), crc.begin() + static_cast<ptrdiff_t>(writer.checksum_size));
+  return record;
+}
+
+TEST_F(Writers, DualCameraRecordsHoldThePayloadFileCutOrFilledUp) {
+  for (const DualWriter& writer : kDualWriters) {
+    for (const size_t length :
+         {size_t{0}, writer.payload - 1, writer.payload, writer.payload + 1, size_t{5000}}) {
+      put(kPayload, support::pattern(length));
+      put_private(kMarker, {1});
+      Outcome seen;
+      expect_partition_write(0x20000 + writer.offset, record_of(writer, support::pattern(length)),
+                             [&] { seen = run(writer.name, writer.call); });
+      const std::string begun =
+          printf_text("I$: offset(%u)|I$, [DUAL Calibration] write flash pass|", writer.offset);
+      EXPECT_EQ(seen,
+                (Outcome{0, "$: writeflash() OK\n" + writer.verified_console, begun + writer.verified}));
+      EXPECT_EQ(get(kMarker), Bytes{});
+      EXPECT_EQ(support::mode_of(host(kMarker)), 0644);
+    }
+  }
+}
+
+TEST_F(Writers, DualCameraFailuresLeaveNoMarkerAndSayWhatFailed) {
+  const std::string ok = "$: writeflash() OK\n", passed = "I$, [DUAL Calibration] write flash pass|";
+  const std::string no_memory = "E$, [Dual Calibration] Can't allocate calibration buffer|";
+  const std::string no_transfer =
+      "E$, [Dual Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|";
+  for (const DualWriter& writer : kDualWriters) {
+    const unsigned last_buffer = writer.head.empty() ? 2 : 1;
+    const std::pair<Fault, Outcome> rows[] = {
+        {{.call = "malloc"}, {-1, "$: Can't allocate calibration buffer\n", no_memory}},
+        {{.call = "malloc", .nth = last_buffer}, {-1, "$: Can't allocate calibration buffer\n", no_memory}},
+        {{.call = "open", .path = kPayload},
+         {-1, "\n can not open file: " + kPayload + writer.no_input_end, ""}},
+        {{.call = "write", .path = kDevice}, {-1, "$: writeflash() fail\n", no_transfer}},
+        // Behind the write comes the dump of the area, then the read-back: from another place with another
+        // page size.
+        {{.call = "read", .path = kDevice, .nth = 2},
+         {-1, ok + "$: ReadEmmcOffset() fail\n", passed + no_transfer}},
+        {{.call = "__system_property_get", .path = "ro.pagesize", .nth = 3}, {0, ok, passed}},
+        {{.call = "open", .path = kMarker},
+         {-1, ok + "\n can not open calibration_success.txt file", passed}}};
+    for (auto [fault, expected] : rows) {
+      put(kPayload, support::pattern(2000));
+      put(kMarker, {1});
+      expected.log = printf_text("I$: offset(%u)|", writer.offset) + expected.log;
+      EXPECT_EQ(run_with(fault, writer.name, writer.call), expected) << fault.call;
+      EXPECT_EQ(camera_files(), std::vector<std::string>{"CalibrationData.dat"}) << fault.call;
+    }
+  }
+}
+
+TEST_F(Writers, DualCameraPayloadIsReadBackIntoItsFile) {
+  const std::string name = "QOR_DUAL_Calibration_ReadCalData";
+  const Bytes area = phone().partition();
+  const std::string begun = "$: [Dual Calibration] calibration_size=1643, offset=3200\n";
+  const std::string dumped = "[Dual Calibration] dump the calibration data...";
+  EXPECT_EQ(run(name, QOR_DUAL_Calibration_ReadCalData),
+            (Outcome{0, begun + "$: " + dumped + "\n", "I" + begun + "|E$, " + dumped + "|"}));
+  EXPECT_EQ(get(kPayload), Bytes(area.begin() + 0x23204, area.begin() + 0x23204 + 1643));
+  EXPECT_EQ(support::mode_of(host(kPayload)), 0644);
+
+  const std::tuple<Fault, const char*, const char*> rows[] = {
+      {{.call = "malloc"},
+       "$: Can't allocate calibration buffer\n",
+       "E$, [Dual Calibration] Can't allocate calibration buffer|"},
+      {{.call = "read", .path = kDevice},
+       "$: ReadEmmcOffset() fail\n",
+       "E$, [Dual Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
+      {{.call = "open", .path = kPayload},
+       "\n can not open file: /data/misc/camera/CalibrationData.dat",
+       ""}};
+  for (const auto& [fault, console, log] : rows) {
+    EXPECT_EQ(run_with(fault, name, QOR_DUAL_Calibration_ReadCalData),
+              (Outcome{-1, begun + console, "I" + begun + "|" + log}));
+  }
+}
+
+TEST_F(Writers, EveryCallFailingInTurnGivesTheRecordOrTheOldBytes) {
+  std::vector<std::function<int32_t()>> calls = {QOR_DUAL_Calibration_ReadCalData};
+  for (const Writer& writer : kWriters) calls.push_back([&writer] { return writer.call(1); });
+  for (const DualWriter& writer : kDualWriters) calls.push_back(writer.call);
+  const Bytes before = phone().partition();
+  int32_t result = -2;
+  for (const auto& call : calls) {
+    const auto partition_after = [&](const Bytes& payload) {
+      put(kPayload, payload);
+      phone().write_partition(0, before.data(), before.size());
+      support::console_of([&] { result = call(); });
+      return phone().partition();
+    };
+    // A payload file that opens but cannot be read counts as empty.
+    const Bytes stored = partition_after(support::pattern(1700)), stored_empty = partition_after({});
+    for (const bool from_then_on : {false, true}) {
+      for (unsigned nth = 1, struck = 1; struck > 0; ++nth) {
+        phone().add_fault({.nth = nth, .from_then_on = from_then_on});
+        const Bytes now = partition_after(support::pattern(1700));
+        struck = phone().struck_faults();
+        phone().clear_faults();
+        EXPECT_TRUE(now == stored || now == stored_empty || (result == -1 && now == before))
+            << "call " << nth;
+        EXPECT_TRUE(result == 0 || result == -1) << "call " << nth;
+        EXPECT_EQ(phone().open_descriptors(), 0U) << "call " << nth;
+      }
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,80 @@
+// A phone with raw NAND, as the tests of the MTD back end and utility share it.
+#ifndef TESTS_SUPPORT_NAND_PHONE_H
+#define TESTS_SUPPORT_NAND_PHONE_H
+
+#include <cerrno>
+
+#include "awb_calibration/storage.h"
+#include "tests/support/support.h"
+
+namespace support {
+
+inline constexpr const char* kMtdTag = "camera_calibration_mtd";
+inline constexpr const char* kMtdPath = "/dev/mtd/mtd3";
+
+inline phone::LogLine MD(std::string text) {
+  return D(std::move(text), kMtdTag);
+}
+inline phone::LogLine MI(std::string text) {
+  return I(std::move(text), kMtdTag);
+}
+inline phone::LogLine ME(std::string text) {
+  return E(std::move(text), kMtdTag);
+}
+
+/// Every block of a chip with bytes of its own.
+inline std::vector<Bytes> patterned(const phone::NandGeometry& geometry) {
+  std::vector<Bytes> contents;
+  for (uint32_t i = 0; i < geometry.blocks; ++i) contents.push_back(pattern(geometry.erase_size, 1 + i));
+  return contents;
+}
+
+/// A fixture, and also an object for tests that go through many chips.
+class NandPhone : public PhoneTest {
+ public:
+  explicit NandPhone(const phone::NandGeometry& geometry = {.erase_size = 4096, .blocks = 8})
+      : PhoneTest({.storage = phone::Storage::nand, .nand = geometry}), contents_(patterned(geometry)) {
+    fill(contents_);
+    EXPECT_EQ(mtd_open(&state_, "mfg"), 0);
+    phone().take_calls();
+    phone().take_log();
+  }
+  ~NandPhone() override { mtd_close(&state_); }
+  void TestBody() override {}
+
+  using PhoneTest::phone;
+  phone::Nand& nand() { return phone().nand(); }
+  mtd_partition* state() { return &state_; }
+  const Bytes& content(uint32_t block) const { return contents_.at(block); }  ///< at the start
+
+  void fill(const std::vector<Bytes>& contents) {
+    for (uint32_t i = 0; i < contents.size(); ++i) nand().set_block_bytes(i, contents[i]);
+  }
+  void list_in_proc_mtd(const std::string& text) { put("/proc/mtd", Bytes(text.begin(), text.end())); }
+
+  /// The log of `call`, which starts with errno 0; `error` is errno at its end.
+  std::vector<phone::LogLine> lines_of(const std::function<void()>& call) {
+    return log_of([&] {
+      errno = 0;
+      call();
+      error = errno;
+    });
+  }
+  std::vector<std::string> calls_of(const std::function<void()>& call) {
+    phone().take_calls();
+    call();
+    std::vector<std::string> names;
+    for (const auto& made : phone().take_calls()) names.push_back(made.name);
+    return names;
+  }
+
+  int error = 0;
+
+ private:
+  std::vector<Bytes> contents_;
+  mtd_partition state_{};
+};
+
+}  // namespace support
+
+#endif

@@ -1,0 +1,123 @@
+// What the tests share: a phone per test, records built byte by byte, and whole-effect comparisons.
+//
+// Nothing here calls the code under test to build an input: the CRC has a bitwise twin, records are lists of
+// words.
+#ifndef TESTS_SUPPORT_SUPPORT_H
+#define TESTS_SUPPORT_SUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "phone/virtual_phone.h"
+
+namespace support {
+
+using Bytes = std::vector<uint8_t>;
+using Words = std::vector<uint32_t>;
+
+// ---- bytes ------------------------------------------------------------------------------------------------
+
+/// CRC-32 (0xEDB88320 reflected, no inversions), one bit at a time.
+uint32_t bitwise_crc(const void* data, size_t size, uint32_t start = 0);
+
+/// The words as little-endian bytes.
+Bytes le32(const Words& words);
+Bytes le64(const std::vector<uint64_t>& words);
+
+/// The words and, behind them, the CRC-32 of their bytes.
+Bytes sealed32(const Words& words);
+/// The same in 64-bit fields, the CRC zero-extended.
+Bytes sealed64(const std::vector<uint64_t>& words);
+
+/// `size` bytes of a pattern that differs by place and by `salt`, so that a stray copy shows.
+Bytes pattern(size_t size, uint32_t salt = 1);
+
+uint32_t word_at(const Bytes& bytes, size_t offset);
+
+// ---- files and console ------------------------------------------------------------------------------------
+
+std::optional<Bytes> read_bytes(const std::filesystem::path& path);  ///< nothing when it does not exist
+std::optional<std::string> read_text(const std::filesystem::path& path);
+void write_bytes(const std::filesystem::path& path, const Bytes& bytes);
+int mode_of(const std::filesystem::path& path);  ///< permission bits; -1 when it does not exist
+
+/// A new folder under the system's temporary one, removed with all it holds at the end of the scope.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// Everything that `call` printed on standard output.
+std::string console_of(const std::function<void()>& call);
+
+/// Adjacent literals make lists of log lines: I("text") and the like.
+inline phone::LogLine D(std::string text, std::string tag = "camera_calibration") {
+  return {std::move(tag), 3, std::move(text)};
+}
+inline phone::LogLine I(std::string text, std::string tag = "camera_calibration") {
+  return {std::move(tag), 4, std::move(text)};
+}
+inline phone::LogLine E(std::string text, std::string tag = "camera_calibration") {
+  return {std::move(tag), 6, std::move(text)};
+}
+std::string printf_text(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Only the lines of a tag, or without those of a tag.
+std::vector<phone::LogLine> with_tag(std::vector<phone::LogLine> lines, std::string_view tag);
+
+// ---- a phone per test -------------------------------------------------------------------------------------
+
+inline constexpr uint32_t kModule[4] = {0x11223344, 0x55667788, 0x99AABBCC, 0xDDEEFF01};
+
+class PhoneTest : public ::testing::Test {
+ protected:
+  explicit PhoneTest(const phone::Options& options = {});
+  ~PhoneTest() override;  ///< fails the test if a descriptor is still open on the phone
+
+  phone::VirtualPhone& phone() { return *phone_; }
+
+  /// Sets the four fuse properties of `camera` ("main", "front" or "sub"), in decimal as the driver does.
+  void fit_module(const std::string& camera, const uint32_t (&words)[4] = kModule);
+
+  std::filesystem::path host(std::string_view phone_path) { return phone_->host_path(phone_path); }
+  void put(std::string_view phone_path, const Bytes& bytes);  ///< a file of the phone, with its folders
+  std::optional<Bytes> get(std::string_view phone_path);
+  /// Every file under /data/misc/camera by name.
+  std::vector<std::string> camera_files();
+
+  /// The log so far is dropped; what `call` logs is returned.
+  std::vector<phone::LogLine> log_of(const std::function<void()>& call);
+
+  /// `call` changes the partition's bytes [offset, offset + expected.size()) to `expected` and no other.
+  void expect_partition_write(uint64_t offset, const Bytes& expected, const std::function<void()>& call);
+
+ private:
+  TemporaryFolder folder_;
+  std::optional<phone::VirtualPhone> phone_;
+};
+
+/// Back to the state after load: selection, camid, golden sample, A-light mode, run, AEC, trigger edge.
+void reset_library_state();
+
+}  // namespace support
+
+namespace phone {
+void PrintTo(const LogLine& line, std::ostream* stream);
+}
+
+#endif

@@ -1,0 +1,298 @@
+// Does the tool recognise what people have, show every byte of it, and come to the right verdict? Guards
+// against records passed over, a verdict that misleads a line engineer, and a crash where a message is due.
+
+#include <unistd.h>
+
+#include "tests/support/tool_support.h"
+
+namespace {
+
+using namespace tool;
+
+constexpr uint32_t kOther[4] = {1, 2, 3, 4};
+constexpr uint32_t kUnbound[4] = {};
+
+class Inspect : public ToolTest {};
+
+// ---- show -------------------------------------------------------------------------------------------------
+
+TEST_F(Inspect, ShowsOneCacheFileWithItsBytes) {
+  const std::string name = file("awb_cal_front_CAM", awb());
+  const Outcome shown = run("show --raw " + name);
+  EXPECT_EQ(shown.exit_code, 0);
+  EXPECT_EQ(shown.output, name + R"(: one record
+
+front camera, AWB record
+  file: awb_cal_front_CAM, byte 0x0
+    000000  1b 0c 00 00 20 03 00 00 58 02 00 00 44 33 22 11  |.... ...X...D3".|
+    000010  88 77 66 55 cc bb aa 99 01 ff ee dd 30 1e 3e 61  |.wfU........0.>a|
+    byte  field        value       meaning
+       0  valid word   3099        version 3, calibrated
+       4  R/G          800         0.7812
+       8  B/G          600         0.5859
+      12  fuse word 1  0x11223344
+      16  fuse word 2  0x55667788
+      20  fuse word 3  0x99aabbcc
+      24  fuse word 4  0xddeeff01
+      28  CRC          0x613e1e30
+
+1 record
+)");
+}
+
+struct Recognised {
+  const char* name;
+  Bytes bytes;
+  const char* title;
+};
+
+TEST_F(Inspect, RecognisesAFileByItsNameOrItsContent) {
+  Bytes lens = support::pattern(3584);
+  lens[0] = 0x1B;
+  const Recognised rows[] = {
+      {"awb_cal", awb(), "main camera, AWB record"},
+      {"flash_cal_front", awb(), "front camera, flash record"},
+      {"awb_A_light_cal_sub_CAM", awb(), "sub camera, A-light AWB record"},
+      {"gyro_cal_front_qor_CAM", gyro(), "front camera, gyro record"},
+      {"x", awb(), "\nAWB record"},
+      {"x", aec(), "\nAEC record"},
+      {"x", gyro(), "\ngyro record"},
+      {"x", dual_flash(), "\ndual-flash record"},
+      {"x", support::pattern(1667), "\ndual-camera record"},
+      {"x", support::pattern(465), "\ndual-camera record, first form"},
+      {"CalibrationData.dat", support::pattern(1643), "\ndual-camera payload"},
+      {"x", lens, "\nlens-shading record"},
+  };
+  for (const auto& [name, bytes, title] : rows) {
+    const Outcome shown = run("show " + file(name, bytes));
+    EXPECT_EQ(shown.exit_code, 0) << title;
+    EXPECT_TRUE(shown.says(title)) << title << shown.output;
+    EXPECT_TRUE(shown.says("1 record\n")) << title;
+  }
+}
+
+TEST_F(Inspect, ReadsStandardInputAndWhatItIsTold) {
+  const std::string name = file("mine", awb());
+  EXPECT_TRUE(run("show - <" + name).says("AWB record"));
+  EXPECT_TRUE(run("show --as flash --camera sub " + name).says("sub camera, flash record"));
+  EXPECT_TRUE(run("show --as aec " + name).says("truncated: 32 of 36 bytes"));
+}
+
+TEST_F(Inspect, FindsTheRecordAreaAtEitherBase) {
+  for (const auto& [base, name, other] :
+       {std::tuple{0x10000U, "2k", "0x20000"}, std::tuple{0x20000U, "4k", "0x10000"}}) {
+    Bytes image(0x30000);
+    put(image, base + 0x1E28, aec());
+    const std::string file_name = file("mfg.img", image);
+    const Outcome shown = run("show " + file_name);
+    EXPECT_TRUE(shown.says("front camera, AEC record")) << shown.output;
+    EXPECT_TRUE(shown.says("good checksums there: 1, at " + std::string(other) + ": 0"));
+    const Outcome decided = run("show " + file_name + " --base " + (base == 0x10000 ? "4k" : "2k"));
+    EXPECT_FALSE(decided.says("front camera, AEC record")) << name;
+    EXPECT_TRUE(decided.says("(as --base says)"));
+  }
+}
+
+TEST_F(Inspect, FindsEveryRecordOfAnExport) {
+  Bytes image(4000);
+  put(image, 0, awb());
+  put(image, 3648, awb());
+  put(image, 3712, aec());
+  put(image, 3784, awb());
+  put(image, 3848, dual_flash());
+  put(image, 3952, gyro());
+  const Outcome shown = run("show " + file("awb_cal_front", image));
+  for (const char* kind : {"AWB", "flash", "AEC", "A-light AWB", "dual-flash", "gyro"}) {
+    EXPECT_TRUE(shown.says("front camera, " + std::string(kind) + " record")) << kind;
+  }
+  EXPECT_TRUE(shown.says("front lens_shading")) << "named as blank";
+  EXPECT_TRUE(shown.says("6 records"));
+}
+
+// The gyro record's end lies on the A-light record's beginning: who was written last is good.
+TEST_F(Inspect, PointsOutTheOverlapOfGyroAndALight) {
+  Bytes image(0x30000);
+  put(image, 0x20EC0, awb());
+  put(image, 0x20EA0, gyro());
+  const Outcome shown = run("show " + file("mfg.img", image));
+  EXPECT_TRUE(shown.says("main camera, A-light AWB record"));
+  EXPECT_TRUE(shown.says("overlap: 16 of its bytes are those of the gyro record, which is good"));
+  const Outcome verified = run("verify " + path("mfg.img"));
+  EXPECT_TRUE(verified.says("good                     main camera, gyro record"));
+  EXPECT_TRUE(verified.says("bad CRC                  main camera, A-light AWB record"));
+  put(image, 0x20EC0, Bytes(32));
+  put(image, 0x20EA0, gyro());
+  EXPECT_EQ(run("verify " + file("mfg.img", image)).exit_code, 0)
+      << "nothing but the gyro record was written";
+}
+
+// ---- inputs that cannot be used ---------------------------------------------------------------------------
+
+TEST_F(Inspect, NamesTheFileAndTheCause) {
+  const std::string odd = file("odd", Bytes(7));
+  const std::string empty = file("empty", {});
+  fs::create_directories(path("folder/sub"));
+  symlink("loop", path("loop").c_str());
+  const std::pair<std::string, std::string> rows[] = {
+      {path("no"), path("no") + ": is absent"},
+      {path("loop"), path("loop") + ": is unreadable: Too many levels of symbolic links"},
+      {odd, odd + ": 7 bytes are neither a record, an export nor a partition; --as names it"},
+      {empty, empty + ": is empty"},
+      {path("folder"), path("folder") + ": holds no file of a phone's calibration"},
+      {odd + " --as phone", odd + ": is not a folder"},
+      {odd + " --as rubbish", "--as rubbish: there is no such kind"},
+      {path("folder") + " --as awb", path("folder") + ": is a folder and not a file to read as awb"},
+  };
+  for (const auto& [arguments, message] : rows) {
+    for (const char* command : {"show ", "verify ", "explain main "}) {
+      const Outcome refused = run(command + arguments);
+      EXPECT_EQ(refused.exit_code, 2) << command << arguments;
+      EXPECT_EQ(refused.output, "awbcal: " + message + "\n") << command;
+    }
+  }
+}
+
+TEST_F(Inspect, StopsReadingWhatNeverEnds) {
+  const Outcome refused = run("show /dev/zero");
+  EXPECT_EQ(refused.exit_code, 2);
+  EXPECT_EQ(refused.output, "awbcal: /dev/zero: is unreadable: larger than 64 MiB\n");
+}
+
+TEST_F(Inspect, TakesNoFullDiskForAVerdict) {
+  for (const char* how : {"", " --json"}) {
+    EXPECT_EQ(run("verify " + phone() + how, ">/dev/full 2>&1").exit_code, 2) << how;
+  }
+}
+
+// ---- verdicts ---------------------------------------------------------------------------------------------
+
+struct Row {
+  const char* name;  ///< of the cache file
+  Bytes bytes;
+  const char* verdict;
+  const char* rule;
+  int exit_code;
+};
+
+TEST_F(Inspect, ComesToOneVerdictPerRecord) {
+  const Row rows[] = {
+      {"awb_cal", awb(), "good", "bound to the fitted module", 0},
+      {"awb_cal", awb(3099, 800, 600, kUnbound), "good", "bound to no module", 0},
+      {"awb_cal", awb(99), "good", "bound to the fitted module", 0},
+      {"awb_cal", awb(3099, 800, 600, {0, kModule[1], kModule[2], kModule[3]}), "good", "bound to the fitted",
+       0},
+      {"awb_cal", Bytes(32), "blank", "blank: main camera: awb", 0},
+      {"awb_cal", Bytes(32, 0xFF), "blank", "blank: main camera: awb", 0},
+      {"awb_cal", damaged(awb(), 5), "bad CRC", "rule record.crc: expected CRC 0x", 1},
+      {"awb_cal", damaged(awb(), 31), "bad CRC", "rule record.crc: expected CRC 0x613e1e30", 1},
+      {"awb_cal", awb(3099, 800, 600, kOther), "wrong module",
+       "rule record.module: expected fuse ID 11223344", 1},
+      {"awb_cal", awb(3000), "judged out of tolerance", "expected valid word 3099, found valid word 3000", 1},
+      {"awb_cal", awb(4099), "unknown version", "found valid word 4099", 1},
+      {"awb_cal", awb(3098), "unknown version", "found valid word 3098", 1},
+      {"awb_cal", Bytes(31), "truncated", "rule record.length: expected 32 bytes, found 31 bytes", 1},
+      {"aec_cal", sealed32({3000, 1, 2, 3, 0, 0, 0, 0}), "unknown version",
+       "expected valid word 99, 1099, 2099", 1},
+      {"gyro_cal_qor_CAM", gyro(), "good", "accepted by Sensor_Check_GYRO_Calibration_Result", 0},
+      {"gyro_cal_qor_CAM", sealed64({2099, 0, 0, 0, 0}), "unknown version", "expected valid word 3099", 1},
+      {"gyro_cal_qor_CAM", gyro({0, kModule[1], kModule[2], kModule[3]}), "wrong module", "record.module", 1},
+  };
+  for (const auto& [name, bytes, verdict, rule, exit_code] : rows) {
+    const Outcome verified = run("verify " + file(name, bytes) + kFuse);
+    EXPECT_EQ(verified.exit_code, exit_code) << verdict << rule;
+    EXPECT_TRUE(verified.says("\n  " + std::string(verdict))) << verdict << verified.output;
+    EXPECT_TRUE(verified.tells(rule)) << rule << verified.output;
+    EXPECT_TRUE(verified.says(exit_code == 0 ? "PASS: " : "FAIL: ")) << verdict;
+    EXPECT_LE(longest_line(verified.output), 80U);
+  }
+}
+
+// The words of `verify`, compared with what the library itself answers for these very records.
+TEST_F(Inspect, AsksTheLibraryWhoWouldTakeTheRecord) {
+  const std::pair<Bytes, std::string> rows[] = {
+      {awb(),
+       "      accepted by QOR_AWB_Calibration_Reference_Points_Correction,\n"
+       "      Correct_Reference_Points_qorModule, Dual_Cam_Correction\n"
+       "      refused by Sensor_Check_AWB_Calibration_Result\n"},
+      {awb(99),
+       "      accepted by QOR_AWB_Calibration_Reference_Points_Correction,\n"
+       "      Dual_Cam_Correction\n"
+       "      refused by Correct_Reference_Points_qorModule,\n"
+       "      Sensor_Check_AWB_Calibration_Result\n"},
+      {awb(3000),
+       "      refused by QOR_AWB_Calibration_Reference_Points_Correction,\n"
+       "      Correct_Reference_Points_qorModule, Dual_Cam_Correction,\n"
+       "      Sensor_Check_AWB_Calibration_Result\n"}};
+  for (const auto& [bytes, answers] : rows) {
+    EXPECT_TRUE(run("verify " + file("awb_cal", bytes) + kFuse).says(answers)) << answers;
+  }
+}
+
+TEST_F(Inspect, JudgesAPhoneAsPulled) {
+  const Outcome verified = run("verify " + phone());
+  EXPECT_EQ(verified.exit_code, 0);
+  EXPECT_TRUE(verified.says("main module: fuse ID 11223344 55667788 99aabbcc ddeeff01")) << verified.output;
+  EXPECT_TRUE(verified.says("absent: main camera: a_light_awb, flash, dual_flash, gyro, lens_shading"));
+  EXPECT_TRUE(verified.says("\nPASS: 2 good\n"));
+}
+
+TEST_F(Inspect, FailsAnAbsentKindOnlyWhenItIsRequired) {
+  phone();
+  const std::tuple<const char*, int> rows[] = {{"awb,aec", 0},  {"flash", 1},       {"front:awb", 1},
+                                               {"main:awb", 0}, {"dual_camera", 1}, {"rubbish", 2},
+                                               {"top:awb", 2}};
+  for (const auto& [required, exit_code] : rows) {
+    EXPECT_EQ(run("verify " + path("phone") + " --require " + required).exit_code, exit_code) << required;
+  }
+  EXPECT_TRUE(run("verify " + path("phone") + " --require flash").says("flash (required)"));
+}
+
+TEST_F(Inspect, TellsAbsentUnreadableAndWrongApart) {
+  phone();
+  fs::remove(path("phone/data/misc/camera/aec_cal"));
+  fs::create_directories(path("phone/data/misc/camera/aec_cal"));
+  symlink("nowhere", path("phone/data/misc/camera/flash_cal").c_str());
+  file("phone/data/misc/camera/awb_cal", damaged(awb(), 4));
+  const Outcome verified = run("verify " + path("phone"));
+  EXPECT_EQ(verified.exit_code, 1);
+  EXPECT_TRUE(verified.says("bad CRC                  main camera, AWB record")) << verified.output;
+  EXPECT_TRUE(
+      verified.says("unreadable               main camera, AEC record\n      data/misc/camera/aec_cal\n"
+                    "      rule record.readable: expected a file that can be read, found is a folder"))
+      << verified.output;
+  EXPECT_TRUE(verified.says("unreadable               main camera, flash record"));
+  EXPECT_TRUE(verified.says("absent: main camera: a_light_awb, dual_flash, gyro"));
+}
+
+// A record that is good in the cache and damaged on the partition is lost with the next wipe.
+TEST_F(Inspect, LetsNoGoodCopyHideABadOne) {
+  phone();
+  Bytes image(0x30000);
+  put(image, 0x20000, damaged(awb(), 9));
+  file("phone/mfg.img", image);
+  const Outcome verified = run("verify " + path("phone"));
+  EXPECT_EQ(verified.exit_code, 1);
+  EXPECT_TRUE(verified.says(
+      "bad CRC                  main camera, AWB record\n      partition: mfg.img, byte 0x20000"));
+  EXPECT_TRUE(verified.says("the cache's is good"));
+}
+
+TEST_F(Inspect, ShowsTheMarginToTheGoldenSample) {
+  const std::string name = file("awb_cal", awb());
+  const Outcome verified = run("verify " + name + " --golden 0.75,0.5859375 --threshold 10");
+  EXPECT_TRUE(verified.says("0.0312 from the golden sample, 0.0750 allowed (42 % of it)")) << verified.output;
+  EXPECT_EQ(run("verify " + name + " --golden 0.75").exit_code, 2);
+  EXPECT_EQ(run("verify " + name + " --fuse 1,2,3").exit_code, 2);
+  EXPECT_EQ(run("verify " + name + " --fuse 1,2,3,4294967296").exit_code, 2);
+}
+
+TEST_F(Inspect, SparesTheFrontCameraThatBearsTheMainOnesFuseId) {
+  const std::string name = file("awb_cal_front_CAM", awb());
+  const std::string fuse = " --fuse front=1,2,3,4 --fuse main=0x11223344,0x55667788,0x99aabbcc,0xddeeff01";
+  const Outcome verified = run("verify " + name + fuse);
+  EXPECT_EQ(verified.exit_code, 0) << verified.output;
+  EXPECT_TRUE(verified.says("bears the main camera's fuse ID"));
+  EXPECT_EQ(run("verify " + file("awb_cal_sub_CAM", awb()) + " --fuse sub=1,2,3,4").exit_code, 1);
+}
+
+}  // namespace

@@ -1,0 +1,72 @@
+// Do the help, the manual pages and the completion tell of the same commands and options? Guards against an
+// option that a person can use and cannot find.
+
+#include <regex>
+#include <set>
+
+#include "tests/support/tool_support.h"
+
+namespace {
+
+using namespace tool;
+
+const char* const kCommands[] = {"demo", "show", "verify", "explain", "diff", "pack", "redact", "replay"};
+
+std::set<std::string> matches(const std::string& text, const char* pattern) {
+  std::set<std::string> found;
+  const std::regex expression(pattern);
+  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match) {
+    found.insert((*match)[1]);
+  }
+  return found;
+}
+
+std::string page(const std::string& name) {
+  return support::read_text(fs::path(SOURCE_DIR) / "man" / (name + ".1")).value_or("(absent)");
+}
+
+/// What bash offers for the words typed so far.
+std::set<std::string> completions(const std::string& words, int last) {
+  const std::string script = "source " SOURCE_DIR "/docs/completion/awbcal.bash; COMP_WORDS=(awbcal " +
+                             words + "); COMP_CWORD=" + std::to_string(last) +
+                             "; _awbcal; printf '%s\\n' \"${COMPREPLY[@]}\"";
+  return matches(
+      run("--version >/dev/null 2>&1; bash -c '" + std::regex_replace(script, std::regex("'"), "'\\''") + "'",
+          "")
+          .output,
+      "([^\n]+)\n");
+}
+
+TEST(Manual, HasAPageAndACompletionForEveryOption) {
+  for (const std::string command : kCommands) {
+    const std::set<std::string> options = matches(run(command + " --help").output, "(--[a-z-]+)[ \n]");
+    EXPECT_GT(options.size(), 1U) << command;
+    const std::set<std::string> documented = matches(page("awbcal-" + command), "Fl (-[a-z-]+)");
+    for (const std::string& option : options)
+      EXPECT_TRUE(documented.contains(option.substr(1))) << command << option;
+    EXPECT_EQ(documented.size(), options.size()) << command << ": an option that is no more";
+    EXPECT_EQ(completions(command + " --", 2), options) << command;
+  }
+}
+
+TEST(Manual, NamesEveryCommand) {
+  std::set<std::string> commands(std::begin(kCommands), std::end(kCommands));
+  EXPECT_EQ(matches(run("--help").output, "\n  ([a-z]+)  "), commands);
+  EXPECT_EQ(matches(page("awbcal"), "awbcal-([a-z]+) 1"), commands);
+  commands.insert("--help");
+  EXPECT_EQ(completions("\"\"", 1), commands);
+}
+
+TEST(Manual, OffersTheValuesOfAnOption) {
+  EXPECT_EQ(completions("show --base \"\"", 3), (std::set<std::string>{"2k", "4k"}));
+  EXPECT_EQ(completions("explain \"\"", 2), (std::set<std::string>{"front", "main", "sub"}));
+  EXPECT_EQ(completions("pack --seal-only gy", 3), (std::set<std::string>{"gyro"}));
+}
+
+TEST(Manual, RefusesToRunWithoutACommand) {
+  EXPECT_EQ(run("").exit_code, 2);
+  EXPECT_EQ(run("rubbish").exit_code, 2);
+  EXPECT_EQ(run("--help").exit_code, 0);
+}
+
+}  // namespace

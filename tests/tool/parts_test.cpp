@@ -1,0 +1,155 @@
+// Do the tool's layers read, judge and lay out what they are given, and does its sensor model behave like a
+// camera? Guards against a decoder that shows the wrong bytes and against a judgement that passes a damaged
+// record.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "inspect/decode.h"
+#include "inspect/judge.h"
+#include "run/sensor_model.h"
+#include "tests/support/support.h"
+#include "text/terminal.h"
+
+namespace {
+
+using awbcal::RecordKind;
+using support::Bytes;
+using support::kModule;
+using support::sealed32;
+
+constexpr calib::FuseWords kFitted = {kModule[0], kModule[1], kModule[2], kModule[3]};
+
+/// A dual-camera record: its words are not aligned.
+Bytes dual_camera_record() {
+  Bytes bytes = support::le32({3099});
+  const Bytes payload = support::pattern(1643);
+  bytes.insert(bytes.end(), payload.begin(), payload.end());
+  for (const uint32_t word : kModule) {
+    for (const uint8_t byte : support::le32({word})) bytes.push_back(byte);
+  }
+  for (const uint8_t byte : support::le32({support::bitwise_crc(bytes.data(), bytes.size())}))
+    bytes.push_back(byte);
+  return bytes;
+}
+
+struct Sample {
+  RecordKind kind;
+  uint32_t sub_offset;  ///< in the record area, of the sub camera's record
+  Bytes bytes;
+  std::vector<std::string> values;  ///< between the valid word and the fuse ID
+};
+
+std::vector<Sample> samples() {
+  const auto [f1, f2, f3, f4] = kModule;
+  return {
+      {RecordKind::awb, 0x2000, sealed32({3099, 798, 563, f1, f2, f3, f4}), {"798", "563"}},
+      {RecordKind::a_light_awb, 0x2EC0, sealed32({3099, 1168, 357, f1, f2, f3, f4}), {"1168", "357"}},
+      {RecordKind::flash, 0x2E08, sealed32({3099, 1772, ~0U, f1, f2, f3, f4}), {"1772", "-1"}},
+      {RecordKind::aec,
+       0x2E28,
+       sealed32({3099, 256, 4000000000U, 50, f1, f2, f3, f4}),
+       {"256", "4000000000", "50"}},
+      {RecordKind::dual_flash,
+       0x2E6C,
+       sealed32({3099, 1, 2, 3, 4, 5, 6, f1, f2, f3, f4}),
+       {"1", "2", "3", "4", "5", "6"}},
+      {RecordKind::gyro, 0x2EA0, support::sealed64({3099, f1, f2, f3, f4}), {}},
+      {RecordKind::dual_camera, 0x3200, dual_camera_record(), {"1643 bytes"}},
+  };
+}
+
+size_t passed_rules(const Sample& sample, const Bytes& bytes, const calib::FuseWords& module) {
+  const auto rules = awbcal::judge_record(awbcal::record_spec(sample.kind), bytes, module);
+  return static_cast<size_t>(
+      std::count_if(rules.begin(), rules.end(), [](const auto& rule) { return rule.passed; }));
+}
+
+TEST(Decode, ShowsEveryFieldOfEveryRecord) {
+  for (const Sample& sample : samples()) {
+    const awbcal::RecordSpec& spec = awbcal::record_spec(sample.kind);
+    SCOPED_TRACE(spec.name);
+    ASSERT_EQ(spec.size, sample.bytes.size());
+    EXPECT_EQ(awbcal::area_offset(spec, 2), sample.sub_offset);
+    std::vector<std::string> expected = {"3099"};
+    expected.insert(expected.end(), sample.values.begin(), sample.values.end());
+    for (const uint32_t word : kModule) expected.push_back(support::printf_text("0x%08x", word));
+    const size_t crc_at = sample.kind == RecordKind::gyro ? 40 : sample.bytes.size() - 4;
+    expected.push_back(support::printf_text("0x%08x", support::bitwise_crc(sample.bytes.data(), crc_at)));
+    std::vector<std::string> shown;
+    for (const awbcal::Field& field : awbcal::decode(spec, sample.bytes)) shown.push_back(field.value);
+    EXPECT_EQ(shown, expected);
+  }
+}
+
+TEST(Decode, KnowsBothPageSizes) {
+  EXPECT_EQ(awbcal::area_base("4096"), 0x20000U);
+  for (const char* other : {"2048", "", "4096 ", "04096"})
+    EXPECT_EQ(awbcal::area_base(other), 0x10000U) << other;
+}
+
+TEST(Judge, PassesGoodRecordsAndSeesEveryDamagedByte) {
+  for (const Sample& sample : samples()) {
+    SCOPED_TRACE(awbcal::record_spec(sample.kind).name);
+    EXPECT_EQ(passed_rules(sample, sample.bytes, kFitted), 3U);
+    for (size_t i = 0; i < sample.bytes.size(); ++i) {
+      Bytes damaged = sample.bytes;
+      damaged[i] ^= 0x10;
+      EXPECT_LT(passed_rules(sample, damaged, kFitted), 3U) << "byte " << i;
+    }
+    EXPECT_EQ(passed_rules(sample, sample.bytes, {kModule[0], kModule[1], kModule[2], 0}), 2U)
+        << "another module";
+  }
+}
+
+TEST(Judge, MeasuresTheDistanceFromTheGoldenSample) {
+  // 3/8 and 4/8 off, so that the distance is 5/8; a fifth of the larger golden ratio is allowed.
+  const Bytes off = sealed32({3000, 640, 512, 0, 0, 0, 0});
+  const awbcal::AwbVerdict far = awbcal::awb_verdict(off, 1.0F, 1.0F, 20.0F);
+  EXPECT_FLOAT_EQ(static_cast<float>(far.delta), 0.625F);
+  EXPECT_FLOAT_EQ(static_cast<float>(far.limit), 0.2F);
+  EXPECT_FALSE(far.passed());
+  EXPECT_TRUE(awbcal::awb_verdict(off, 1.0F, 1.0F, 62.5F).passed()) << "a distance on the limit passes";
+}
+
+TEST(Wrap, KeepsEveryWordAndTheWidth) {
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(awbcal::wrap("one two three", 7), (Lines{"one two", "three"}));
+  EXPECT_EQ(awbcal::wrap("one two three", 8), (Lines{"one two", "three"}));
+  EXPECT_EQ(awbcal::wrap("abcdefgh i", 3), (Lines{"abc", "def", "gh", "i"}));
+  EXPECT_EQ(awbcal::wrap("", 3), (Lines{""}));
+  EXPECT_EQ(awbcal::wrap("abc", 3), (Lines{"abc"}));
+}
+
+// ---- the camera -------------------------------------------------------------------------------------------
+
+constexpr awbcal::Light kLight{
+    .name = "a light", .rg = 0.75, .bg = 0.5, .luma_per_millisecond = 4.0, .is_a_light = false};
+
+TEST(SensorModel, MeasuresTheModuleUnderTheLight) {
+  awbcal::Noise noise(7);
+  awbcal::SensorModel sensor(kLight, {.rg = 1.1, .bg = 0.9}, noise);
+  const awbcal::Frame frame = sensor.capture({.gain = 256, .exp_time = 12500}).frame;
+  EXPECT_NEAR(frame.rg_sum / 1024.0 / frame.count, 0.75 * 1.1, 0.01);
+  EXPECT_NEAR(frame.bg_sum / 1024.0 / frame.count, 0.5 * 0.9, 0.01);
+  EXPECT_EQ(sensor.capture({.gain = 256, .exp_time = 500}).frame.count, 0) << "too dark for any sample";
+  EXPECT_EQ(sensor.capture({.gain = 4096, .exp_time = 33333}).frame.count, 0) << "clipped everywhere";
+}
+
+TEST(ExposureControl, SettlesFromAnyLightAtItsOwnPace) {
+  for (const double speed : {0.25, 0.6, 1.0}) {
+    for (const double brightness : {0.8, 4.0, 16.0}) {
+      awbcal::ExposureControl control(50, 4, speed);
+      int frames = 0;
+      for (; !control.has_settled() && frames < 40; ++frames) {
+        control.observe(std::min(255.0, brightness * control.exposure().milliseconds()));
+      }
+      EXPECT_TRUE(control.has_settled()) << speed << ' ' << brightness;
+      EXPECT_NEAR(brightness * control.exposure().milliseconds(), 50, 4);
+    }
+  }
+}
+
+}  // namespace

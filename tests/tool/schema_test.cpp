@@ -1,0 +1,50 @@
+// Does everything that the tool prints for programs agree with its schema? Guards against a document that
+// changed and a schema that did not, with a validator that knows nothing of the tool.
+
+#include "tests/support/tool_support.h"
+
+namespace {
+
+using namespace tool;
+
+class Schema : public ToolTest {
+ protected:
+  Outcome validate(const std::string& arguments) const {
+    return run(arguments, "| python3 " SOURCE_DIR "/tests/tool/validate_json.py " SOURCE_DIR
+                          "/docs/awbcal.schema.json 2>&1");
+  }
+};
+
+TEST_F(Schema, DescribesEveryDocument) {
+  phone();
+  Bytes image = support::pattern(0x24000);
+  put(image, 0x20EC0, awb());
+  put(image, 0x20EA0, gyro());
+  file("mfg.img", image);
+  file("lsc_cal", support::pattern(4000));
+  file("aec_cal", Bytes(9, 1));
+  fs::create_directories(path("phone/data/misc/camera/flash_cal"));
+  const std::string csv = SOURCE_DIR "/examples/frames_d65_main.csv";
+  for (const std::string& arguments :
+       {"show " + path("phone"), "show --raw " + path("mfg.img"), "show " + path("lsc_cal"),
+        "show " + path("aec_cal"), "verify --require flash,dual_camera --golden 0.7,0.5 " + path("phone"),
+        "verify " + path("mfg.img"), "verify " + path("lsc_cal") + kFuse, "explain main " + path("phone"),
+        "explain sub " + path("mfg.img"), "diff " + path("phone") + " " + path("mfg.img"),
+        "diff " + path("aec_cal") + " " + path("phone"), "replay --golden 0.75,0.56 " + csv,
+        "replay --golden 0.75,0.56 --threshold 0 " + csv}) {
+    const Outcome validated = validate(arguments + " --json");
+    EXPECT_EQ(validated.exit_code, 0) << arguments << "\n" << validated.output;
+  }
+}
+
+// So that the test above can fail.
+TEST_F(Schema, RefusesOtherDocuments) {
+  const std::string name = file("awb_cal", awb());
+  const Outcome renamed =
+      run("show --json " + name, "| sed 's/\"state\"/\"mood\"/' | python3 " SOURCE_DIR
+                                 "/tests/tool/validate_json.py " SOURCE_DIR "/docs/awbcal.schema.json 2>&1");
+  EXPECT_EQ(renamed.exit_code, 1);
+  EXPECT_NE(renamed.output, "");
+}
+
+}  // namespace

@@ -1,0 +1,55 @@
+// The sub-commands. Each puts its options into the parser and hands back what to run when it was chosen.
+#ifndef COMMANDS_COMMANDS_H
+#define COMMANDS_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "inspect/input.h"
+#include "inspect/json_form.h"
+#include "text/terminal.h"
+
+namespace awbcal {
+
+// What a script can tell apart.
+inline constexpr int kDone = 0;
+inline constexpr int kFailed = 1;    ///< not good, not equal, or not finished
+inline constexpr int kBadInput = 2;  ///< arguments or files that cannot be used
+
+struct Command {
+  CLI::App* app;
+  std::function<int(Terminal&)> run;
+};
+
+Command add_demo(CLI::App& parent);
+Command add_show(CLI::App& parent);
+Command add_verify(CLI::App& parent);
+Command add_explain(CLI::App& parent);
+Command add_diff(CLI::App& parent);
+Command add_pack(CLI::App& parent);
+Command add_redact(CLI::App& parent);
+Command add_replay(CLI::App& parent);
+
+// ---- what several of them have ----------------------------------------------------------------------------
+
+/// The input's path, --as, --base and --camera.
+void add_input_options(CLI::App& app, InputOptions& options);
+
+/// Prints the document on standard output, past the terminal.
+void print_json(const Json& document);
+
+/// "2 records", "1 record".
+std::string counted(size_t count, const char* noun);
+
+/// "main camera, AWB record"
+std::string record_title(const RecordSpec& spec, std::optional<calib::Camera> camera);
+
+/// Where the record stands, for people.
+std::string place_text(const Input& input, const FoundRecord& record);
+
+/// The first lines about an input: what it is, and which record area was taken.
+void show_input(Terminal& terminal, const Input& input);
+
+}  // namespace awbcal
+
+#endif

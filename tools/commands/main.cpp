@@ -1,0 +1,47 @@
+// awbcal: the command line of the calibration library, for hosts.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+
+#include "commands/commands.h"
+#include "inspect/errors.h"
+
+namespace {
+
+using namespace awbcal;
+
+constexpr Command (*kCommands[])(CLI::App&) = {add_demo, add_show, add_verify, add_explain,
+                                               add_diff, add_pack, add_redact, add_replay};
+
+int run(int argc, char** argv) {
+  CLI::App app("Camera calibration records: make them, read them, check them", "awbcal");
+  app.require_subcommand(1);
+  std::vector<Command> commands;
+  for (const auto& add : kCommands) commands.push_back(add(app));
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kDone : kBadInput;
+  }
+  Terminal terminal;
+  int result = kBadInput;
+  for (const Command& command : commands) {
+    if (command.app->parsed()) result = command.run(terminal);
+  }
+  return terminal.finish() ? result : kBadInput;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const InputError& error) {
+    std::fprintf(stderr, "awbcal: %s\n", error.what());
+    return kBadInput;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "awbcal: %s\n", error.what());
+    return kBadInput;
+  }
+}

@@ -1,0 +1,98 @@
+// awbcal show: every record found, field by field.
+
+#include <fmt/format.h>
+
+#include <memory>
+
+#include "commands/commands.h"
+#include "inspect/verdict.h"
+#include "text/tables.h"
+
+namespace awbcal {
+
+namespace {
+
+struct ShowArguments {
+  InputOptions input;
+  bool json = false;
+  bool raw = false;
+};
+
+void show_fields(Terminal& terminal, const FoundRecord& record) {
+  Table table({">byte", "field", "value", "meaning"});
+  for (const Field& field : decode(*record.spec, record.bytes)) {
+    table.row({std::to_string(field.offset), field.name, field.value, field.meaning});
+  }
+  table.print(terminal);
+}
+
+void show_record(Terminal& terminal, const Input& input, const FoundRecord& record, bool raw) {
+  terminal.line();
+  terminal.line(terminal.styled(record_title(*record.spec, record.camera), Style::heading));
+  terminal.paragraph(place_text(input, record));
+  if (record.is_truncated()) {
+    terminal.paragraph(fmt::format("truncated: {} of {} bytes", record.bytes.size(), record.spec->size));
+  }
+  if (const FoundRecord* owner = good_overlap(input, record)) {
+    terminal.paragraph(
+        fmt::format("overlap: 16 of its bytes are those of the {}, which is good", owner->spec->name));
+  }
+  if (raw) print_hexdump(terminal, record.bytes, record.offset);
+  show_fields(terminal, record);
+}
+
+/// Cameras and kinds whose place holds no record, a line per source.
+void show_blank(Terminal& terminal, const Input& input) {
+  std::map<std::string, std::string> lines;
+  for (const FoundRecord& record : input.records) {
+    if (record.bytes.empty() || !is_blank_record(input, record)) continue;
+    std::string& line = lines[input.files[record.file].path];
+    const std::string camera = record.camera ? fmt::format("{} ", camera_name(*record.camera)) : "";
+    line += fmt::format("{}{}{}", line.empty() ? "" : ", ", camera, record.spec->id);
+  }
+  if (lines.empty()) return;
+  terminal.line();
+  terminal.line(terminal.styled("blank", Style::heading));
+  for (const auto& [file, line] : lines) terminal.paragraph(fmt::format("{}: {}", file, line));
+}
+
+void show_unreadable(Terminal& terminal, const Input& input) {
+  for (const InputFile& file : input.files) {
+    if (!file.content.trouble) continue;
+    terminal.line();
+    terminal.paragraph(fmt::format("{}: is unreadable: {}", file.path, *file.content.trouble), 0);
+  }
+}
+
+int show(const ShowArguments& arguments, Terminal& terminal) {
+  const Input input = open_input(arguments.input);
+  if (arguments.json) {
+    print_json(show_document(input, arguments.raw));
+    return kDone;
+  }
+  show_input(terminal, input);
+  size_t shown = 0;
+  for (const FoundRecord& record : input.records) {
+    if (!record.bytes.empty() && is_blank_record(input, record)) continue;
+    show_record(terminal, input, record, arguments.raw);
+    ++shown;
+  }
+  show_blank(terminal, input);
+  show_unreadable(terminal, input);
+  terminal.line();
+  terminal.line(counted(shown, "record"));
+  return kDone;
+}
+
+}  // namespace
+
+Command add_show(CLI::App& parent) {
+  const auto arguments = std::make_shared<ShowArguments>();
+  CLI::App* app = parent.add_subcommand("show", "Decode every record, field by field");
+  add_input_options(*app, arguments->input);
+  app->add_flag("--json", arguments->json, "For programs: all bytes, so that pack can bring them back");
+  app->add_flag("--raw", arguments->raw, "The bytes of each record as well");
+  return {app, [arguments](Terminal& terminal) { return show(*arguments, terminal); }};
+}
+
+}  // namespace awbcal

@@ -1,0 +1,179 @@
+#include "inspect/json_form.h"
+
+#include <fmt/format.h>
+
+#include <cctype>
+
+#include "inspect/verdict.h"
+
+namespace awbcal {
+
+namespace {
+
+constexpr size_t kShortestFill = 32;
+
+const char* state_of(const Input& input, const FoundRecord& record) {
+  if (!record.bytes.empty() && is_blank_record(input, record)) return "blank";
+  return record.is_truncated() ? "truncated" : "present";
+}
+
+Json fields_json(const FoundRecord& record) {
+  Json fields = Json::object();
+  for (const FieldSpec& field : record.spec->fields) {
+    if (fits(field, record.bytes.size())) fields[field_id(field)] = field_json(record.bytes, field);
+  }
+  return fields;
+}
+
+Json meanings_json(const FoundRecord& record) {
+  Json meanings = Json::object();
+  std::vector<Field> fields = decode(*record.spec, record.bytes);
+  for (size_t i = 0; i < fields.size(); ++i) {
+    if (!fields[i].meaning.empty()) meanings[field_id(record.spec->fields[i])] = fields[i].meaning;
+  }
+  return meanings;
+}
+
+Json record_json(const Input& input, const FoundRecord& record, bool raw) {
+  const std::string state = state_of(input, record);
+  Json json = {{"kind", record.spec->id},
+               {"camera", json_of(record.camera)},
+               {"source", source_name(record.source)},
+               {"file", input.files[record.file].path},
+               {"offset", record.offset},
+               {"size", record.bytes.size()},
+               {"state", state}};
+  if (state != "blank") {
+    json["fields"] = fields_json(record);
+    json["meanings"] = meanings_json(record);
+  }
+  if (const FoundRecord* owner = good_overlap(input, record)) json["overwritten_by"] = owner->spec->id;
+  if (raw) json["raw"] = hex(record.bytes);
+  return json;
+}
+
+/// Which bytes of the file the records' fields give.
+std::vector<bool> given_by_fields(const Input& input, size_t file) {
+  std::vector<bool> given(input.files[file].content.bytes.size());
+  for (const FoundRecord& record : input.records) {
+    if (record.file != file || is_blank_record(input, record)) continue;
+    for (const FieldSpec& field : record.spec->fields) {
+      if (!fits(field, record.bytes.size())) continue;
+      const auto first = given.begin() + static_cast<std::ptrdiff_t>(record.offset + field.offset);
+      std::fill(first, first + static_cast<std::ptrdiff_t>(field.width), true);
+    }
+  }
+  return given;
+}
+
+/// Bytes [begin, end) as runs of one value and the bytes between them.
+void add_runs(Json& rest, const Bytes& bytes, size_t begin, size_t end) {
+  size_t plain = begin;
+  const auto add_plain = [&](size_t until) {
+    if (plain == until) return;
+    const auto run = std::span(bytes).subspan(plain, until - plain);
+    rest.push_back({{"offset", plain}, {"bytes", hex(run)}});
+  };
+  for (size_t at = begin; at < end;) {
+    size_t same = at;
+    while (same < end && bytes[same] == bytes[at]) ++same;
+    if (same - at >= kShortestFill) {
+      add_plain(at);
+      rest.push_back({{"offset", at}, {"size", same - at}, {"fill", bytes[at]}});
+      plain = same;
+    }
+    at = same;
+  }
+  add_plain(end);
+}
+
+Json rest_json(const Input& input, size_t file) {
+  const Bytes& bytes = input.files[file].content.bytes;
+  const std::vector<bool> given = given_by_fields(input, file);
+  Json rest = Json::array();
+  for (size_t at = 0; at < bytes.size();) {
+    size_t end = at;
+    while (end < bytes.size() && given[end] == given[at]) ++end;
+    if (!given[at]) add_runs(rest, bytes, at, end);
+    at = end;
+  }
+  return rest;
+}
+
+bool is_plain_text(const Bytes& bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](uint8_t byte) {
+    return byte == '\n' || byte == '\t' || (byte >= 0x20 && byte < 0x7F);
+  });
+}
+
+Json file_json(const Input& input, size_t index) {
+  const InputFile& file = input.files[index];
+  Json json = {{"path", file.path}, {"layout", layout_name(file.layout)}};
+  if (file.content.trouble) {
+    json["unreadable"] = *file.content.trouble;
+    return json;
+  }
+  json["size"] = file.content.bytes.size();
+  const bool is_text = file.layout == Layout::text || file.layout == Layout::properties;
+  if (is_text && is_plain_text(file.content.bytes)) {
+    json["text"] = text_of(file.content.bytes);
+  } else {
+    json["rest"] = rest_json(input, index);
+  }
+  return json;
+}
+
+}  // namespace
+
+Json json_document(const char* command) {
+  return {{"awbcal_json", kJsonVersion}, {"command", command}};
+}
+
+Json json_of(std::optional<calib::Camera> camera) {
+  return camera ? Json(camera_name(*camera)) : Json(nullptr);
+}
+
+Json json_of(const Input& input) {
+  Json json = {{"name", input.name}, {"kind", input_kind_name(input.kind)}};
+  if (input.area) json["record_area"] = {{"base", input.area->base}, {"reason", input.area->reason}};
+  return json;
+}
+
+std::string text_of(const Json& document) {
+  return document.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string field_id(const FieldSpec& field) {
+  std::string id;
+  for (const char c : std::string_view(field.name)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0) {
+      id += static_cast<char>(std::tolower(byte));
+    } else if (!id.ends_with('_')) {
+      id += '_';
+    }
+  }
+  return id;
+}
+
+Json field_json(std::span<const uint8_t> record, const FieldSpec& field) {
+  if (is_run_of_bytes(field)) return hex(record.subspan(field.offset, field.width));
+  const uint64_t value = field_value(record, field);
+  if (field.kind == FieldKind::signed_word) return static_cast<int32_t>(value);
+  return value;
+}
+
+Json show_document(const Input& input, bool raw) {
+  Json document = json_document("show");
+  document["input"] = json_of(input);
+  document["records"] = Json::array();
+  for (const FoundRecord& record : input.records)
+    document["records"].push_back(record_json(input, record, raw));
+  document["files"] = Json::array();
+  for (size_t file = 0; file < input.files.size(); ++file) {
+    if (input.files[file].layout != Layout::other) document["files"].push_back(file_json(input, file));
+  }
+  return document;
+}
+
+}  // namespace awbcal

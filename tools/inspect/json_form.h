@@ -1,0 +1,56 @@
+// The JSON form of an input: every byte of it, decoded where that is possible, and back.
+#ifndef INSPECT_JSON_FORM_H
+#define INSPECT_JSON_FORM_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "inspect/errors.h"
+#include "inspect/input.h"
+
+namespace awbcal {
+
+using Json = nlohmann::ordered_json;
+
+/// The version of everything that --json prints; docs/awbcal.schema.json describes it.
+inline constexpr int kJsonVersion = 1;
+
+/// What every document begins with.
+Json json_document(const char* command);
+Json json_of(const Input& input);  ///< name, kind and record area
+Json json_of(std::optional<calib::Camera> camera);
+
+/// One line end after it; bytes that are not UTF-8 are replaced.
+std::string text_of(const Json& document);
+
+/// The name of a field in JSON: "valid word" is "valid_word", "R/G" is "r_g".
+std::string field_id(const FieldSpec& field);
+
+/// The field's value: a number, or hexadecimal digits.
+Json field_json(std::span<const uint8_t> record, const FieldSpec& field);
+
+/// The document of `awbcal show`. With `raw`, each record has its bytes as well.
+Json show_document(const Input& input, bool raw);
+
+struct PackedFile {
+  std::string path;
+  Bytes bytes;
+};
+
+struct Packed {
+  InputKind kind;
+  std::vector<PackedFile> files;
+};
+
+struct PackOptions {
+  bool seal = false;
+  std::string seal_kind;  ///< only records of this kind; empty: all
+};
+
+/// The bytes that a document of `awbcal show` stands for. Throws InputError for what is no such document.
+Packed pack_document(const Json& document, const PackOptions& options);
+
+}  // namespace awbcal
+
+#endif

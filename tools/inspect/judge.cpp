@@ -1,0 +1,72 @@
+#include "inspect/judge.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace awbcal {
+
+namespace {
+
+const char* binding_text(calib::Binding binding) {
+  switch (binding) {
+    case calib::Binding::this_module:
+      return "the fitted module's";
+    case calib::Binding::any_module:
+      return "all zero: good for any module";
+    case calib::Binding::other_module:
+      break;
+  }
+  return "another module's";
+}
+
+}  // namespace
+
+Claims claims_of(const RecordSpec& spec, std::span<const uint8_t> record) {
+  Claims claims;
+  size_t fuse_words = 0;
+  for (const FieldSpec& field : spec.fields) {
+    const uint64_t value = field_value(record, field);
+    if (field.kind == FieldKind::valid_word) {
+      claims.has_valid_word = true;
+      claims.words.valid_word = value;
+    } else if (field.kind == FieldKind::fuse_word) {
+      claims.has_fuse_id = true;
+      claims.words.fuse.at(fuse_words++) = value;
+    } else if (field.kind == FieldKind::crc) {
+      claims.has_crc = true;
+      claims.words.stored_crc = value;
+      claims.words.computed_crc = crc_for(field, record);
+    }
+  }
+  return claims;
+}
+
+uint32_t crc_for(const FieldSpec& field, std::span<const uint8_t> record) {
+  const uint32_t crc = Crc32CheckSumByte(record.data(), static_cast<uint32_t>(field.offset), 0);
+  // The first form keeps only the low byte.
+  return field.width == 1 ? crc & 0xFF : crc;
+}
+
+std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uint8_t> record,
+                                     const calib::FuseWords& module) {
+  const Claims claims = claims_of(spec, record);
+  const calib::Judgement judgement = calib::judge(claims.words, module, spec.rule);
+  return {{"checksum", judgement.crc_good, fmt::format("computed 0x{:08x}", claims.words.computed_crc)},
+          {"valid word", judgement.valid_word_good,
+           judgement.valid_word_good ? "ends in 99" : "does not mark a finished calibration"},
+          {"fuse ID", judgement.is_bound(), binding_text(judgement.binding)}};
+}
+
+AwbVerdict awb_verdict(std::span<const uint8_t> record, float golden_rg, float golden_bg,
+                       float tolerance_percent) {
+  const auto awb = calib::record_at<calib::AwbRecord>(record.data());
+  const double off_rg = golden_rg - awb.rg / 1024.0;
+  const double off_bg = golden_bg - awb.bg / 1024.0;
+  // In single precision where the run itself works so: a distance on the limit must fall to the same side.
+  const float limit = tolerance_percent / 100.0F * std::max(golden_rg, golden_bg);
+  return {static_cast<float>(std::sqrt(off_rg * off_rg + off_bg * off_bg)), limit};
+}
+
+}  // namespace awbcal

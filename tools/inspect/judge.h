@@ -1,0 +1,53 @@
+// Whether a record is good, rule by rule, by the library's own judgement.
+#ifndef INSPECT_JUDGE_H
+#define INSPECT_JUDGE_H
+
+#include <string>
+#include <vector>
+
+#include "inspect/decode.h"
+#include "records/judgement.h"
+
+namespace awbcal {
+
+/// What a record says of itself; not every kind has every claim.
+struct Claims {
+  calib::RecordClaims words{};
+  bool has_crc = false;
+  bool has_valid_word = false;
+  bool has_fuse_id = false;
+
+  bool has_good_crc() const { return has_crc && words.stored_crc == words.computed_crc; }
+};
+
+/// `record` holds at least the record's size.
+Claims claims_of(const RecordSpec& spec, std::span<const uint8_t> record);
+
+struct RuleResult {
+  const char* rule;
+  bool passed;
+  std::string why;
+};
+
+/// The rules of the kind's readers: checksum, valid word, fuse ID. `module` is the fitted one's.
+std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uint8_t> record,
+                                     const calib::FuseWords& module);
+
+/// What belongs into the checksum field of `record`.
+uint32_t crc_for(const FieldSpec& field, std::span<const uint8_t> record);
+
+/// How an AWB record compares with the golden sample.
+struct AwbVerdict {
+  double delta;
+  double limit;
+
+  bool passed() const { return delta <= limit; }
+  double percent_of_limit() const { return 100.0 * delta / limit; }
+};
+
+AwbVerdict awb_verdict(std::span<const uint8_t> record, float golden_rg, float golden_bg,
+                       float tolerance_percent);
+
+}  // namespace awbcal
+
+#endif

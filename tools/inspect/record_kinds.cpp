@@ -1,0 +1,288 @@
+#include "inspect/record_kinds.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "awb_calibration/correction.h"
+#include "awb_calibration/factory.h"
+#include "awb_calibration/verify.h"
+#include "correction/tuning_layout.h"
+#include "records/record_layouts.h"
+
+namespace awbcal {
+
+namespace {
+
+using enum FieldKind;
+
+// ---- fields: their places are taken from the library's own layout -----------------------------------------
+
+#define FIELD(RECORD, MEMBER, KIND, NAME)                                      \
+  FieldSpec {                                                                  \
+    offsetof(calib::RECORD, MEMBER), sizeof(calib::RECORD::MEMBER), KIND, NAME \
+  }
+#define ELEMENT(RECORD, MEMBER, INDEX, KIND, NAME)                                \
+  FieldSpec {                                                                     \
+    offsetof(calib::RECORD, MEMBER) + (INDEX) * sizeof(calib::RECORD::MEMBER[0]), \
+        sizeof(calib::RECORD::MEMBER[0]), KIND, NAME                              \
+  }
+#define FUSE_WORDS(RECORD)                                                                                \
+  ELEMENT(RECORD, fuse, 0, fuse_word, "fuse word 1"), ELEMENT(RECORD, fuse, 1, fuse_word, "fuse word 2"), \
+      ELEMENT(RECORD, fuse, 2, fuse_word, "fuse word 3"), ELEMENT(RECORD, fuse, 3, fuse_word, "fuse word 4")
+
+constexpr FieldSpec kAwbFields[] = {
+    FIELD(AwbRecord, valid_word, valid_word, "valid word"), FIELD(AwbRecord, rg, unity_word, "R/G"),
+    FIELD(AwbRecord, bg, unity_word, "B/G"), FUSE_WORDS(AwbRecord), FIELD(AwbRecord, crc, crc, "CRC")};
+
+constexpr FieldSpec kFlashFields[] = {FIELD(FlashRecord, valid_word, valid_word, "valid word"),
+                                      FIELD(FlashRecord, x, signed_word, "R gain"),
+                                      FIELD(FlashRecord, y, signed_word, "B gain"), FUSE_WORDS(FlashRecord),
+                                      FIELD(FlashRecord, crc, crc, "CRC")};
+
+constexpr FieldSpec kAecFields[] = {FIELD(AecRecord, valid_word, valid_word, "valid word"),
+                                    FIELD(AecRecord, gain, number, "gain"),
+                                    FIELD(AecRecord, exp_time, number, "exposure time"),
+                                    FIELD(AecRecord, luma_value, number, "luma"),
+                                    FUSE_WORDS(AecRecord),
+                                    FIELD(AecRecord, crc, crc, "CRC")};
+
+constexpr FieldSpec kDualFlashFields[] = {FIELD(DualFlashRecord, valid_word, valid_word, "valid word"),
+                                          ELEMENT(DualFlashRecord, x1, 0, signed_word, "LED 1 R gain"),
+                                          ELEMENT(DualFlashRecord, x1, 1, signed_word, "LED 1 B gain"),
+                                          ELEMENT(DualFlashRecord, x2, 0, signed_word, "LED 2 R gain"),
+                                          ELEMENT(DualFlashRecord, x2, 1, signed_word, "LED 2 B gain"),
+                                          ELEMENT(DualFlashRecord, x3, 0, signed_word, "both R gain"),
+                                          ELEMENT(DualFlashRecord, x3, 1, signed_word, "both B gain"),
+                                          FUSE_WORDS(DualFlashRecord),
+                                          FIELD(DualFlashRecord, crc, crc, "CRC")};
+
+constexpr FieldSpec kGyroFields[] = {FIELD(GyroRecord, valid_word, valid_word, "valid word"),
+                                     FUSE_WORDS(GyroRecord), FIELD(GyroRecord, crc, crc, "CRC")};
+
+constexpr FieldSpec kLensShadingFields[] = {FIELD(LensShadingRecord, valid_word, valid_word, "valid word"),
+                                            FUSE_WORDS(LensShadingRecord),
+                                            ELEMENT(LensShadingRecord, gains, 0, gains, "channel 1"),
+                                            ELEMENT(LensShadingRecord, gains, 1, gains, "channel 2"),
+                                            ELEMENT(LensShadingRecord, gains, 2, gains, "channel 3"),
+                                            ELEMENT(LensShadingRecord, gains, 3, gains, "channel 4"),
+                                            FIELD(LensShadingRecord, crc, crc, "CRC")};
+
+// Its words are not aligned, so the layout has them as bytes.
+constexpr size_t kDualCameraFuse = offsetof(calib::DualCameraRecord, fuse);
+constexpr FieldSpec kDualCameraFields[] = {FIELD(DualCameraRecord, valid_word, valid_word, "valid word"),
+                                           FIELD(DualCameraRecord, payload, payload, "payload"),
+                                           {kDualCameraFuse, 4, fuse_word, "fuse word 1"},
+                                           {kDualCameraFuse + 4, 4, fuse_word, "fuse word 2"},
+                                           {kDualCameraFuse + 8, 4, fuse_word, "fuse word 3"},
+                                           {kDualCameraFuse + 12, 4, fuse_word, "fuse word 4"},
+                                           FIELD(DualCameraRecord, crc, crc, "CRC")};
+
+constexpr FieldSpec kFirstFormFields[] = {FIELD(DualCameraFirstFormRecord, payload, payload, "payload"),
+                                          FIELD(DualCameraFirstFormRecord, crc_low, crc, "CRC, low byte")};
+
+constexpr FieldSpec kPayloadFields[] = {{0, calib::kDualCameraPayload, payload, "payload"}};
+
+#undef FIELD
+#undef ELEMENT
+#undef FUSE_WORDS
+
+// ---- readers: what the library does with a record at run time ---------------------------------------------
+
+constexpr size_t kAwbTuningFloats = calib::kLedFlashWhiteBalance + 3;
+constexpr size_t kSensorTuningBytes = calib::kFurtherMesh + sizeof(calib::MeshTable);
+
+bool run_reference_points() {
+  std::vector<float> tuning(kAwbTuningFloats, 1.0F);
+  QOR_AWB_Calibration_Reference_Points_Correction(tuning.data());
+  return true;
+}
+
+bool run_module_reference_points() {
+  std::vector<float> tuning(kAwbTuningFloats, 1.0F);
+  float ratios[3][2] = {};
+  Correct_Reference_Points_qorModule(tuning.data(), ratios[0], ratios[1], ratios[2]);
+  return true;
+}
+
+bool run_dual_camera_correction() {
+  float ratios[4] = {};
+  Dual_Cam_Correction(&ratios[0], &ratios[1], &ratios[2], &ratios[3]);
+  return true;
+}
+
+bool run_aec() {
+  uint32_t values[3] = {};
+  QOR_Calibration_AEC_get_calibration_data(&values[0], &values[1], &values[2]);
+  return true;
+}
+
+bool run_mesh() {
+  std::vector<uint8_t> tuning(kSensorTuningBytes);
+  return Sensor_set_mesh(tuning.data(), 0, 0.0F, 0.0F) == 1;
+}
+
+template <int32_t (*Check)()>
+bool passes() {
+  return Check() == 0;
+}
+
+constexpr Reader kAwbReaders[] = {
+    {"QOR_AWB_Calibration_Reference_Points_Correction", run_reference_points, "pass, use new white points"},
+    {"Correct_Reference_Points_qorModule", run_module_reference_points, "pass, use new white points"},
+    {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data["},
+    {"Sensor_Check_AWB_Calibration_Result", passes<Sensor_Check_AWB_Calibration_Result>, nullptr}};
+constexpr Reader kALightReaders[] = {
+    {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data[", "A light data:"}};
+constexpr Reader kFlashReaders[] = {
+    {"QOR_AWB_Calibration_Reference_Points_Correction", run_reference_points,
+     "] Load Flashlight-Calibraton data"},
+    {"Sensor_Check_FLASH_Calibration_Result", passes<Sensor_Check_FLASH_Calibration_Result>, nullptr}};
+constexpr Reader kAecReaders[] = {
+    {"QOR_Calibration_AEC_get_calibration_data", run_aec, "Load AEC-Calibraton data"},
+    {"Sensor_Check_AEC_Calibration_Result", passes<Sensor_Check_AEC_Calibration_Result>, nullptr}};
+constexpr Reader kDualFlashReaders[] = {
+    {"Correct_Reference_Points_qorModule", run_module_reference_points, "] Load Flashlight-Calibraton data"},
+    {"Sensor_Check_FLASH_Calibration_Result", passes<Sensor_Check_FLASH_Calibration_Result>, nullptr}};
+constexpr Reader kGyroReaders[] = {
+    {"Sensor_Check_GYRO_Calibration_Result", passes<Sensor_Check_GYRO_Calibration_Result>, nullptr}};
+constexpr Reader kLensShadingReaders[] = {
+    {"Sensor_set_mesh", run_mesh, nullptr},
+    {"Sensor_Check_LSC_Calibration_Result", passes<Sensor_Check_LSC_Calibration_Result>, nullptr}};
+constexpr Reader kDualCameraReaders[] = {
+    {"Sensor_Check_DUAL_Calibration_Result", passes<Sensor_Check_DUAL_Calibration_Result>, nullptr}};
+
+// ---- the table --------------------------------------------------------------------------------------------
+
+// The result checks of these know one finished version only.
+constexpr calib::JudgementRule kFinishedVersion{
+    .first_version = 3, .last_version = 3, .zero_first_fuse_word_matches_any = true};
+constexpr calib::JudgementRule kFinishedVersionAllWords{
+    .first_version = 3, .last_version = 3, .zero_first_fuse_word_matches_any = false};
+
+/// In the order of RecordKind.
+constexpr std::array kRecords = {
+    RecordSpec{.kind = RecordKind::awb,
+               .id = "awb",
+               .name = "AWB record",
+               .size = sizeof(calib::AwbRecord),
+               .fields = kAwbFields,
+               .offset = calib::kSlotAwb,
+               .export_offset = calib::kExportAwb,
+               .cache = {"awb_cal", "awb_cal_front_CAM", "awb_cal_sub_CAM"},
+               .is_judged = true,
+               .front_may_bear_main = true,
+               .readers = kAwbReaders},
+    RecordSpec{.kind = RecordKind::a_light_awb,
+               .id = "a_light_awb",
+               .name = "A-light AWB record",
+               .size = sizeof(calib::AwbRecord),
+               .fields = kAwbFields,
+               .offset = calib::kSlotALightAwb,
+               .export_offset = calib::kExportALightAwb,
+               .cache = {"awb_A_light_cal", "awb_A_light_cal_front_CAM", "awb_A_light_cal_sub_CAM"},
+               .is_judged = true,
+               .front_may_bear_main = true,
+               .readers = kALightReaders,
+               .companion = RecordKind::awb},
+    RecordSpec{.kind = RecordKind::flash,
+               .id = "flash",
+               .name = "flash record",
+               .size = sizeof(calib::FlashRecord),
+               .fields = kFlashFields,
+               .offset = calib::kSlotFlash,
+               .export_offset = calib::kExportFlash,
+               .cache = {"flash_cal", "flash_cal_front", "flash_cal_sub_CAM"},
+               .readers = kFlashReaders},
+    RecordSpec{.kind = RecordKind::aec,
+               .id = "aec",
+               .name = "AEC record",
+               .size = sizeof(calib::AecRecord),
+               .fields = kAecFields,
+               .offset = calib::kSlotAec,
+               .export_offset = calib::kExportAec,
+               .cache = {"aec_cal", "aec_cal_front_CAM", "aec_cal_sub_CAM"},
+               .readers = kAecReaders},
+    RecordSpec{.kind = RecordKind::dual_flash,
+               .id = "dual_flash",
+               .name = "dual-flash record",
+               .size = sizeof(calib::DualFlashRecord),
+               .fields = kDualFlashFields,
+               .offset = calib::kSlotDualFlash,
+               .export_offset = calib::kExportDualFlash,
+               .cache = {"flash_dual_cal", "flash_dual_cal_front_CAM", "flash_dual_cal_sub_CAM"},
+               .readers = kDualFlashReaders},
+    RecordSpec{.kind = RecordKind::gyro,
+               .id = "gyro",
+               .name = "gyro record",
+               .size = sizeof(calib::GyroRecord),
+               .fields = kGyroFields,
+               .offset = calib::kSlotGyro,
+               .export_offset = calib::kExportGyro,
+               .cache = {"gyro_cal_qor_CAM", "gyro_cal_front_qor_CAM", nullptr},
+               .rule = kFinishedVersionAllWords,
+               .readers = kGyroReaders},
+    RecordSpec{.kind = RecordKind::lens_shading,
+               .id = "lens_shading",
+               .name = "lens-shading record",
+               .size = sizeof(calib::LensShadingRecord),
+               .fields = kLensShadingFields,
+               .export_offset = calib::kExportLensShading,
+               .cache = {"lsc_cal", "lsc_cal_front_CAM", "lsc_cal_sub_CAM"},
+               .cache_is_export = true,
+               .rule = kFinishedVersion,
+               .readers = kLensShadingReaders},
+    RecordSpec{.kind = RecordKind::dual_camera,
+               .id = "dual_camera",
+               .name = "dual-camera record",
+               .size = sizeof(calib::DualCameraRecord),
+               .fields = kDualCameraFields,
+               .is_per_camera = false,
+               .offset = calib::kAreaDualCamera,
+               .rule = kFinishedVersion,
+               .readers = kDualCameraReaders},
+    RecordSpec{.kind = RecordKind::dual_camera_first_form,
+               .id = "dual_camera_first_form",
+               .name = "dual-camera record, first form",
+               .size = sizeof(calib::DualCameraFirstFormRecord),
+               .fields = kFirstFormFields,
+               .is_per_camera = false,
+               .offset = calib::kAreaDualCameraFirstForm},
+    RecordSpec{.kind = RecordKind::dual_camera_payload,
+               .id = "dual_camera_payload",
+               .name = "dual-camera payload",
+               .size = calib::kDualCameraPayload,
+               .fields = kPayloadFields,
+               .is_per_camera = false,
+               .cache = {"CalibrationData.dat", nullptr, nullptr}},
+};
+static_assert([] {
+  for (size_t i = 0; i < kRecords.size(); ++i) {
+    if (kRecords[i].kind != static_cast<RecordKind>(i)) return false;
+  }
+  return true;
+}());
+
+}  // namespace
+
+std::span<const RecordSpec> record_specs() {
+  return kRecords;
+}
+
+const RecordSpec& record_spec(RecordKind kind) {
+  return kRecords.at(static_cast<size_t>(kind));
+}
+
+const RecordSpec* record_spec_of_id(std::string_view id) {
+  const auto found =
+      std::find_if(kRecords.begin(), kRecords.end(), [id](const RecordSpec& spec) { return id == spec.id; });
+  return found == kRecords.end() ? nullptr : &*found;
+}
+
+const FieldSpec* field_of_kind(const RecordSpec& spec, FieldKind kind) {
+  const auto found = std::find_if(spec.fields.begin(), spec.fields.end(),
+                                  [kind](const FieldSpec& field) { return field.kind == kind; });
+  return found == spec.fields.end() ? nullptr : &*found;
+}
+
+}  // namespace awbcal

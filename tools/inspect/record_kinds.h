@@ -1,0 +1,93 @@
+// The kinds of calibration records: THE table of what the tool knows about each. A new kind is a new row.
+#ifndef INSPECT_RECORD_KINDS_H
+#define INSPECT_RECORD_KINDS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "records/camera.h"
+#include "records/judgement.h"
+
+namespace awbcal {
+
+enum class RecordKind {
+  awb,
+  a_light_awb,
+  flash,
+  aec,
+  dual_flash,
+  gyro,
+  lens_shading,
+  dual_camera,
+  dual_camera_first_form,
+  dual_camera_payload,
+};
+
+enum class FieldKind { valid_word, unity_word, signed_word, number, fuse_word, payload, gains, crc };
+
+struct FieldSpec {
+  size_t offset;
+  size_t width;  ///< bytes; for a payload or gains their length
+  FieldKind kind;
+  const char* name;
+};
+
+/// A field whose value is a run of bytes and not a number.
+constexpr bool is_run_of_bytes(const FieldSpec& field) {
+  return field.kind == FieldKind::payload || field.kind == FieldKind::gains;
+}
+
+/// Something in the library that takes the record at run time.
+struct Reader {
+  const char* function;
+  /// Calls it for the selected camera; true when it answers that the record is good or was used.
+  bool (*run)();
+  /// Part of the line that it logs exactly when it uses the record; null: its answer tells.
+  const char* line_when_used;
+  /// Part of the line from which on that counts: a reader of two records logs the same for both.
+  const char* from_line = nullptr;
+};
+
+/// Cache files per camera; null: none.
+struct CacheFiles {
+  const char* main = nullptr;
+  const char* front = nullptr;
+  const char* sub = nullptr;
+
+  constexpr const char* of(calib::Camera camera) const {
+    return camera == calib::Camera::front ? front : camera == calib::Camera::sub ? sub : main;
+  }
+};
+
+/// What the bytes of a record are, where it lies, and who reads it by which rule.
+struct RecordSpec {
+  RecordKind kind;
+  const char* id;    ///< for the command line and for JSON
+  const char* name;  ///< for people
+  size_t size;
+  std::span<const FieldSpec> fields;
+  bool is_per_camera = true;
+  std::optional<uint32_t> offset = {};       ///< in its camera's slot, or in the area when not per camera
+  std::optional<size_t> export_offset = {};  ///< in the kernel's export
+  CacheFiles cache = {};
+  bool cache_is_export = false;      ///< the cache file holds a whole export
+  bool is_judged = false;            ///< its writer takes the valid mark away when out of tolerance
+  bool front_may_bear_main = false;  ///< readers accept the main camera's fuse ID on the front camera
+  calib::JudgementRule rule = {
+      .first_version = 0, .last_version = 3, .zero_first_fuse_word_matches_any = true};
+  std::span<const Reader> readers = {};
+  std::optional<RecordKind> companion = {};  ///< read first by the same reader, and decides how it goes on
+};
+
+std::span<const RecordSpec> record_specs();
+const RecordSpec& record_spec(RecordKind kind);
+const RecordSpec* record_spec_of_id(std::string_view id);  ///< null: there is none
+
+const FieldSpec* field_of_kind(const RecordSpec& spec, FieldKind kind);  ///< the first; null: there is none
+
+}  // namespace awbcal
+
+#endif

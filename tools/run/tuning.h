@@ -1,0 +1,62 @@
+// The tuning blocks that the demo's camera stack owns, and lens-shading records that fit them.
+#ifndef RUN_TUNING_H
+#define RUN_TUNING_H
+
+#include <vector>
+
+#include "correction/tuning_layout.h"
+#include "inspect/decode.h"
+#include "records/judgement.h"
+#include "run/sensor_model.h"
+
+namespace awbcal {
+
+/// A block of floats with the structures that the camera stack has in it.
+class TuningBlock {
+ public:
+  explicit TuningBlock(size_t bytes) : words_(bytes / sizeof(float)) {}
+
+  float* data() { return words_.data(); }
+  float& operator[](size_t index) { return words_.at(index); }
+  float operator[](size_t index) const { return words_.at(index); }
+  /// By bytes: not everything in the block is a float.
+  bool operator==(const TuningBlock& other) const {
+    return words_.size() == other.words_.size() &&
+           memcmp(words_.data(), other.words_.data(), words_.size() * sizeof(float)) == 0;
+  }
+
+  template <class Part>
+  Part get(size_t byte_offset) const {
+    check_range(byte_offset, sizeof(Part));
+    return calib::record_at<Part>(reinterpret_cast<const char*>(words_.data()) + byte_offset);
+  }
+  template <class Part>
+  void put(size_t byte_offset, const Part& part) {
+    check_range(byte_offset, sizeof(Part));
+    memcpy(reinterpret_cast<char*>(words_.data()) + byte_offset, &part, sizeof part);
+  }
+
+ private:
+  void check_range(size_t offset, size_t size) const;
+
+  std::vector<float> words_;
+};
+
+/// White points, gains and the LED table of a camera that was tuned with the golden sample.
+TuningBlock make_awb_tuning(const Light& golden);
+
+/// Mesh tables of a typical lens.
+TuningBlock make_mesh_tuning();
+
+inline constexpr size_t kMeshColumns = 17;
+inline constexpr size_t kMeshRows = 13;
+static_assert(kMeshColumns * kMeshRows == calib::kMeshGains);
+inline constexpr size_t kMeshCorner = 0;
+inline constexpr size_t kMeshCentre = calib::kMeshGains / 2;
+
+/// What the factory tool measures of a module's lens; `falloff` is the gain that its corners need above 1.
+Bytes make_lens_shading_record(const calib::FuseWords& module, double falloff);
+
+}  // namespace awbcal
+
+#endif
