@@ -13,50 +13,56 @@ using calib::DualFlashRecord;
 using calib::FlashRecord;
 using calib::log_module;
 
+struct CacheFile {
+  const char* path;
+  const char* not_created;  ///< the line that says so
+};
+
 struct Writer {
   const char* name;   ///< of the exported function; it begins most lines
   uint32_t position;  ///< in the camera's slot
-  const char* cache;  ///< of every camera but the front camera
-  const char* front_cache;
-  void (*say_cache_fails)(const char* writer);
-  void (*say_front_cache_fails)(const char* writer);
+  CacheFile cache;    ///< of every camera but the front camera
+  CacheFile front_cache;
 };
-
-#define WRITER_LINE(LOG, line) [](const char* writer) { LOG(line, writer); }
 
 constexpr Writer kFlash{
     .name = "QOR_FLASH_Calibration_write_to_flash",
     .position = calib::kSlotFlash,
-    .cache = "/data/misc/camera/flash_cal",
-    .front_cache = "/data/misc/camera/flash_cal_front",
-    .say_cache_fails = WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_cal fail\n"),
-    .say_front_cache_fails =
-        WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_cal_front fail\n")};
+    .cache = {.path = "/data/misc/camera/flash_cal",
+              .not_created =
+                  "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal fail\n"},
+    .front_cache = {
+        .path = "/data/misc/camera/flash_cal_front",
+        .not_created =
+            "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal_front fail\n"}};
 
 constexpr Writer kDualFlash{
     .name = "QOR_Dual_FLASH_Calibration_write_to_flash",
     .position = calib::kSlotDualFlash,
-    .cache = "/data/misc/camera/flash_dual_cal",
-    .front_cache = "/data/misc/camera/flash_dual_cal_front_CAM",
-    .say_cache_fails = WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_dual_cal fail\n"),
-    .say_front_cache_fails =
-        WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_dual_cal_front_CAM fail\n")};
+    .cache =
+        {.path = "/data/misc/camera/flash_dual_cal",
+         .not_created =
+             "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal fail\n"},
+    .front_cache = {
+        .path = "/data/misc/camera/flash_dual_cal_front_CAM",
+        .not_created =
+            "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal_front_CAM fail\n"}};
 
 uint32_t offset_of(const Writer& writer, uint8_t camid) {
   return camid * calib::kSlotSize + writer.position;
 }
 
 void write_cache(const Writer& writer, uint8_t camid, const void* record, size_t size) {
-  const bool is_front = camid == 1;
-  const int fd = calib::create_replacement(is_front ? writer.front_cache : writer.cache);
+  const CacheFile& cache = camid == 1 ? writer.front_cache : writer.cache;
+  const int fd = calib::create_replacement(cache.path);
   if (fd < 0) {
-    (is_front ? writer.say_front_cache_fails : writer.say_cache_fails)(writer.name);
+    PRINT_AND_LOGE("%s", cache.not_created);
     return;
   }
   LOGI("[Flash Calibration] write cabuff to /data/misc/camera/awb_cal");
   // The sub camera's record goes into the main camera's file, yet the mode is set on the front camera's.
   // Kept.
-  calib::finish_replacement(fd, record, size, camid != 0 ? writer.front_cache : writer.cache);
+  calib::finish_replacement(fd, record, size, camid != 0 ? writer.front_cache.path : writer.cache.path);
 }
 
 template <class Record>
