@@ -18,27 +18,27 @@ struct Writer {
   const char* name;   ///< of the exported function; it begins most lines
   uint32_t position;  ///< in the camera's slot
   const calib::PerCamera& cache;
-  void (*say_cache_fails)(const char* writer);
-  void (*say_front_cache_fails)(const char* writer);
+  calib::PerCamera not_created;  ///< the line when the cache file cannot be
 };
-
-#define WRITER_LINE(LOG, line) [](const char* writer) { LOG(line, writer); }
 
 constexpr Writer kFlash{
     .name = "QOR_FLASH_Calibration_write_to_flash",
     .position = calib::kSlotFlash,
     .cache = calib::kFlashFiles.written,
-    .say_cache_fails = WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_cal fail\n"),
-    .say_front_cache_fails =
-        WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_cal_front fail\n")};
+    .not_created = {
+        .main = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal fail\n",
+        .front = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal_front fail\n",
+        .sub = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal fail\n"}};
 
 constexpr Writer kDualFlash{
     .name = "QOR_Dual_FLASH_Calibration_write_to_flash",
     .position = calib::kSlotDualFlash,
     .cache = calib::kDualFlashFiles.written,
-    .say_cache_fails = WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_dual_cal fail\n"),
-    .say_front_cache_fails =
-        WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_dual_cal_front_CAM fail\n")};
+    .not_created = {
+        .main = "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal fail\n",
+        .front =
+            "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal_front_CAM fail\n",
+        .sub = "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal fail\n"}};
 
 uint32_t offset_of(const Writer& writer, uint8_t camid) {
   return camid * calib::kSlotSize + writer.position;
@@ -48,7 +48,7 @@ void write_cache(const Writer& writer, uint8_t camid, const void* record, size_t
   const calib::Camera camera = calib::camera_of_camid(camid);
   const int fd = calib::create_replacement(writer.cache.of(camera));
   if (fd < 0) {
-    (camera == calib::Camera::front ? writer.say_front_cache_fails : writer.say_cache_fails)(writer.name);
+    PRINT_AND_LOGE("%s", writer.not_created.of(camera));
     return;
   }
   LOGI("[Flash Calibration] write cabuff to /data/misc/camera/awb_cal");
