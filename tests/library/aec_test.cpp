@@ -189,7 +189,6 @@ TEST_F(Aec, ReadingFallsBackToTheExport) {
     EXPECT_EQ(lost.back(), E(printf_text("[AWB Calibration]aec_read_calibration: fail to read from file:%s",
                                          kNodes[camera])));
   }
-  EXPECT_EQ(aec_read_calibration(nullptr, 36), -1);
 }
 
 TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
