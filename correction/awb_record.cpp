@@ -2,6 +2,7 @@
 
 #include "correction/judge_and_log.h"
 #include "records/calibration_log.h"
+#include "records/loaders.h"
 
 namespace calib {
 
@@ -12,10 +13,10 @@ std::optional<Judgement> load_awb_record(const char* name, AwbRecord& record, co
   LOGI("%s, [AWB Calibration] fuse_id : 0x%x, 0x%x, 0x%x, 0x%x\n", name, FUSE_WORDS_32(module));
   // A truncated file must not leave the end of the previous camera's record behind it.
   record = {};
-  uint32_t tag_word = 0;
-  if (ReadFlash(&record, &tag_word) <= 0) return std::nullopt;
+  const RecordReading reading = load_awb(&record);
+  if (reading.from == RecordReading::From::nowhere) return std::nullopt;
 
-  const Judgement judgement = judge_and_log(name, kAwbLines, record, module, rule);
+  const Judgement judgement = judge_and_log(name, kAwbLines, record, reading.is_whole, module, rule);
   if (!judgement.crc_good) return std::nullopt;
   return judgement;
 }

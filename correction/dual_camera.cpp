@@ -3,6 +3,7 @@
 #include "awb_calibration/correction.h"
 #include "correction/judge_and_log.h"
 #include "records/calibration_log.h"
+#include "records/loaders.h"
 
 namespace {
 
@@ -20,12 +21,15 @@ constexpr calib::JudgementRule kALightRule{
 
 /// One light: both ratios, or 1.0 twice. Returns the module's words as the rule left them.
 calib::FuseWords load_ratios(const calib::RecordLines& lines, const calib::JudgementRule& rule,
-                             const calib::FuseWords& module, uint32_t a_light, float* rg, float* bg) {
+                             const calib::FuseWords& module, bool a_light, float* rg, float* bg) {
   *rg = *bg = 1.0F;
-  // A record that cannot be read stays all zeros: its CRC is good, its valid word is not.
   AwbRecord record{};
-  ReadFlashForDualCam(&record, sizeof record, a_light);
-  const calib::Judgement judgement = calib::judge_and_log(kName, lines, record, module, rule);
+  if (!calib::load_for_dual_camera(&record, sizeof record, a_light).is_whole) {
+    // What is missing of it counts neither for its CRC nor for the other light.
+    calib::log_judged(kName, lines, calib::words_of(record), false);
+    return module;
+  }
+  const calib::Judgement judgement = calib::judge_and_log(kName, lines, record, true, module, rule);
   if (!judgement.crc_good) return judgement.module;
   if (!calib::is_accepted(judgement) && !calib::is_accepted_with_main_camera(record, rule)) {
     LOGE("%s, [Dual Calibration] Not load Dual-Calibraton data", kName);
@@ -44,6 +48,6 @@ void Dual_Cam_Correction(float* d50_rg, float* d50_bg, float* a_rg, float* a_bg)
   if (d50_rg == nullptr || d50_bg == nullptr || a_rg == nullptr || a_bg == nullptr) return;
 
   const calib::FuseWords module =
-      load_ratios(calib::kD50Lines, kD50Rule, calib::module_fuse_words(), 0, d50_rg, d50_bg);
-  load_ratios(calib::kALightLines, kALightRule, module, 1, a_rg, a_bg);
+      load_ratios(calib::kD50Lines, kD50Rule, calib::module_fuse_words(), false, d50_rg, d50_bg);
+  load_ratios(calib::kALightLines, kALightRule, module, true, a_rg, a_bg);
 }

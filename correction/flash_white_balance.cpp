@@ -4,6 +4,7 @@
 #include "correction/judge_and_log.h"
 #include "correction/tuning_layout.h"
 #include "records/calibration_log.h"
+#include "records/loaders.h"
 
 // ---- the table of two LEDs --------------------------------------------------------------------------------
 
@@ -218,10 +219,11 @@ void apply_screen(float* tuning, const DualFlashRecord& record, float* first, fl
 
 void correct_main(float* tuning, const calib::FuseWords& module) {
   DualFlashRecord record{};
-  if (ReadFlashForDualFlashCali(&record, sizeof record) <= 0) return;
+  const calib::RecordReading reading = calib::load_dual_flash(&record, sizeof record);
+  if (!reading.is_loaded()) return;
 
   const calib::Judgement judgement =
-      calib::judge_and_log(kName, calib::kDualFlashLines, record, module, kRule);
+      calib::judge_and_log(kName, calib::kDualFlashLines, record, reading.is_whole, module, kRule);
   if (!judgement.crc_good) return;
   const FlashGains gains(tuning);
   LOGI("%s, [DualFlash Calibration] caFlashBuff 0x%x, 0x%x, 0x%x, 0x%x", kName, FUSE_WORDS_32(record.fuse));
@@ -246,9 +248,11 @@ void deliver_tuned_ratios(const FlashGains& gains, float* first, float* second) 
 
 void correct_front(float* tuning, float* first, float* second, const calib::FuseWords& module) {
   DualFlashRecord record{};
-  if (ReadFlashForDualFlashCali(&record, sizeof record) <= 0) return;
+  const calib::RecordReading reading = calib::load_dual_flash(&record, sizeof record);
+  if (!reading.is_loaded()) return;
 
-  const calib::Judgement judgement = calib::judge_and_log(kName, calib::kFlashLines, record, module, kRule);
+  const calib::Judgement judgement =
+      calib::judge_and_log(kName, calib::kFlashLines, record, reading.is_whole, module, kRule);
   if (!judgement.crc_good) return;
   const FlashGains gains(tuning);
   LOGI("%s, [Flash Calibration] caFlashBuff 0x%x, 0x%x, 0x%x, 0x%x", kName, FUSE_WORDS_32(record.fuse));

@@ -38,13 +38,20 @@ struct RecordWords {
 void log_judged(const char* name, const RecordLines& lines, const RecordWords& words, bool crc_good);
 
 template <class Record>
-Judgement judge_and_log(const char* name, const RecordLines& lines, const Record& record,
-                        const FuseWords& module, const JudgementRule& rule) {
-  const Judgement judgement = judge(claims_of(record), module, rule);
+RecordWords words_of(const Record& record) {
   RecordWords words;
   memcpy(words.word, &record, sizeof words.word);
   words.crc = record.crc;
-  log_judged(name, lines, words, judgement.crc_good);
+  return words;
+}
+
+/// A word that was not read says nothing of the module: a first fuse word of 0 counts in a whole record only.
+template <class Record>
+Judgement judge_and_log(const char* name, const RecordLines& lines, const Record& record, bool is_whole,
+                        const FuseWords& module, JudgementRule rule) {
+  rule.zero_first_fuse_word_matches_any = rule.zero_first_fuse_word_matches_any && is_whole;
+  const Judgement judgement = judge(claims_of(record), module, rule);
+  log_judged(name, lines, words_of(record), judgement.crc_good);
   return judgement;
 }
 

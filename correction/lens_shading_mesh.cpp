@@ -57,7 +57,7 @@ const float* gains_at(const void* mesh) {
 constexpr calib::JudgementRule kRule{
     .first_version = 3, .last_version = 3, .zero_first_fuse_word_matches_any = true};
 
-bool load(LensShadingRecord& record) {
+calib::RecordReading load(LensShadingRecord& record) {
   using From = calib::RecordReading::From;
   // As the writers do, and unlike the other readers, this one takes an unknown selection for the main camera.
   const Camera camera = calib::camera_of_camid(get_sensor_selection());
@@ -65,18 +65,19 @@ bool load(LensShadingRecord& record) {
                 "Sensor_set_mesh() LSC for Front CAM\n", "Sensor_set_mesh(): LSC for Sub CAM\n");
   const calib::RecordReading reading =
       calib::read_record(calib::kLensShadingFiles, camera, &record, sizeof record);
+  const calib::KeepErrno keep;
   if (reading.from != From::cache_file) LOGI("Read /data/misc/camera/lsc_cal fail\n");
   if (reading.from == From::nowhere) {
     LOG_BY_CAMERA(LOGI, camera, "Read from file:/sys/android_camera_awb_cal/awb_cal fail",
                   "Read from file:/sys/android_camera_awb_cal/awb_cal_front fail",
                   "Read from file:/sys/android_camera_awb_cal/awb_cal_sub fail");
-    return false;
+    return reading;
   }
   LOG_BY_CAMERA(
       LOGI, camera, "Read from file OK: /data/misc/camera/lsc_cal or /sys/android_camera_awb_cal/awb_cal",
       "Read from file OK: /data/misc/camera/lsc_cal_front_CAM or /sys/android_camera_awb_cal/awb_cal_front",
       "Read from file OK: /data/misc/camera/lsc_cal_sub_CAM or /sys/android_camera_awb_cal/awb_cal_sub");
-  return true;
+  return reading;
 }
 
 void log_record(const LensShadingRecord& record, const calib::FuseWords& module) {
@@ -86,12 +87,15 @@ void log_record(const LensShadingRecord& record, const calib::FuseWords& module)
       record.fuse[0], record.fuse[1], record.fuse[2], record.fuse[3], FUSE_WORDS_32(module));
 }
 
-bool is_usable(const LensShadingRecord& record, const calib::FuseWords& module) {
-  const calib::Judgement judgement = calib::judge(calib::claims_of(record), module, kRule);
+/// A record whose end is missing is none: without it, the gains would be zeros, and the checksum only warns.
+bool is_usable(const LensShadingRecord& record, bool is_whole, const calib::FuseWords& module) {
+  calib::JudgementRule rule = kRule;
+  rule.zero_first_fuse_word_matches_any = is_whole;
+  const calib::Judgement judgement = calib::judge(calib::claims_of(record), module, rule);
   log_record(record, judgement.module);
   // Only a warning: the valid word and the module alone decide, on purpose.
   if (!judgement.crc_good) LOGE("%s: check sum is not valid\n", kName);
-  if (judgement.valid_word_good && judgement.is_bound()) return true;
+  if (is_whole && judgement.valid_word_good && judgement.is_bound()) return true;
   LOGE("%s: valid bit or fuse id is wrong\n", kName);
   return false;
 }
@@ -128,7 +132,9 @@ int32_t Sensor_set_mesh(void* tuning, intptr_t /*reserved*/, float bright_ratio,
   LOGI("[LSC Calibration]: call awb_get_fuseid\n");
   const calib::FuseWords module = calib::module_fuse_words();
   LensShadingRecord record{};
-  if (!load(record) || !is_usable(record, module)) return 0;
+  const calib::RecordReading reading = load(record);
+  if (reading.from == calib::RecordReading::From::nowhere) return 0;
+  if (!is_usable(record, reading.is_whole, module)) return 0;
 
   auto* bytes = static_cast<uint8_t*>(tuning);
   uint8_t* first = bytes + calib::kMeshTables;

@@ -6,6 +6,7 @@
 #include "correction/tuning_layout.h"
 #include "records/calibration_log.h"
 #include "records/golden_sample.h"
+#include "records/loaders.h"
 
 namespace {
 
@@ -82,9 +83,11 @@ void correct_reference_points(float* tuning, AwbRecord& record) {
 /// `module` is as the AWB record left it: its zero first word holds for the flash record too.
 void correct_flash_gains(float* tuning, const calib::FuseWords& module) {
   FlashRecord record{};
-  if (ReadFlashForFlashCalibration(&record, sizeof record) <= 0) return;
+  const calib::RecordReading reading = calib::load_flash(&record, sizeof record);
+  if (!reading.is_loaded()) return;
 
-  const calib::Judgement judgement = calib::judge_and_log(kName, calib::kFlashLines, record, module, kRule);
+  const calib::Judgement judgement =
+      calib::judge_and_log(kName, calib::kFlashLines, record, reading.is_whole, module, kRule);
   if (!judgement.crc_good) return;
   float& r_gain = tuning[calib::kLedFlashWhiteBalance];
   float& b_gain = tuning[calib::kLedFlashWhiteBalance + 2];

@@ -26,7 +26,10 @@ class Partition {
   Partition() : is_open_(partition_open(&handle_, "mfg") == 0) {}
   Partition(const Partition&) = delete;
   Partition& operator=(const Partition&) = delete;
-  ~Partition() { partition_close(&handle_); }
+  ~Partition() {
+    const calib::KeepErrno keep;
+    partition_close(&handle_);
+  }
 
   bool is_open() const { return is_open_; }
   bool read(uint32_t offset, uint32_t length, void* buffer) {
@@ -70,30 +73,33 @@ void log_star_row() {
   LOGI("*********************************************************************************\n");
 }
 
-/// What WriteFlash() and its siblings share once the offset is known. A failed write is logged as information
-/// here, unlike in WriteFlashOffset().
-int32_t write_and_check(uint32_t offset, const void* buffer, uint32_t length, bool with_star_rows) {
-  int32_t result = -1;
+/// Failures are logged as information here, unlike in WriteFlashOffset().
+int32_t write_at(uint32_t offset, const void* buffer, uint32_t length, bool with_star_rows) {
   LOGI("[LSC Calibration]WriteFlash open\n");
-  {
-    Partition partition;
-    if (partition.is_open()) {
-      LOGI("WriteFlash(): partition_open success (%d)\n", static_cast<int32_t>(length));
-      if (with_star_rows) {
-        log_star_row();
-        log_star_row();
-      }
-      LOGI("[LSC Calibration]WriteFlash memcpy\n");
-      if (partition.write(offset, length, buffer)) {
-        LOGI("partition_write() done\n");
-        result = 0;
-      } else {
-        LOGI("partition_write() fail\n");
-      }
-    } else {
-      LOGI("WriteFlash(): partition_open fail\n");
-    }
+  Partition partition;
+  if (!partition.is_open()) {
+    const calib::KeepErrno keep;
+    LOGI("WriteFlash(): partition_open fail\n");
+    return -1;
   }
+  LOGI("WriteFlash(): partition_open success (%d)\n", static_cast<int32_t>(length));
+  if (with_star_rows) {
+    log_star_row();
+    log_star_row();
+  }
+  LOGI("[LSC Calibration]WriteFlash memcpy\n");
+  if (!partition.write(offset, length, buffer)) {
+    const calib::KeepErrno keep;
+    LOGI("partition_write() fail\n");
+    return -1;
+  }
+  LOGI("partition_write() done\n");
+  return 0;
+}
+
+/// Every writer ends with a look at the area, whatever came of the write.
+int32_t check_area_after(int32_t result) {
+  const calib::KeepErrno keep;
   CheckFlash();
   return result;
 }
@@ -154,9 +160,7 @@ int32_t WriteFlashOffset(const void* buffer, uint32_t length, uint32_t byte_offs
   LOGI("%s: eMMC boot: offset =0x%x\n", "WriteFlashOffset", page.area_base());
   LOGI("[Calibration]WriteFlash open\n");
 
-  const int32_t result = write_with_byte_lines(page.area_base() + byte_offset, buffer, length);
-  CheckFlash();
-  return result;
+  return check_area_after(write_with_byte_lines(page.area_base() + byte_offset, buffer, length));
 }
 
 int32_t WriteFlash(const void* buffer, uint32_t length) {
@@ -165,7 +169,7 @@ int32_t WriteFlash(const void* buffer, uint32_t length) {
   log_write_page(page);
   const uint32_t offset = page.area_base();
   LOGI("%s: eMMC boot pagesize[%s] offset(%d)\n", "WriteFlash", page.text, static_cast<int32_t>(offset));
-  return write_and_check(offset, buffer, length, true);
+  return check_area_after(write_at(offset, buffer, length, true));
 }
 
 int32_t WriteFlash_for_front_Cam(const void* buffer, uint32_t length) {
@@ -174,7 +178,7 @@ int32_t WriteFlash_for_front_Cam(const void* buffer, uint32_t length) {
   log_write_page(page);
   const uint32_t offset = page.area_base() + calib::kSlotSize;
   LOGI("%s: eMMC boot: offset =0x%x\n", "WriteFlash_for_front_Cam", offset);
-  return write_and_check(offset, buffer, length, false);
+  return check_area_after(write_at(offset, buffer, length, false));
 }
 
 int32_t WriteFlash_for_bayer_Cam(const void* buffer, uint32_t length, uint8_t cam_id) {
@@ -184,7 +188,7 @@ int32_t WriteFlash_for_bayer_Cam(const void* buffer, uint32_t length, uint8_t ca
   log_write_page(page);
   const uint32_t offset = page.area_base() + position + cam_id * calib::kSlotSize;
   LOGI("%s: eMMC boot: pagesize[%s], offset = 0x%x\n", "WriteFlash_for_bayer_Cam", page.text, offset);
-  return write_and_check(offset, buffer, length, false);
+  return check_area_after(write_at(offset, buffer, length, false));
 }
 
 int32_t CheckFlash() {
@@ -199,18 +203,20 @@ int32_t CheckFlash() {
   LOGI("[LSC Calibration]CheckFlash open\n");
 
   partition_handle handle{};
-  if (partition_open(&handle, "mfg") == 0) {
-    LOGI("[LSC Calibration]CheckFlash read\n");
-    if (partition_read(&handle, page.area_base(), sizeof slot, slot) == 0) {
-      LOGI("[LSC Calibration]CheckFlash memcpy\n");
-      QOR_Show_LSC(slot);
-    }
+  if (partition_open(&handle, "mfg") != 0) {
+    const calib::KeepErrno keep;
+    return partition_close(&handle);
+  }
+  LOGI("[LSC Calibration]CheckFlash read\n");
+  if (partition_read(&handle, page.area_base(), sizeof slot, slot) == 0) {
+    LOGI("[LSC Calibration]CheckFlash memcpy\n");
+    QOR_Show_LSC(slot);
   }
   return partition_close(&handle);
 }
 
-void QOR_Show_LSC(const void* buffer) {
-  if (buffer == nullptr) return;
+int32_t QOR_Show_LSC(const void* buffer) {
+  if (buffer == nullptr) return -1;
 
   const auto* at = static_cast<const uint8_t*>(buffer);
   for (int i = 0; i < 8; ++i, at += 8) {
@@ -219,4 +225,5 @@ void QOR_Show_LSC(const void* buffer) {
   for (int j = 0; j < 150; ++j, at += 4) {
     LOGI("[Read NandFlash] 0x%x:0x%x\n", calib::record_at<uint16_t>(at), at[2]);
   }
+  return 0;
 }

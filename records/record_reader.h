@@ -16,6 +16,9 @@ struct RecordReading {
   size_t count = 0;           ///< bytes that the file delivered: of the record, or of the image
   bool is_whole = false;      ///< the whole of what was asked for is among them
   uint32_t tag_word = 0;      ///< the calibration tag word: the export's own, or a constant for a cache file
+
+  /// Whether there is a record to look at: an empty cache file is none, an empty export is one of zeros.
+  bool is_loaded() const { return from == From::kernel_export || count > 0; }
 };
 
 /// Reads `length` bytes of the record. A cache file that ends before leaves the rest of `buffer` as it is;

@@ -39,7 +39,9 @@ bool read_record(DualCameraRecord& record) {
     return false;
   }
   LOGI("Read from file OK: /sys/android_camera_awb_cal/awb_cal_3D");
-  if (lseek(node.get(), kRecordInNode, SEEK_SET) >= 0) calib::read_up_to(node.get(), &record, sizeof record);
+  // A node that cannot seek is read all the same: its checksum tells.
+  lseek(node.get(), kRecordInNode, SEEK_SET);
+  calib::read_up_to(node.get(), &record, sizeof record);
   return true;
 }
 
@@ -73,6 +75,7 @@ int32_t Sensor_Check_DUAL_Calibration_Result() {
   calib::FuseWords module = calib::identify_module(kName);
   const calib::OnHeap<DualCameraRecord> record;
   if (!record) {
+    const calib::KeepErrno keep;
     LOGE("%s, Can't allocate calibration buffer", kName);
     printf("%s: Can't allocate calibration buffer\n", kName);
     return -1;

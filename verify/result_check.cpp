@@ -105,7 +105,9 @@ int32_t run(const ResultCheck& check) {
   const Camera camera = selected_camera();
   // Room for the longest record. What its source does not hold counts as zeros.
   uint8_t record[sizeof(LensShadingRecord)] = {};
-  switch (read_record(check.files, camera, record, check.test.view.size()).from) {
+  const RecordReading reading = read_record(check.files, camera, record, check.test.view.size());
+  const KeepErrno keep;
+  switch (reading.from) {
     case RecordReading::From::cache_file:
       check.from_cache(camera);
       break;

@@ -126,8 +126,9 @@ AWB_CALIBRATION_API int32_t WriteFlash_for_front_Cam(const void* buffer, uint32_
 AWB_CALIBRATION_API int32_t CheckFlash(void);
 
 /** Dumps `buffer` (664 bytes, any alignment) to the log: 8 64-bit words, then 150 entries of a 16-bit and an
- *  8-bit value. A null buffer logs nothing. */
-AWB_CALIBRATION_API void QOR_Show_LSC(const void* buffer);
+ *  8-bit value.
+ *  @return 0, or -1 for a null buffer, of which nothing is logged */
+AWB_CALIBRATION_API int32_t QOR_Show_LSC(const void* buffer);
 
 #ifdef __cplusplus
 }

@@ -44,7 +44,7 @@ const Row kRows[] = {
     RESULT(-1, aec_read_calibration, nullptr, 36),
     NOTHING(awb_calibration_set_GS, nullptr, m),
     NOTHING(awb_calibration_set_GS, m, nullptr),
-    NOTHING(QOR_Show_LSC, nullptr),
+    RESULT(-1, QOR_Show_LSC, nullptr),
     NOTHING(QOR_AWB_Calibration_Reference_Points_Correction, nullptr),
     NOTHING(Correct_Reference_Points_qorModule, nullptr, m, m, m),
     NOTHING(Correct_Reference_Points_qorModule, m, nullptr, m, m),
