@@ -6,6 +6,7 @@
 #include "common/file.h"
 #include "factory/factory_console.h"
 #include "records/judgement.h"
+#include "records/record_files.h"
 
 namespace {
 
@@ -13,56 +14,48 @@ using calib::DualFlashRecord;
 using calib::FlashRecord;
 using calib::log_module;
 
-struct CacheFile {
-  const char* path;
-  const char* not_created;  ///< the line that says so
-};
-
 struct Writer {
   const char* name;   ///< of the exported function; it begins most lines
   uint32_t position;  ///< in the camera's slot
-  CacheFile cache;    ///< of every camera but the front camera
-  CacheFile front_cache;
+  const calib::PerCamera& cache;
+  calib::PerCamera not_created;  ///< the line when the cache file cannot be
 };
 
 constexpr Writer kFlash{
     .name = "QOR_FLASH_Calibration_write_to_flash",
     .position = calib::kSlotFlash,
-    .cache = {.path = "/data/misc/camera/flash_cal",
-              .not_created =
-                  "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal fail\n"},
-    .front_cache = {
-        .path = "/data/misc/camera/flash_cal_front",
-        .not_created =
-            "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal_front fail\n"}};
+    .cache = calib::kFlashFiles.written,
+    .not_created = {
+        .main = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal fail\n",
+        .front = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal_front fail\n",
+        .sub = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal fail\n"}};
 
 constexpr Writer kDualFlash{
     .name = "QOR_Dual_FLASH_Calibration_write_to_flash",
     .position = calib::kSlotDualFlash,
-    .cache =
-        {.path = "/data/misc/camera/flash_dual_cal",
-         .not_created =
-             "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal fail\n"},
-    .front_cache = {
-        .path = "/data/misc/camera/flash_dual_cal_front_CAM",
-        .not_created =
-            "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal_front_CAM fail\n"}};
+    .cache = calib::kDualFlashFiles.written,
+    .not_created = {
+        .main = "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal fail\n",
+        .front =
+            "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal_front_CAM fail\n",
+        .sub = "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal fail\n"}};
 
 uint32_t offset_of(const Writer& writer, uint8_t camid) {
   return camid * calib::kSlotSize + writer.position;
 }
 
 void write_cache(const Writer& writer, uint8_t camid, const void* record, size_t size) {
-  const CacheFile& cache = camid == 1 ? writer.front_cache : writer.cache;
-  const int fd = calib::create_replacement(cache.path);
+  const calib::Camera camera = calib::camera_of_camid(camid);
+  const int fd = calib::create_replacement(writer.cache.of(camera));
   if (fd < 0) {
-    PRINT_AND_LOGE("%s", cache.not_created);
+    PRINT_AND_LOGE("%s", writer.not_created.of(camera));
     return;
   }
   LOGI("[Flash Calibration] write cabuff to /data/misc/camera/awb_cal");
   // The sub camera's record goes into the main camera's file, yet the mode is set on the front camera's.
   // Kept.
-  calib::finish_replacement(fd, record, size, camid != 0 ? writer.front_cache.path : writer.cache.path);
+  calib::finish_replacement(fd, record, size,
+                            writer.cache.of(camid != 0 ? calib::Camera::front : calib::Camera::main));
 }
 
 template <class Record>
