@@ -15,6 +15,7 @@
 #include "inspect/verdict.h"
 #include "records/kernel_export.h"
 #include "run/camera_start.h"
+#include "run/readers.h"
 #include "run/scratch_phone.h"
 #include "text/tables.h"
 
@@ -187,7 +188,7 @@ class Sources {
 
   std::vector<SourceStory> all() {
     for (const RecordSpec& spec : record_specs()) {
-      if (!spec.is_per_camera || spec.readers.empty()) continue;
+      if (!spec.is_per_camera || readers_of(spec.kind).empty()) continue;
       taken_.clear();
       tell(spec, Source::cache, "cache file");
       tell(spec, Source::file, "file");

@@ -2,12 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
-#include "awb_calibration/correction.h"
-#include "awb_calibration/factory.h"
-#include "awb_calibration/verify.h"
-#include "correction/tuning_layout.h"
 #include "records/record_layouts.h"
 
 namespace awbcal {
@@ -87,71 +82,6 @@ constexpr FieldSpec kPayloadFields[] = {{0, calib::kDualCameraPayload, payload, 
 #undef ELEMENT
 #undef FUSE_WORDS
 
-// ---- readers: what the library does with a record at run time ---------------------------------------------
-
-constexpr size_t kAwbTuningFloats = calib::kLedFlashWhiteBalance + 3;
-constexpr size_t kSensorTuningBytes = calib::kFurtherMesh + sizeof(calib::MeshTable);
-
-bool run_reference_points() {
-  std::vector<float> tuning(kAwbTuningFloats, 1.0F);
-  QOR_AWB_Calibration_Reference_Points_Correction(tuning.data());
-  return true;
-}
-
-bool run_module_reference_points() {
-  std::vector<float> tuning(kAwbTuningFloats, 1.0F);
-  float ratios[3][2] = {};
-  Correct_Reference_Points_qorModule(tuning.data(), ratios[0], ratios[1], ratios[2]);
-  return true;
-}
-
-bool run_dual_camera_correction() {
-  float ratios[4] = {};
-  Dual_Cam_Correction(&ratios[0], &ratios[1], &ratios[2], &ratios[3]);
-  return true;
-}
-
-bool run_aec() {
-  uint32_t values[3] = {};
-  QOR_Calibration_AEC_get_calibration_data(&values[0], &values[1], &values[2]);
-  return true;
-}
-
-bool run_mesh() {
-  std::vector<uint8_t> tuning(kSensorTuningBytes);
-  return Sensor_set_mesh(tuning.data(), 0, 0.0F, 0.0F) == 1;
-}
-
-template <int32_t (*Check)()>
-bool passes() {
-  return Check() == 0;
-}
-
-constexpr Reader kAwbReaders[] = {
-    {"QOR_AWB_Calibration_Reference_Points_Correction", run_reference_points, "pass, use new white points"},
-    {"Correct_Reference_Points_qorModule", run_module_reference_points, "pass, use new white points"},
-    {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data["},
-    {"Sensor_Check_AWB_Calibration_Result", passes<Sensor_Check_AWB_Calibration_Result>, nullptr}};
-constexpr Reader kALightReaders[] = {
-    {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data[", "A light data:"}};
-constexpr Reader kFlashReaders[] = {
-    {"QOR_AWB_Calibration_Reference_Points_Correction", run_reference_points,
-     "] Load Flashlight-Calibraton data"},
-    {"Sensor_Check_FLASH_Calibration_Result", passes<Sensor_Check_FLASH_Calibration_Result>, nullptr}};
-constexpr Reader kAecReaders[] = {
-    {"QOR_Calibration_AEC_get_calibration_data", run_aec, "Load AEC-Calibraton data"},
-    {"Sensor_Check_AEC_Calibration_Result", passes<Sensor_Check_AEC_Calibration_Result>, nullptr}};
-constexpr Reader kDualFlashReaders[] = {
-    {"Correct_Reference_Points_qorModule", run_module_reference_points, "] Load Flashlight-Calibraton data"},
-    {"Sensor_Check_FLASH_Calibration_Result", passes<Sensor_Check_FLASH_Calibration_Result>, nullptr}};
-constexpr Reader kGyroReaders[] = {
-    {"Sensor_Check_GYRO_Calibration_Result", passes<Sensor_Check_GYRO_Calibration_Result>, nullptr}};
-constexpr Reader kLensShadingReaders[] = {
-    {"Sensor_set_mesh", run_mesh, nullptr},
-    {"Sensor_Check_LSC_Calibration_Result", passes<Sensor_Check_LSC_Calibration_Result>, nullptr}};
-constexpr Reader kDualCameraReaders[] = {
-    {"Sensor_Check_DUAL_Calibration_Result", passes<Sensor_Check_DUAL_Calibration_Result>, nullptr}};
-
 // ---- the table --------------------------------------------------------------------------------------------
 
 // The result checks of these know one finished version only.
@@ -171,8 +101,7 @@ constexpr std::array kRecords = {
                .export_offset = calib::kExportAwb,
                .cache = {"awb_cal", "awb_cal_front_CAM", "awb_cal_sub_CAM"},
                .is_judged = true,
-               .front_may_bear_main = true,
-               .readers = kAwbReaders},
+               .front_may_bear_main = true},
     RecordSpec{.kind = RecordKind::a_light_awb,
                .id = "a_light_awb",
                .name = "A-light AWB record",
@@ -182,9 +111,7 @@ constexpr std::array kRecords = {
                .export_offset = calib::kExportALightAwb,
                .cache = {"awb_A_light_cal", "awb_A_light_cal_front_CAM", "awb_A_light_cal_sub_CAM"},
                .is_judged = true,
-               .front_may_bear_main = true,
-               .readers = kALightReaders,
-               .companion = RecordKind::awb},
+               .front_may_bear_main = true},
     RecordSpec{.kind = RecordKind::flash,
                .id = "flash",
                .name = "flash record",
@@ -192,8 +119,7 @@ constexpr std::array kRecords = {
                .fields = kFlashFields,
                .offset = calib::kSlotFlash,
                .export_offset = calib::kExportFlash,
-               .cache = {"flash_cal", "flash_cal_front", "flash_cal_sub_CAM"},
-               .readers = kFlashReaders},
+               .cache = {"flash_cal", "flash_cal_front", "flash_cal_sub_CAM"}},
     RecordSpec{.kind = RecordKind::aec,
                .id = "aec",
                .name = "AEC record",
@@ -201,8 +127,7 @@ constexpr std::array kRecords = {
                .fields = kAecFields,
                .offset = calib::kSlotAec,
                .export_offset = calib::kExportAec,
-               .cache = {"aec_cal", "aec_cal_front_CAM", "aec_cal_sub_CAM"},
-               .readers = kAecReaders},
+               .cache = {"aec_cal", "aec_cal_front_CAM", "aec_cal_sub_CAM"}},
     RecordSpec{.kind = RecordKind::dual_flash,
                .id = "dual_flash",
                .name = "dual-flash record",
@@ -210,8 +135,7 @@ constexpr std::array kRecords = {
                .fields = kDualFlashFields,
                .offset = calib::kSlotDualFlash,
                .export_offset = calib::kExportDualFlash,
-               .cache = {"flash_dual_cal", "flash_dual_cal_front_CAM", "flash_dual_cal_sub_CAM"},
-               .readers = kDualFlashReaders},
+               .cache = {"flash_dual_cal", "flash_dual_cal_front_CAM", "flash_dual_cal_sub_CAM"}},
     RecordSpec{.kind = RecordKind::gyro,
                .id = "gyro",
                .name = "gyro record",
@@ -220,8 +144,7 @@ constexpr std::array kRecords = {
                .offset = calib::kSlotGyro,
                .export_offset = calib::kExportGyro,
                .cache = {"gyro_cal_qor_CAM", "gyro_cal_front_qor_CAM", nullptr},
-               .rule = kFinishedVersionAllWords,
-               .readers = kGyroReaders},
+               .rule = kFinishedVersionAllWords},
     RecordSpec{.kind = RecordKind::lens_shading,
                .id = "lens_shading",
                .name = "lens-shading record",
@@ -230,8 +153,7 @@ constexpr std::array kRecords = {
                .export_offset = calib::kExportLensShading,
                .cache = {"lsc_cal", "lsc_cal_front_CAM", "lsc_cal_sub_CAM"},
                .cache_is_export = true,
-               .rule = kFinishedVersion,
-               .readers = kLensShadingReaders},
+               .rule = kFinishedVersion},
     RecordSpec{.kind = RecordKind::dual_camera,
                .id = "dual_camera",
                .name = "dual-camera record",
@@ -239,8 +161,7 @@ constexpr std::array kRecords = {
                .fields = kDualCameraFields,
                .is_per_camera = false,
                .offset = calib::kAreaDualCamera,
-               .rule = kFinishedVersion,
-               .readers = kDualCameraReaders},
+               .rule = kFinishedVersion},
     RecordSpec{.kind = RecordKind::dual_camera_first_form,
                .id = "dual_camera_first_form",
                .name = "dual-camera record, first form",

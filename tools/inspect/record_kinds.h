@@ -40,17 +40,6 @@ constexpr bool is_run_of_bytes(const FieldSpec& field) {
   return field.kind == FieldKind::payload || field.kind == FieldKind::gains;
 }
 
-/// Something in the library that takes the record at run time.
-struct Reader {
-  const char* function;
-  /// Calls it for the selected camera; true when it answers that the record is good or was used.
-  bool (*run)();
-  /// Part of the line that it logs exactly when it uses the record; null: its answer tells.
-  const char* line_when_used;
-  /// Part of the line from which on that counts: a reader of two records logs the same for both.
-  const char* from_line = nullptr;
-};
-
 /// Cache files per camera; null: none.
 struct CacheFiles {
   const char* main = nullptr;
@@ -78,8 +67,6 @@ struct RecordSpec {
   bool front_may_bear_main = false;  ///< readers accept the main camera's fuse ID on the front camera
   calib::JudgementRule rule = {
       .first_version = 0, .last_version = 3, .zero_first_fuse_word_matches_any = true};
-  std::span<const Reader> readers = {};
-  std::optional<RecordKind> companion = {};  ///< read first by the same reader, and decides how it goes on
 };
 
 std::span<const RecordSpec> record_specs();

@@ -19,9 +19,9 @@ Bytes padded(const Bytes& bytes, size_t offset, size_t size) {
 }
 
 /// The companion of a record: what the same source of the same camera has.
-const FoundRecord* companion_of(const Input& input, const FoundRecord& record) {
-  if (!record.spec->companion) return nullptr;
-  return input.find(record_spec(*record.spec->companion), record.camera, record.source);
+const FoundRecord* companion_record(const Input& input, const FoundRecord& record) {
+  const std::optional<RecordKind> kind = companion_of(record.spec->kind);
+  return kind ? input.find(record_spec(*kind), record.camera, record.source) : nullptr;
 }
 
 }  // namespace
@@ -70,13 +70,14 @@ std::vector<Answer> AcceptanceTrial::ask(const Input& input, const FoundRecord& 
   if (!record.is_truncated()) fitted.try_emplace(camera, claims_of(*record.spec, record.bytes).words.fuse);
   for (const Camera each : kCameras) scratch_.fit(each, fitted[each]);
   scratch_.clear_records();
-  if (const FoundRecord* companion = companion_of(input, record)) place(input, *companion);
+  if (const FoundRecord* companion = companion_record(input, record)) place(input, *companion);
   place(input, record);
   constexpr float kGolden[3] = {1.0F, 1.0F, 1.0F};
   awb_calibration_set_GS(kGolden, kGolden);
   sensor_detect(camid_of(camera));
   std::vector<Answer> answers;
-  for (const Reader& reader : record.spec->readers) answers.push_back({reader.function, accepts(reader)});
+  for (const Reader& reader : readers_of(record.spec->kind))
+    answers.push_back({reader.function, accepts(reader)});
   return answers;
 }
 

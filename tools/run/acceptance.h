@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "run/readers.h"
 #include "run/scratch_phone.h"
 
 namespace awbcal {
