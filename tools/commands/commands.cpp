@@ -27,7 +27,9 @@ const char* input_kind_text(InputKind kind) {
       return "a kernel export of one camera";
     case InputKind::dual_camera_node:
       return "the kernel's page of dual-camera records";
-    case InputKind::record:
+    case InputKind::slot:
+      return "one camera's slot of the record area";
+    default:
       break;
   }
   return "one record";
@@ -36,7 +38,7 @@ const char* input_kind_text(InputKind kind) {
 }  // namespace
 
 void add_input_options(CLI::App& app, InputOptions& options) {
-  app.add_option("INPUT", options.path, "Phone folder, partition image, export or cache file; - is stdin")
+  app.add_option("INPUT", options.paths, "Phone folder, image, export, cache file or archive; - is stdin")
       ->required();
   app.add_option("--as", options.as, "What INPUT is: phone, partition, export, node or a record's kind")
       ->type_name("KIND");

@@ -1,42 +1,16 @@
-// Whether a record is good, rule by rule, by the library's own judgement.
+// Names of before, until every verb says the new ones.
 #ifndef INSPECT_JUDGE_H
 #define INSPECT_JUDGE_H
 
-#include <string>
-#include <vector>
-
-#include "inspect/decode.h"
-#include "records/judgement.h"
+#include "inspect/claims.h"
 
 namespace awbcal {
 
-/// What a record says of itself; not every kind has every claim.
-struct Claims {
-  calib::RecordClaims words{};
-  bool has_crc = false;
-  bool has_valid_word = false;
-  bool has_fuse_id = false;
+inline std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uint8_t> record,
+                                            const calib::FuseWords& module) {
+  return rules_of(spec, record, module);
+}
 
-  bool has_good_crc() const { return has_crc && words.stored_crc == words.computed_crc; }
-};
-
-/// `record` holds at least the record's size.
-Claims claims_of(const RecordSpec& spec, std::span<const uint8_t> record);
-
-struct RuleResult {
-  const char* rule;
-  bool passed;
-  std::string why;
-};
-
-/// The rules of the kind's readers: checksum, valid word, fuse ID. `module` is the fitted one's.
-std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uint8_t> record,
-                                     const calib::FuseWords& module);
-
-/// What belongs into the checksum field of `record`.
-uint32_t crc_for(const FieldSpec& field, std::span<const uint8_t> record);
-
-/// How an AWB record compares with the golden sample.
 struct AwbVerdict {
   double delta;
   double limit;
@@ -45,8 +19,11 @@ struct AwbVerdict {
   double percent_of_limit() const { return 100.0 * delta / limit; }
 };
 
-AwbVerdict awb_verdict(std::span<const uint8_t> record, float golden_rg, float golden_bg,
-                       float tolerance_percent);
+inline AwbVerdict awb_verdict(std::span<const uint8_t> record, float golden_rg, float golden_bg,
+                              float tolerance_percent) {
+  const calib::Margin margin = margin_of(record, {golden_rg, golden_bg}, tolerance_percent);
+  return {margin.delta, margin.limit};
+}
 
 }  // namespace awbcal
 

@@ -1,9 +1,6 @@
-#include "inspect/judge.h"
+#include "inspect/claims.h"
 
 #include <fmt/format.h>
-
-#include <algorithm>
-#include <cmath>
 
 namespace awbcal {
 
@@ -49,8 +46,8 @@ uint32_t crc_for(const FieldSpec& field, std::span<const uint8_t> record) {
   return field.width == 1 ? crc & 0xFF : crc;
 }
 
-std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uint8_t> record,
-                                     const calib::FuseWords& module) {
+std::vector<RuleResult> rules_of(const RecordSpec& spec, std::span<const uint8_t> record,
+                                 const calib::FuseWords& module) {
   const Claims claims = claims_of(spec, record);
   const calib::Judgement judgement = calib::judge(claims.words, module, spec.rule);
   return {{"checksum", judgement.crc_good, fmt::format("computed 0x{:08x}", claims.words.computed_crc)},
@@ -59,14 +56,10 @@ std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uin
           {"fuse ID", judgement.is_bound(), binding_text(judgement.binding)}};
 }
 
-AwbVerdict awb_verdict(std::span<const uint8_t> record, float golden_rg, float golden_bg,
-                       float tolerance_percent) {
-  const auto awb = calib::record_at<calib::AwbRecord>(record.data());
-  const double off_rg = golden_rg - awb.rg / 1024.0;
-  const double off_bg = golden_bg - awb.bg / 1024.0;
-  // In single precision where the run itself works so: a distance on the limit must fall to the same side.
-  const float limit = tolerance_percent / 100.0F * std::max(golden_rg, golden_bg);
-  return {static_cast<float>(std::sqrt(off_rg * off_rg + off_bg * off_bg)), limit};
+calib::Margin margin_of(std::span<const uint8_t> awb_record, const calib::GoldenRatios& golden,
+                        float percent) {
+  const auto record = calib::record_at<calib::AwbRecord>(awb_record.data());
+  return calib::margin_of(calib::ratios_of(record.rg, record.bg), golden, calib::tolerance_of(percent));
 }
 
 }  // namespace awbcal
