@@ -106,4 +106,112 @@ TEST_F(CameraStart, AnyFailingCallLeavesEveryCorrectionWholeOrUndone) {
   }
 }
 
+// ---- records that are cut or missing ----------------------------------------------------------------------
+
+struct Kind {
+  std::string name;
+  std::string cache[3];  // per camera
+  size_t in_export;
+  Words values;
+};
+const Kind kKinds[] = {{"awb", {"awb_cal", "awb_cal_front_CAM", "awb_cal_sub_CAM"}, 0, {2048, 1024}},
+                       {"dual_flash",
+                        {"flash_dual_cal", "flash_dual_cal_front_CAM", ""},
+                        3848,
+                        {1024, 512, 256, 1024, 512, 256}},
+                       {"flash", {"flash_cal", "flash_cal_front", "flash_cal_sub_CAM"}, 3648, {5120, 5120}},
+                       {"lsc", {"lsc_cal", "lsc_cal_front_CAM", "lsc_cal_sub_CAM"}, 64, {}},
+                       {"a_light",
+                        {"awb_A_light_cal", "awb_A_light_cal_front_CAM", "awb_A_light_cal_sub_CAM"},
+                        3784,
+                        {512, 512}},
+                       {"aec", {"aec_cal", "aec_cal_front_CAM", "aec_cal_sub_CAM"}, 3712, {7, 8, 9}}};
+
+class CutRecords : public CorrectionTest {
+ protected:
+  /// The bytes of a good record of this camera's module.
+  static Bytes good(const Kind& kind, uint32_t camera) {
+    const Words& fuse = camera == 0 ? kMain : kThis;
+    if (kind.name != "lsc") return le32(record(3099, fuse, kind.values));
+    Bytes bytes = le64({3099, fuse[0], fuse[1], fuse[2], fuse[3]});
+    bytes.resize(3584);
+    return bytes;
+  }
+  void put_all(uint32_t camera) {
+    image_ = Bytes(4000);
+    for (const Kind& kind : kKinds) {
+      const Bytes bytes = good(kind, camera);
+      std::copy(bytes.begin(), bytes.end(), image_.begin() + static_cast<std::ptrdiff_t>(kind.in_export));
+    }
+    for (const Kind& kind : kKinds)
+      if (!kind.cache[camera].empty())
+        put(kCaches + kind.cache[camera], kind.name == "lsc" ? image_ : good(kind, camera));
+  }
+  /// The records of which the corrections and the exposure control take something.
+  static std::string taken() {
+    std::string names;
+    const auto add = [&names](bool is_taken, const char* name) { names += is_taken ? name : ""; };
+    Floats tuning(12464 / 4, 1), older = tuning, out(10, 77), sensor(48592 / 4);
+    Correct_Reference_Points_qorModule(tuning.data(), &out[0], &out[2], &out[4]);
+    add(out[0] == 2, "awb ");
+    add(tuning[3113] == 0.5F, "dual_flash ");
+    QOR_AWB_Calibration_Reference_Points_Correction(older.data());
+    add(older[12] == 2, "older:awb ");
+    add(older[3113] == 5, "flash ");
+    add(Sensor_set_mesh(sensor.data(), 0, 0, 0) == 1, "lsc ");
+    Dual_Cam_Correction(&out[6], &out[7], &out[8], &out[9]);
+    add(out[6] == 2, "d50 ");
+    add(out[8] == 0.5F, "a_light ");
+    uint32_t aec[3];
+    QOR_Calibration_AEC_get_calibration_data(&aec[0], &aec[1], &aec[2]);
+    add(aec[0] == 7, "aec ");
+    return names;
+  }
+  /// What is left when `lost` is: without an AWB record, or with a damaged one, flash is not corrected at all.
+  static std::string left(const std::string& lost, bool is_empty, uint32_t camera) {
+    std::string names;
+    for (const std::string name :
+         {"awb ", "dual_flash ", "older:awb ", "flash ", "lsc ", "d50 ", "a_light ", "aec "}) {
+      const bool is_awb = name == "awb " || name == "older:awb " || name == "d50 ";
+      const bool is_flash = name == "flash " || name == "dual_flash ";
+      if (camera == 2 && name == "dual_flash ") continue;
+      if (name == lost + " " || (lost == "awb" && (is_awb || (is_flash && !is_empty)))) continue;
+      names += name;
+    }
+    return names;
+  }
+  /// Puts the first `size` bytes; -1: no file.
+  void put_cut(const std::string& path, const Bytes& bytes, int size) {
+    put(path, Bytes(bytes.begin(), bytes.begin() + std::max(size, 0)));
+    if (size < 0) std::filesystem::remove(host(path));
+  }
+
+  Bytes image_;
+};
+
+TEST_F(CutRecords, EveryOtherGoodRecordOfTheModuleIsTaken) {
+  for (uint32_t camera = 0; camera < 3; ++camera) {
+    set_sensor_selection(camera);
+    put_all(camera);
+    EXPECT_EQ(taken(), left("", false, camera));
+    for (const Kind& kind : kKinds) {
+      if (kind.cache[camera].empty()) continue;
+      const std::string path = kCaches + kind.cache[camera];
+      const Bytes whole = *get(path);
+      for (const int size : {0, 12, 31}) {
+        put_cut(path, whole, size);
+        EXPECT_EQ(taken(), left(kind.name, size == 0, camera)) << path << " cut to " << size;
+      }
+      std::filesystem::remove(host(path));
+      for (const int size : {-1, 0, 12, 31, 4000}) {
+        put_cut(kExports[camera], image_, size);
+        EXPECT_EQ(taken(), left(size == 4000 ? "" : kind.name, size == 0, camera))
+            << path << " export " << size;
+      }
+      std::filesystem::remove(host(kExports[camera]));
+      put(path, whole);
+    }
+  }
+}
+
 }  // namespace

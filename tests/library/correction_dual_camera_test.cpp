@@ -40,7 +40,7 @@ const Row kRows[] = {
     {"then the whole ID no longer fits", 2, kNoFirst, kGood, true, false},
     {"from a refused record", 2, awb(3000, kThisNoFirst), kNoFirst, false, true},
     {"from a damaged one", 2, awb(3099, kThisNoFirst, Crc::bad), kNoFirst, false, true},
-    {"from none", 2, {}, kNoFirst, false, true},
+    {"but not from one that is not there", 2, {}, kNoFirst, false, false},
     {"A light's own zero counts for nothing", 2, kGood, kNoFirst, true, false},
     {"damaged D50", 2, kDamaged, kGood, false, true},
     {"damaged A light", 0, awb(3099, kMain), kDamaged, true, false},
@@ -54,7 +54,8 @@ const Row kRows[] = {
 };
 
 Log pass_log(const char* light, const Words& record, bool used) {
-  const Words words = record.empty() ? Words(8) : record;
+  if (record.empty()) return record_lines(kName, "Dual Calibration", Words(8), Crc::bad, light);
+  const Words& words = record;
   const Bytes sealed = le32({words.begin(), words.end() - 1});
   const Crc crc = bitwise_crc(sealed.data(), sealed.size()) == words.back() ? Crc::good : Crc::bad;
   const Log log = record_lines(kName, "Dual Calibration", words, crc, light);
@@ -84,15 +85,27 @@ TEST_F(DualCamera, EachLightIsUsedOrLeftAtOneAsItsRowSays) {
   }
 }
 
-TEST_F(DualCamera, NoCutRecordIsUsed) {
-  const Bytes good = le32(kGood);
+/// A good record whose last byte is 0, as what is missing of a cut one is taken to be.
+Words ending_in_zero() {
+  for (uint32_t bg = 0;; ++bg) {
+    Words words = record(3099, kThis, {1126, bg});
+    if (words.back() >> 24 == 0) return words;
+  }
+}
+
+TEST_F(DualCamera, NoCutRecordIsUsedOrTouchesTheOtherLight) {
   set_sensor_selection(2);
-  put(kD50File[2], good);
-  Floats ratios(4, 77);
-  for (size_t size = 0; size < good.size(); ++size) {
-    put(kALightFile[2], Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)));
-    Dual_Cam_Correction(&ratios[0], &ratios[1], &ratios[2], &ratios[3]);
-    EXPECT_EQ(ratios, (Floats{1.099609375F, 2097152, 1, 1})) << size;
+  for (const bool is_d50 : {false, true}) {
+    put_words(is_d50 ? kALightFile[2] : kD50File[2], kGood);
+    for (Bytes cut = le32(ending_in_zero()); !cut.empty();) {
+      cut.pop_back();
+      put(is_d50 ? kD50File[2] : kALightFile[2], cut);
+      Floats ratios(4, 77);
+      Dual_Cam_Correction(&ratios[0], &ratios[1], &ratios[2], &ratios[3]);
+      const Floats expected =
+          is_d50 ? Floats{1, 1, 1.099609375F, 2097152} : Floats{1.099609375F, 2097152, 1, 1};
+      EXPECT_EQ(ratios, expected) << cut.size();
+    }
   }
 }
 

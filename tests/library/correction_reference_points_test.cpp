@@ -179,6 +179,7 @@ TEST_F(ReferencePoints, NeitherADamagedNorACutRecordMovesAnythingNorBringsTheLas
     put(kAwbFile, damaged);
     expect_untouched("bit " + std::to_string(bit));
   }
+  put_words(kFlashFile, {});
   for (size_t size = 0; size < good.size(); ++size) {
     put(kAwbFile, good);
     correct(made_tuning());
