@@ -6,6 +6,8 @@
 #include <cutils/properties.h>
 #include <sys/system_properties.h>
 
+static_assert(sizeof(void*) == 8, "for 64-bit phones only: records, file positions and log lines are 64 bits wide");
+
 extern "C" {
 
 // The platform's log-mask service: returns the mask for `tag` (bit value 2 debug, 4 info, 16 error). It comes

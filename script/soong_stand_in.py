@@ -4,8 +4,8 @@
   script/soong_stand_in.py FOLDER host|android MODULE
 
 Prints the path of what MODULE became. It knows the properties that Android.bp uses and stops at any other, so
-that a misspelt one is found here and not in a platform tree. What the tree adds of its own (its C library, its
-C++ library, its default flags) is not simulated.
+that a misspelt one is found here and not in a platform tree. Of what the tree adds by itself, its hardening is
+given; its C library and its C++ library are not simulated.
 """
 
 import ast
@@ -18,12 +18,16 @@ import sys
 
 LISTS = {"cflags", "cppflags", "ldflags", "srcs", "exclude_srcs", "local_include_dirs", "export_include_dirs",
          "defaults", "shared_libs", "static_libs", "whole_static_libs"}
-SCALARS = {"name", "cpp_std", "vendor", "host_supported", "version_script", "stl", "allow_undefined_symbols",
+SCALARS = {"name", "cpp_std", "compile_multilib", "vendor", "host_supported", "version_script", "stl", "allow_undefined_symbols",
            "isolated"}
 PLATFORM_LIBRARIES = {"libcutils", "liblog"}
 GTEST = "/usr/src/googletest/googletest"
 GMOCK = "/usr/src/googletest/googlemock"
-COMPILER = {"host": ["clang++", "-O1"], "android": ["clang++", "--target=aarch64-linux-gnu"]}
+COMPILER = {"host": ["clang++", "-O1"],
+            "android": ["clang++", "--target=aarch64-linux-gnu", "-fstack-protector-strong", "-D_FORTIFY_SOURCE=2",
+                        "-mbranch-protection=standard"]}
+# The start files of this machine have no landing pads, which would take them from the whole library.
+LINKER = {"host": ["clang"], "android": ["aarch64-linux-gnu-gcc", "-nostartfiles"]}
 
 
 def read_modules(path):
@@ -106,8 +110,7 @@ class Build:
 
     def shared(self, module, made):
         script = module["version_script"]
-        driver = "clang" if self.variant == "host" else "aarch64-linux-gnu-gcc"
-        self.run([driver, "-shared", f"-Wl,-soname,{module['name']}.so", f"-Wl,--version-script={script}",
+        self.run([*LINKER[self.variant], "-shared", f"-Wl,-soname,{module['name']}.so", f"-Wl,--version-script={script}",
                   *module["ldflags"], *self.objects(module), "-lm", "-o", made])
 
     def test(self, module, made):
@@ -121,6 +124,9 @@ class Build:
 
     def make(self, name):
         module = self.flattened(name)
+        # Without it the tree builds a second, 32-bit one for a product with two architectures.
+        if module.get("compile_multilib") != "64":
+            sys.exit(f"Android.bp: '{name}' is not kept to 64 bit")
         if module["kind"] == "cc_library_shared":
             made = f"{self.folder}/{name}.so"
             self.shared(module, made)

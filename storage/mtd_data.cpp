@@ -32,17 +32,17 @@ uint32_t bytes_of(Extent extent, const mtd_partition& partition) {
 
 void log_short_read(Extent extent, int64_t result) {
   if (extent == Extent::partition) {
-    LOGE("mtd_read_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
+    REPORT("mtd_read_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
   } else {
-    LOGE("mtd_read_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
+    REPORT("mtd_read_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
   }
 }
 
 void log_short_write(Extent extent, int64_t result) {
   if (extent == Extent::partition) {
-    LOGE("mtd_write_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
+    REPORT("mtd_write_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
   } else {
-    LOGE("mtd_write_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
+    REPORT("mtd_write_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
   }
 }
 

@@ -43,7 +43,7 @@ Pass move_pieces(mtd_transfer transfer, int fd, uint8_t* buffer, uint32_t piece,
   for (int i = 0; i < loops; ++i) {
     const ssize_t moved = transfer(fd, buffer + int64_t{piece} * i, piece);
     if (moved != ssize_t{piece}) {
-      LOGE("this try also fails: %s(%d)!\n", strerror(errno), errno);
+      REPORT("this try also fails: %s(%d)!\n", strerror(errno), errno);
       return ran_out_of_memory(moved) ? Pass::out_of_memory : Pass::failed;
     }
     const int64_t total = int64_t{piece} * (i + 1);
@@ -142,7 +142,7 @@ int32_t mtd_read_partition_data(int32_t fd, uint32_t* size, void** out) {
   if (*out == nullptr) return -1;
   const ssize_t moved = read(fd, *out, *size);
   if (moved == ssize_t{*size}) return 0;
-  LOGE("cannot read %u bytes from partition! errno = %d", *size, errno);
+  REPORT("cannot read %u bytes from partition! errno = %d", *size, errno);
   if (ran_out_of_memory(moved) && alloc_mtd_repeat_and_do(read_piece, fd, *out, *size) == 0) return 0;
   const calib::KeepErrno keep;
   free(*out);
@@ -156,7 +156,7 @@ int32_t mtd_write_partition_data(int32_t fd, uint32_t length, const void* buffer
   if (lseek64(fd, 0, SEEK_SET) != 0) return -1;
   const ssize_t moved = write(fd, buffer, length);
   if (moved == ssize_t{length}) return 0;
-  LOGE("cannot write %u bytes to partition! errno = %d", length, errno);
+  REPORT("cannot write %u bytes to partition! errno = %d", length, errno);
   if (!ran_out_of_memory(moved)) return -1;
   return alloc_mtd_repeat_and_do(write_piece, fd, const_cast<void*>(buffer), length);
 }
