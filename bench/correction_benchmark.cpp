@@ -17,6 +17,7 @@
 
 #include "awb_calibration/correction.h"
 #include "awb_calibration/records.h"
+#include "phone/temporary_folder.h"
 #include "phone/virtual_phone.h"
 
 namespace {
@@ -117,8 +118,8 @@ Seconds measure(const fs::path& root, bool newer_entry) {
 }
 
 Seconds measure_in_child(bool newer_entry) {
-  std::string name = (fs::temp_directory_path() / "camera-start-XXXXXX").string();
-  const fs::path root = mkdtemp(name.data());
+  const phone::TemporaryFolder folder;
+  const fs::path& root = folder.path();
   for (const File& file : {kAwb, kALight, kFlash, kDualFlash, kMesh}) make_file(root, file);
   int ends[2];
   if (pipe(ends) != 0) std::abort();
@@ -132,7 +133,6 @@ Seconds measure_in_child(bool newer_entry) {
   if (read(ends[0], &seconds, sizeof seconds) != sizeof seconds) seconds = {};
   close(ends[0]);
   waitpid(child, nullptr, 0);
-  fs::remove_all(root);
   return seconds;
 }
 

@@ -169,8 +169,9 @@ class VirtualPhone {
   void set_redirection(bool on);
 
   // ---- properties: <dir>/properties, lines as phone/services/properties_file.h reads them -----
-  /// std::invalid_argument for what cannot be a property. Many at once are written in one go.
+  /// std::invalid_argument for what cannot be a property.
   void set_property(const std::string& name, const std::string& value);
+  /// The file is written once. What cannot be a property is left out, as a phone's service would not hold it.
   void set_properties(const std::map<std::string, std::string>& properties);
   void unset_property(const std::string& name);
   std::string property(const std::string& name, const std::string& otherwise = "") const;

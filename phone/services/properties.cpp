@@ -62,6 +62,7 @@ void refresh() {
 
 // A reader in another process sees the old file or the new one, never half of one.
 bool replace_file(const std::string& text) {
+  if (text == state().text) return true;
   const std::filesystem::path fresh = state().file.string() + ".new";
   std::ofstream out(fresh, std::ios::trunc);
   out << text;
@@ -97,16 +98,11 @@ std::optional<std::string> read_property(const std::string& name) {
 }
 
 /// False: not what a property's name or value can be, or the file cannot be written.
-bool write_properties(const std::map<std::string, std::string>& properties) {
+bool write_property(const std::string& name, const std::string& value) {
   const std::lock_guard lock(state().mutex);
-  if (state().file.empty()) return false;
+  if (state().file.empty() || !can_be(name, value)) return false;
   refresh();
-  std::string text = state().text;
-  for (const auto& [name, value] : properties) {
-    if (!can_be(name, value)) return false;
-    text = with(text, name, value);
-  }
-  return replace_file(text);
+  return replace_file(with(state().text, name, value));
 }
 
 int copy_value(std::string_view from, char* to) {
@@ -137,14 +133,17 @@ void stop_serving_properties() {
 }
 
 void VirtualPhone::set_property(const std::string& name, const std::string& value) {
-  set_properties({{name, value}});
+  if (!write_property(name, value)) throw std::invalid_argument("not a property: " + name + "=" + value);
 }
 
 void VirtualPhone::set_properties(const std::map<std::string, std::string>& properties) {
-  if (write_properties(properties)) return;
-  std::string names;
-  for (const auto& [name, value] : properties) names += " " + name + "=" + value;
-  throw std::invalid_argument("not properties, or the file cannot be written:" + names);
+  const std::lock_guard lock(state().mutex);
+  refresh();
+  std::string text = state().text;
+  for (const auto& [name, value] : properties) {
+    if (can_be(name, value)) text = with(text, name, value);
+  }
+  if (!replace_file(text)) throw std::runtime_error("cannot write " + state().file.string());
 }
 
 void VirtualPhone::unset_property(const std::string& name) {
@@ -178,5 +177,5 @@ PHONE_EXPORT int property_set(const char* key, const char* value) {
   if (key == nullptr || phone::effect_on_service_call("property_set", key).error != 0) return -1;
   // The platform lets nobody change a read-only property once it has a value.
   if (std::string_view(key).starts_with("ro.") && phone::read_property(key)) return -1;
-  return phone::write_properties({{key, value == nullptr ? "" : value}}) ? 0 : -1;
+  return phone::write_property(key, value == nullptr ? "" : value) ? 0 : -1;
 }

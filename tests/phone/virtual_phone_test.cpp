@@ -270,6 +270,8 @@ TEST_F(VirtualPhoneTest, PropertiesLiveInAFileThatKeepsItsCommentsAndCanBeEdited
   EXPECT_EQ(phone->property("a.b"), "9");
   phone->unset_property("c");
   EXPECT_EQ(phone->property("c", "none"), "none");
+  phone->set_properties({{"a.b", "9"}, {"g h", "1"}, {"i", std::string(92, 'v')}, {"j", "2"}});
+  EXPECT_EQ(read_text(file), "# mine\n\nro.pagesize=4096\na.b=9\nj=2\n");
 }
 
 TEST_F(VirtualPhoneTest, PropertyValuesHaveTheirPlatformsLimits) {

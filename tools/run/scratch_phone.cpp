@@ -2,8 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <stdexcept>
 
 #include "records/kernel_export.h"
@@ -11,17 +12,6 @@
 namespace awbcal {
 
 namespace fs = std::filesystem;
-
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (fs::temp_directory_path() / "awbcal-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make a temporary folder");
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
 
 ScratchPhone::ScratchPhone(const phone::Options& options)
     : phone_(phone::VirtualPhone::create(folder_.path() / "phone", options)) {}
@@ -53,10 +43,12 @@ void ScratchPhone::overlay(std::string_view phone_path, size_t offset, std::span
 }
 
 void ScratchPhone::fit(calib::Camera camera, const calib::FuseWords& module) {
+  std::map<std::string, std::string> properties;
   for (size_t i = 0; i < module.size(); ++i) {
-    phone_->set_property(fmt::format("qor.camera.sensor.{}_fuse{}", camera_name(camera), i + 1),
-                         std::to_string(static_cast<uint32_t>(module[i])));
+    properties[fmt::format("qor.camera.sensor.{}_fuse{}", camera_name(camera), i + 1)] =
+        std::to_string(static_cast<uint32_t>(module[i]));
   }
+  phone_->set_properties(properties);
 }
 
 }  // namespace awbcal

@@ -2,26 +2,14 @@
 #ifndef RUN_SCRATCH_PHONE_H
 #define RUN_SCRATCH_PHONE_H
 
-#include <filesystem>
 #include <optional>
 
 #include "inspect/decode.h"
 #include "inspect/verdict.h"
+#include "phone/temporary_folder.h"
 #include "phone/virtual_phone.h"
 
 namespace awbcal {
-
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 class ScratchPhone {
  public:
@@ -37,7 +25,7 @@ class ScratchPhone {
   void fit(calib::Camera camera, const calib::FuseWords& module);
 
  private:
-  TemporaryFolder folder_;
+  phone::TemporaryFolder folder_;
   std::optional<phone::VirtualPhone> phone_;
 };
 
