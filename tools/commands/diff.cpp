@@ -16,8 +16,8 @@ namespace {
 using calib::Camera;
 
 struct DiffArguments {
-  InputOptions a;
-  InputOptions b;
+  InputOptions a = {.paths = {""}};
+  InputOptions b = {.paths = {""}};
   bool json = false;
 };
 
@@ -212,10 +212,10 @@ Json Diff::json() const {
 Command add_diff(CLI::App& parent) {
   const auto arguments = std::make_shared<DiffArguments>();
   CLI::App* app = parent.add_subcommand("diff", "Compare two phones, images or files, field by field");
-  app->add_option("A", arguments->a.paths, "Phone folder, image or file; - is stdin")
+  app->add_option("A", arguments->a.paths.front(), "Phone folder, image or file; - is stdin")
       ->required()
       ->expected(1);
-  app->add_option("B", arguments->b.paths, "The same")->required()->expected(1);
+  app->add_option("B", arguments->b.paths.front(), "Second phone, image or file")->required();
   app->add_option("--as-a", arguments->a.as, "What A is, by the names that show takes")->type_name("KIND");
   app->add_option("--as-b", arguments->b.as, "What B is, by the names that show takes")->type_name("KIND");
   app->add_flag("--json", arguments->json, "For programs");

@@ -66,7 +66,8 @@ const char* cache_name(const Input& input, const InputFile& file, std::string& n
     name = fs::path(file.path).filename().string();
     return name.c_str();
   }
-  return record_spec(file.kind.value()).cache.of(file.camera.value_or(calib::Camera::main));
+  name = record_spec(file.kind.value()).cache_file(file.camera.value_or(calib::Camera::main));
+  return name.empty() ? nullptr : name.c_str();
 }
 
 void copy_file(const Input& input, const InputFile& file, ScratchPhone& copy) {

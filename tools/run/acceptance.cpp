@@ -39,11 +39,11 @@ void AcceptanceTrial::place(const Input& input, const FoundRecord& record) {
     return;
   }
   const bool is_cache = record.source == Source::cache || input.files[record.file].layout == Layout::record;
-  const char* cache = spec.cache.of(camera);
-  const size_t offset = spec.export_offset.value_or(0);
-  if (!is_cache || cache == nullptr) {
+  const std::string cache(spec.cache_file(camera));
+  const size_t offset = spec.export_offset().value_or(0);
+  if (!is_cache || cache.empty()) {
     scratch_.overlay(calib::kExportNode.of(camera), offset, record.bytes);
-  } else if (spec.cache_is_export) {
+  } else if (spec.cache_is_export()) {
     scratch_.put(std::string("/data/misc/camera/") + cache, padded(record.bytes, offset, calib::kExportSize));
   } else {
     scratch_.put(std::string("/data/misc/camera/") + cache, record.bytes);
