@@ -1,6 +1,5 @@
 // The AWB calibration run: frames are summed, judged against the golden sample, and the record is stored.
 
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -9,6 +8,7 @@
 #include "common/property.h"
 #include "factory/factory_console.h"
 #include "factory/factory_state.h"
+#include "factory/run_arithmetic.h"
 #include "records/a_light_mode.h"
 #include "records/golden_sample.h"
 #include "records/judgement.h"
@@ -24,11 +24,12 @@ namespace {
 using calib::AwbRecord;
 using calib::Camera;
 using calib::factory_state;
+using calib::GoldenRatios;
 using calib::log_module;
+using calib::Margin;
 using calib::MarkerText;
 
 constexpr const char* kName = "QOR_AWB_Calibration_write_to_flash";
-constexpr uint32_t kFramesToSum = 10;
 constexpr uint32_t kNewestVersion = 3;
 
 // ---- files ------------------------------------------------------------------------------------------------
@@ -76,34 +77,17 @@ void write_fail_file(const char* line) {
   if (fd >= 0) calib::finish_replacement(fd, line, strlen(line), path);
 }
 
-// ---- arithmetic, as 64-bit ARM does it on every host ------------------------------------------------------
-
-/// The mean with a half rounded up (positive values); 32-bit sums wrap, and the one quotient that does not
-/// fit is its dividend.
-int32_t rounded_mean(int32_t sum, int32_t count) {
-  if (count == 0) return 0;
-  const auto dividend = static_cast<int32_t>(static_cast<uint32_t>(sum) + static_cast<uint32_t>(count >> 1));
-  return static_cast<int32_t>(static_cast<int64_t>(dividend) / count);
-}
-
-/// Toward zero, saturating; 0 for a NaN.
-uint32_t to_u32(float value) {
-  if (!(value > 0.0F)) return 0;
-  return value >= 4294967296.0F ? UINT32_MAX : static_cast<uint32_t>(value);
-}
-
 // ---- judgement --------------------------------------------------------------------------------------------
 
 struct Tolerance {
   float percent;
-  float limit;  ///< as a fraction; the judgement scales it by the larger golden ratio
+  float fraction;  ///< what the report calls the threshold until the golden sample scales it
 };
 
-struct Verdict {
-  float measured_rg;
-  float measured_bg;
-  float delta;
-  float limit;
+/// What the sums of a run came to.
+struct RunResult {
+  GoldenRatios measured;
+  Margin margin;
 };
 
 void start_record(AwbRecord& record) {
@@ -114,27 +98,20 @@ void start_record(AwbRecord& record) {
 }
 
 /// Fills the record from the sums. The fuse words stay those of the run's first frame.
-Verdict judge_run(AwbRecord& record, uint32_t version, float limit) {
+RunResult judge_run(AwbRecord& record, uint32_t version, float tolerance) {
   record.valid_word = version * calib::kVersionUnit + calib::kValidMark;
-  record.rg = to_u32(factory_state.rg_sum / 10.0F);
-  record.bg = to_u32(factory_state.bg_sum / 10.0F);
+  record.rg = calib::run_mean(factory_state.rg_sum);
+  record.bg = calib::run_mean(factory_state.bg_sum);
 
-  const float golden_rg = calib::golden_sample.rg[version - 1];
-  const float golden_bg = calib::golden_sample.bg[version - 1];
-  Verdict verdict{};
-  verdict.measured_rg = static_cast<float>(record.rg / 1024.0);
-  verdict.measured_bg = static_cast<float>(record.bg / 1024.0);
-  const double off_rg = static_cast<double>(golden_rg) - static_cast<double>(verdict.measured_rg);
-  const double off_bg = static_cast<double>(golden_bg) - static_cast<double>(verdict.measured_bg);
-  verdict.delta = static_cast<float>(sqrt(off_rg * off_rg + off_bg * off_bg));
-  verdict.limit = limit * (golden_rg > golden_bg ? golden_rg : golden_bg);
-  if (verdict.delta > verdict.limit) {
-    LOGE("%s error:not valid : delta(%f)>threshold(%f)\n", kName, static_cast<double>(verdict.delta),
-         static_cast<double>(verdict.limit));
+  const GoldenRatios measured = calib::ratios_of(record.rg, record.bg);
+  const Margin margin = calib::margin_of(measured, calib::golden_sample.of_version(version), tolerance);
+  if (!margin.is_kept()) {
+    LOGE("%s error:not valid : delta(%f)>threshold(%f)\n", kName, static_cast<double>(margin.delta),
+         static_cast<double>(margin.limit));
     record.valid_word = version * calib::kVersionUnit;
   }
   calib::seal(record);
-  return verdict;
+  return {measured, margin};
 }
 
 // ---- report -----------------------------------------------------------------------------------------------
@@ -151,10 +128,10 @@ void add_run_lines(MarkerText& text, const AwbRecord& record, float percent, flo
   text.add("Threshold=%f \n", static_cast<double>(limit));
 }
 
-void add_verdict_lines(MarkerText& text, const Verdict& verdict) {
-  text.add("R/G_ratio=%f\n", static_cast<double>(verdict.measured_rg));
-  text.add("B/G_ratio=%f\n", static_cast<double>(verdict.measured_bg));
-  text.add("Delta=%f\n", static_cast<double>(verdict.delta));
+void add_result_lines(MarkerText& text, const RunResult& result) {
+  text.add("R/G_ratio=%f\n", static_cast<double>(result.measured.rg));
+  text.add("B/G_ratio=%f\n", static_cast<double>(result.measured.bg));
+  text.add("Delta=%f\n", static_cast<double>(result.margin.delta));
 }
 
 void log_lines(const MarkerText& text) {
@@ -199,7 +176,7 @@ void begin_run(const Tolerance& tolerance) {
   start_record(factory_state.awb_record);
   MarkerText text;
   text.add("Calibration fail: Time out!!\n");
-  add_run_lines(text, factory_state.awb_record, tolerance.percent, tolerance.limit);
+  add_run_lines(text, factory_state.awb_record, tolerance.percent, tolerance.fraction);
   calib::finish_replacement(fd, text.data(), text.size(), path);
 }
 
@@ -266,7 +243,7 @@ void end_run() {
 }
 
 /// The partition has the record: leaves the verdict in a marker file and, for a good one, the cache file.
-void finish_run(const Tolerance& tolerance, const Verdict& verdict) {
+void finish_run(const Tolerance& tolerance, const RunResult& result) {
   const AwbRecord& record = factory_state.awb_record;
   const Camera camera = run_camera();
   const RunFiles& files = run_files();
@@ -280,8 +257,8 @@ void finish_run(const Tolerance& tolerance, const Verdict& verdict) {
 
   log_record(record);
   MarkerText text;
-  add_run_lines(text, record, tolerance.percent, verdict.limit);
-  add_verdict_lines(text, verdict);
+  add_run_lines(text, record, tolerance.percent, result.margin.limit);
+  add_result_lines(text, result);
   log_lines(text);
   write_marker(marker_fd, marker, text);
 
@@ -299,13 +276,13 @@ void finish_run(const Tolerance& tolerance, const Verdict& verdict) {
 void judge_and_store(uint32_t version, const Tolerance& tolerance) {
   const uint8_t camid = awb_get_camid();
   AwbRecord& record = factory_state.awb_record;
-  const Verdict verdict = judge_run(record, version, tolerance.limit);
+  const RunResult result = judge_run(record, version, tolerance.fraction);
   if (!do_aec_step(camid)) return;
 
   LOGI("%s: WriteFlash_for_bayer_Cam()\n", kName);
-  const int32_t result = WriteFlash_for_bayer_Cam(&record, sizeof record, camid);
+  const int32_t written = WriteFlash_for_bayer_Cam(&record, sizeof record, camid);
   log_record_in_one_line(record);
-  if (result < 0) {
+  if (written < 0) {
     LOG_BY_CAMERA(PRINT_AND_LOGI, run_camera(), "%s: write flash for main-cam fail\n",
                   "%s: write flash for front-cam fail\n", "%s: write flash for sub-cam fail\n", kName);
     write_fail_file("Can't write flash. Maybe Not MFG ROM or Flash is bad\n");
@@ -313,8 +290,8 @@ void judge_and_store(uint32_t version, const Tolerance& tolerance) {
   }
   LOG_BY_CAMERA(PRINT_AND_LOGI, run_camera(), "%s: write flash for main-cam OK\n",
                 "%s: write flash for front-cam OK\n", "%s: write flash for sub-cam OK\n", kName);
-  LOGI("[AWB Calibration] write all %x , ok=%d", record.valid_word, result);
-  finish_run(tolerance, verdict);
+  LOGI("[AWB Calibration] write all %x , ok=%d", record.valid_word, written);
+  finish_run(tolerance, result);
 }
 
 /// The light-source version of this run; the stored one is clamped for good.
@@ -361,8 +338,8 @@ void QOR_AWB_Calibration_collect(int32_t rg_sum, int32_t bg_sum, int32_t count) 
   if (awb_if_enabled() == 0) return;
 
   LOGI("QOR_AWB_Calibration_collect (%d,%d) (%d)\n", rg_sum, bg_sum, count);
-  QOR_AWB_Calibration_write_to_flash(static_cast<uint32_t>(rounded_mean(rg_sum, count)),
-                                     static_cast<uint32_t>(rounded_mean(bg_sum, count)));
+  QOR_AWB_Calibration_write_to_flash(static_cast<uint32_t>(calib::frame_mean(rg_sum, count)),
+                                     static_cast<uint32_t>(calib::frame_mean(bg_sum, count)));
 }
 
 int32_t check_awb_calibration_trigger() {
@@ -399,7 +376,7 @@ void awb_calibration_set_parm(uint32_t threshold, uint32_t light_source_version)
 void QOR_AWB_Calibration_write_to_flash(uint32_t rg, uint32_t bg) {
   LOGI("QOR_AWB_Calibration_write_to_flash (%d,%d)\n", static_cast<int32_t>(rg), static_cast<int32_t>(bg));
   const auto percent = static_cast<float>(QOR_AWB_Calibration_threshold);
-  const Tolerance tolerance{.percent = percent, .limit = percent / 100.0F};
+  const Tolerance tolerance{.percent = percent, .fraction = calib::tolerance_of(percent)};
   LOGI("%s: threshold = %d , light source version = %d\n", kName,
        static_cast<int32_t>(QOR_AWB_Calibration_threshold),
        static_cast<int32_t>(QOR_AWB_Calibration_light_source_version));
@@ -409,7 +386,7 @@ void QOR_AWB_Calibration_write_to_flash(uint32_t rg, uint32_t bg) {
   if (QOR_AWB_Calibration_counter == 0) begin_run(tolerance);
   LOGI("[AWB Calibration] :QOR_AWB_Calibration_counter:%d\n",
        static_cast<int32_t>(QOR_AWB_Calibration_counter));
-  if (QOR_AWB_Calibration_counter < kFramesToSum) {
+  if (QOR_AWB_Calibration_counter < calib::kFramesToSum) {
     add_frame(rg, bg);
   } else {
     judge_and_store(version, tolerance);
