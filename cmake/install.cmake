@@ -19,7 +19,7 @@ install_pkg_config(awb_calibration)
 
 # Preloaded or linked as one shared library, and in parts for C++ programs that drive the phone themselves.
 if(TARGET virtual_phone)
-  install(TARGETS virtual_phone phone_headers phone_core phone_log_service phone_mask_service phone_malloc
+  install(TARGETS virtual_phone phone_headers phone_properties_file phone_core phone_log_service phone_mask_service phone_malloc
     phone_linked_without_services phone_linked_without_mask phone_linked phone_malloc_faults
     EXPORT awb_calibration
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

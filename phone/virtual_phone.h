@@ -169,7 +169,7 @@ class VirtualPhone {
   /// Stops (or resumes) redirection; log, mask and properties stay.
   void set_redirection(bool on);
 
-  // ---- properties: <dir>/properties, one name=value a line, '#' starts a comment line ---------------------
+  // ---- properties: <dir>/properties, lines as phone/services/properties_file.h reads them -----
   void set_property(const std::string& name, const std::string& value);
   void unset_property(const std::string& name);
   std::string property(const std::string& name, const std::string& otherwise = "") const;

@@ -17,27 +17,21 @@ namespace {
 using calib::mtd::HeapBlock;
 using calib::mtd::log_module;
 
-constexpr size_t kProcMtdLimit = 512;  // bytes of /proc/mtd that are looked at, with the NUL
-
 bool transfer_is_valid(const mtd_partition* state, int64_t offset, int64_t length, const void* buffer) {
   return state != nullptr && offset >= 0 && length >= 1 && buffer != nullptr;
 }
 
 int32_t find_partition(mtd_partition* state, const char* name) {
   state->path[0] = '\0';
-  char text[kProcMtdLimit] = {};
+  char text[calib::mtd::kBackEndWindow] = {};
   if (calib::mtd::read_proc_mtd(text, sizeof text) < 0) return -1;
-  char* cursor = text;
   calib::mtd::ProcMtdEntry entry{};
-  while (calib::mtd::next_entry(&cursor, &entry)) {
-    if (strcmp(entry.name, name) != 0) continue;
-    state->index = entry.number;
-    state->size = entry.size;
-    state->erase_size = entry.erase_size;
-    calib::mtd::set_device_path(state->path, entry.number);
-    return 0;
-  }
-  return -1;
+  if (!calib::mtd::find_entry(text, name, &entry)) return -1;
+  state->index = entry.number;
+  state->size = entry.size;
+  state->erase_size = entry.erase_size;
+  calib::mtd::set_device_path(state->path, entry.number);
+  return 0;
 }
 
 /// Walks over the logical blocks before the one that holds `*offset`, and leaves in it the offset within

@@ -34,7 +34,7 @@ bool parse_line(const char* line, ProcMtdEntry* entry) {
 }  // namespace
 
 ssize_t read_proc_mtd(char* text, size_t size) {
-  const Descriptor file(open_for_reading("/proc/mtd"));
+  const Descriptor file(open_for_reading(kTable));
   if (!file.is_open()) return -1;
   const ssize_t length = read(file.get(), text, size - 1);
   text[std::max<ssize_t>(length, 0)] = '\0';
@@ -47,6 +47,13 @@ bool next_entry(char** cursor, ProcMtdEntry* entry) {
     *cursor += strcspn(line, "\n");
     if (**cursor == '\n') *(*cursor)++ = '\0';
     if (parse_line(line, entry)) return true;
+  }
+  return false;
+}
+
+bool find_entry(char* text, const char* partition, ProcMtdEntry* entry) {
+  while (next_entry(&text, entry)) {
+    if (strcmp(entry->name, partition) == 0) return true;
   }
   return false;
 }

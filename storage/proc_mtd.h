@@ -1,4 +1,4 @@
-// /proc/mtd, as the back end and the partition table read it.
+// /proc/mtd, as the back end and the partition table read it, and as awbcal reads the one in a phone's folder.
 #ifndef STORAGE_PROC_MTD_H
 #define STORAGE_PROC_MTD_H
 
@@ -16,6 +16,11 @@ struct ProcMtdEntry {
   char name[64];
 };
 
+inline constexpr const char* kTable = "/proc/mtd";
+
+/// What the back end looks at of the table, with the NUL.
+inline constexpr size_t kBackEndWindow = 512;
+
 /// Reads the beginning of /proc/mtd, one read of up to `size` - 1 bytes, and ends it with a NUL. Returns the
 /// bytes read, or -1 and errno.
 ssize_t read_proc_mtd(char* text, size_t size);
@@ -24,6 +29,9 @@ ssize_t read_proc_mtd(char* text, size_t size);
 /// the header among them, are passed over. Returns false when the text is used up. The text is cut into lines
 /// in place; a name whose closing quote is missing ends with its line.
 bool next_entry(char** cursor, ProcMtdEntry* entry);
+
+/// Takes the first entry named `partition` from a text, as next_entry() does.
+bool find_entry(char* text, const char* partition, ProcMtdEntry* entry);
 
 /// The character device of MTD number `number`.
 void set_device_path(char (&path)[256], int32_t number);

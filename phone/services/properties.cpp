@@ -13,6 +13,7 @@
 
 #include "phone/calls/faults.h"
 #include "phone/calls/real.h"
+#include "phone/services/properties_file.h"
 
 namespace phone {
 namespace {
@@ -45,10 +46,7 @@ void refresh() {
   state().read_at = time(nullptr);
   state().lines.clear();
   std::ifstream in(state().file);
-  for (std::string line; std::getline(in, line);) {
-    if (line.ends_with('\r')) line.pop_back();
-    state().lines.push_back(line);
-  }
+  for (std::string line; std::getline(in, line);) state().lines.push_back(line);
 }
 
 // A reader in another process sees the old file or the new one, never half of one.
@@ -63,18 +61,15 @@ bool save() {
   return true;
 }
 
-std::string_view name_in(std::string_view line) {
-  if (line.starts_with('#') || line.find('=') == line.npos) return {};
-  line = line.substr(0, line.find('='));
-  const size_t first = line.find_first_not_of(" \t");
-  return first == line.npos ? std::string_view{}
-                            : line.substr(first, line.find_last_not_of(" \t") + 1 - first);
+bool is_line_of(std::string_view name, std::string_view line) {
+  const auto parsed = parse_property_line(line);
+  return parsed && parsed->name == name;
 }
 
-// As with the settings files of the platform, the last line of a name wins.
+// The last line of a name wins.
 std::string* line_of(const std::string& name) {
   const auto found = std::find_if(state().lines.rbegin(), state().lines.rend(),
-                                  [&](const std::string& line) { return name_in(line) == name; });
+                                  [&](const std::string& line) { return is_line_of(name, line); });
   return found == state().lines.rend() ? nullptr : &*found;
 }
 
@@ -117,7 +112,7 @@ std::optional<std::string> read_property(const std::string& name) {
   if (state().file.empty() || name.empty()) return std::nullopt;
   refresh();
   const std::string* line = line_of(name);
-  return line == nullptr ? std::nullopt : std::optional(line->substr(line->find('=') + 1));
+  return line == nullptr ? std::nullopt : std::optional(std::string(parse_property_line(*line)->value));
 }
 
 bool write_property(const std::string& name, const std::string& value) {
@@ -137,8 +132,7 @@ void remove_property(const std::string& name) {
   const std::lock_guard lock(state().mutex);
   if (state().file.empty()) return;
   refresh();
-  std::erase_if(state().lines,
-                [&](const std::string& line) { return !name.empty() && name_in(line) == name; });
+  std::erase_if(state().lines, [&](const std::string& line) { return is_line_of(name, line); });
   save();
 }
 

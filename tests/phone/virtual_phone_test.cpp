@@ -18,6 +18,8 @@
 #include <optional>
 #include <thread>
 
+#include "tests/support/support.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -279,16 +281,11 @@ TEST_F(VirtualPhoneTest, EveryInterceptedCallCanFail) {
     return close(fd) == 0 && well;
   };
   ASSERT_TRUE(use_it_all());
-  unsigned failures = 0;
-  for (;; ++failures) {
-    phone->clear_faults();
-    phone->add_fault({.nth = failures + 1});
+  const unsigned calls = support::for_every_failing_call(*phone, [&] {
     const bool well = use_it_all();
-    if (phone->struck_faults() == 0) break;
-    EXPECT_FALSE(well) << failures;
-    EXPECT_EQ(phone->open_descriptors(), 0u);
-  }
-  EXPECT_EQ(failures, 13u);
+    EXPECT_EQ(well, phone->struck_faults() == 0);
+  });
+  EXPECT_EQ(calls, 13u);
 }
 
 TEST_F(VirtualPhoneTest, FaultsAreReadFromTheFileAndMistakesNamed) {
@@ -316,13 +313,15 @@ TEST_F(VirtualPhoneTest, PropertiesLiveInAFileThatKeepsItsCommentsAndCanBeEdited
   make();
   const fs::path file = phone->dir() / "properties";
   char value[PROPERTY_VALUE_MAX];
-  write_file(file, "# mine\n\nro.pagesize=4096\n a.b =1=2\n");
+  write_file(file, "# mine\n\nro.pagesize=4096\n a.b =1=2\n[d.e]: [ 3]\r\n #f=1\n");
   EXPECT_EQ(property_get("a.b", value, "x"), 3);
   EXPECT_STREQ(value, "1=2");
+  EXPECT_EQ(phone->property("d.e"), " 3");
+  EXPECT_EQ(phone->property("#f", "none"), "none");
   EXPECT_EQ(property_set("a.b", "7"), 0);
   EXPECT_EQ(property_set("c", "8"), 0);
   EXPECT_EQ(property_set("ro.pagesize", "2048"), -1);
-  EXPECT_EQ(read_file(file), "# mine\n\nro.pagesize=4096\na.b=7\nc=8\n");
+  EXPECT_EQ(read_file(file), "# mine\n\nro.pagesize=4096\na.b=7\n[d.e]: [ 3]\r\n #f=1\nc=8\n");
   write_file(file, "# mine\n\nro.pagesize=4096\na.b=9\nc=8\n");
   EXPECT_EQ(phone->property("a.b"), "9");
   phone->unset_property("c");

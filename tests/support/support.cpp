@@ -133,16 +133,6 @@ std::vector<phone::LogLine> with_tag(std::vector<phone::LogLine> lines, std::str
   return lines;
 }
 
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (fs::temp_directory_path() / "phone-XXXXXX").string();
-  path_ = mkdtemp(name.data());
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
-
 PhoneTest::PhoneTest(const phone::Options& options) {
   phone_.emplace(phone::VirtualPhone::create(folder_.path() / "phone", options));
   reset_library_state();

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -16,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "phone/temporary_folder.h"
 #include "phone/virtual_phone.h"
 
 namespace support {
@@ -49,18 +51,7 @@ std::optional<std::string> read_text(const std::filesystem::path& path);
 void write_bytes(const std::filesystem::path& path, const Bytes& bytes);
 int mode_of(const std::filesystem::path& path);  ///< permission bits; -1 when it does not exist
 
-/// A new folder under the system's temporary one, removed with all it holds at the end of the scope.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder();
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
+using phone::TemporaryFolder;
 
 /// Everything that `call` printed on standard output.
 std::string console_of(const std::function<void()>& call);
@@ -110,6 +101,29 @@ class PhoneTest : public ::testing::Test {
   TemporaryFolder folder_;
   std::optional<phone::VirtualPhone> phone_;
 };
+
+/// Runs `body` with the first of its calls failing, then with the second, and so on until it makes no more;
+/// then all that again with every later call failing too. `call` is as in phone::Fault. What the body opens it
+/// has to close. Returns how many calls there were to fail.
+template <typename Body>
+unsigned for_every_failing_call(phone::VirtualPhone& phone, Body&& body, const std::string& call = "*") {
+  const size_t open = phone.open_descriptors();
+  unsigned calls = 0;
+  for (const bool for_good : {false, true}) {
+    for (unsigned nth = 1, struck = 1; struck > 0 && nth < 10000; ++nth) {
+      SCOPED_TRACE(printf_text("call %u%s fails", nth, for_good ? " and every later one" : ""));
+      phone.clear_faults();
+      phone.add_fault({.call = call, .nth = nth, .from_then_on = for_good});
+      body();
+      EXPECT_EQ(phone.open_descriptors(), open) << "a descriptor was left open";
+      struck = phone.struck_faults();
+      if (struck > 0) calls = std::max(calls, nth);
+    }
+    phone.clear_faults();
+  }
+  EXPECT_TRUE(calls > 0 || call != "*") << "no call was there to fail";
+  return calls;
+}
 
 /// Back to the state after load: selection, camid, golden sample, A-light mode, run, AEC, trigger edge.
 void reset_library_state();

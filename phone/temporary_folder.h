@@ -1,0 +1,25 @@
+// A folder for as long as a scope lives: for scratch phones of tests, benchmarks and the tool.
+#ifndef PHONE_TEMPORARY_FOLDER_H
+#define PHONE_TEMPORARY_FOLDER_H
+
+#include <filesystem>
+
+namespace phone {
+
+/// A new folder of its own name under the system's temporary one, removed with all that it holds when the
+/// scope ends. std::filesystem::filesystem_error if none can be made.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder();
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+}  // namespace phone
+
+#endif
