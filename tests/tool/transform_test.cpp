@@ -85,7 +85,7 @@ TEST_F(Transform, RefusesJsonThatIsNoDump) {
   const std::string head = R"({"awbcal_json":1,"command":"show","input":{"name":"x","kind":"record"},)";
   const std::string one_file = R"("files":[{"path":"x","layout":"record","size":32,"rest":[]}],)";
   const std::pair<std::string, const char*> rows[] = {
-      {"rubbish", "is no JSON"},
+      {"rubbish", "is not JSON"},
       {"{}", "not a document of \"awbcal show\""},
       {R"({"awbcal_json":2,"command":"show"})", "version 2 where 1 is known"},
       {R"({"awbcal_json":1,"command":"diff"})", "not a document of \"awbcal show\""},

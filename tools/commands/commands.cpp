@@ -2,20 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <charconv>
+#include "run/verification.h"
 
 namespace awbcal {
 
 namespace {
-
-std::string check_base(const std::string& text) {
-  return text == "4k" || text == "2k" ? "" : "4k (0x20000) or 2k (0x10000), not " + text;
-}
-
-std::string check_camera(const std::string& text) {
-  return camera_of_name(text) ? "" : "main, front or sub, not " + text;
-}
 
 const char* input_kind_text(InputKind kind) {
   switch (kind) {
@@ -34,26 +25,6 @@ const char* input_kind_text(InputKind kind) {
 }
 
 }  // namespace
-
-void add_input_options(CLI::App& app, InputOptions& options) {
-  app.add_option("INPUT", options.path, "Phone folder, partition image, export or cache file; - is stdin")
-      ->required();
-  app.add_option("--as", options.as, "What INPUT is: phone, partition, export, node or a record's kind")
-      ->type_name("KIND");
-  app.add_option_function<std::string>(
-         "--base",
-         [&options](const std::string& text) {
-           options.base = text == "4k" ? calib::kAreaBase4k : calib::kAreaBase2k;
-         },
-         "Page size that places the record area: 4k or 2k [tried both]")
-      ->check(check_base)
-      ->type_name("SIZE");
-  app.add_option_function<std::string>(
-         "--camera", [&options](const std::string& text) { options.camera = camera_of_name(text); },
-         "Camera of a single file: main, front or sub")
-      ->check(check_camera)
-      ->type_name("NAME");
-}
 
 void print_json(const Json& document) {
   write_output({}, text_of(document), {});
@@ -77,6 +48,19 @@ void show_input(Terminal& terminal, const Input& input) {
   if (input.area) {
     terminal.paragraph(fmt::format("record area at 0x{:x} ({})", input.area->base, input.area->reason));
   }
+}
+
+std::string pass_or_fail(const Terminal& terminal, bool passed) {
+  return passed ? terminal.styled("PASS", Style::good) : terminal.styled("FAIL", Style::bad);
+}
+
+std::string margin_text(const calib::Margin& margin) {
+  return fmt::format("{:.4f} from the golden sample, {:.4f} allowed ({:.0f} % of it)", margin.delta,
+                     margin.limit, percent_of_limit(margin));
+}
+
+Json margin_json(const calib::Margin& margin) {
+  return {{"delta", margin.delta}, {"limit", margin.limit}};
 }
 
 }  // namespace awbcal

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
+#include "factory/run_arithmetic.h"
 #include "inspect/input.h"
 #include "inspect/json_form.h"
 #include "text/terminal.h"
@@ -32,9 +33,6 @@ Command add_replay(CLI::App& parent);
 
 // ---- what several of them have ----------------------------------------------------------------------------
 
-/// The input's path, --as, --base and --camera.
-void add_input_options(CLI::App& app, InputOptions& options);
-
 /// Prints the document on standard output, past the terminal.
 void print_json(const Json& document);
 
@@ -49,6 +47,13 @@ std::string place_text(const Input& input, const FoundRecord& record);
 
 /// The first lines about an input: what it is, and which record area was taken.
 void show_input(Terminal& terminal, const Input& input);
+
+/// "PASS" or "FAIL", coloured.
+std::string pass_or_fail(const Terminal& terminal, bool passed);
+
+/// How far from the golden sample, and of what is allowed.
+std::string margin_text(const calib::Margin& margin);
+Json margin_json(const calib::Margin& margin);
 
 }  // namespace awbcal
 

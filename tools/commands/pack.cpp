@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "commands/options.h"
 #include "inspect/errors.h"
 
 namespace awbcal {
@@ -26,13 +27,13 @@ Json read_document(const std::string& path) {
   try {
     return Json::parse(content.bytes.begin(), content.bytes.end());
   } catch (const Json::exception& error) {
-    throw InputError(fmt::format("{}: is no JSON: {}", path, error.what()));
+    throw InputError(fmt::format("{}: is not JSON: {}", path, error.what()));
   }
 }
 
 void write_folder(const Packed& packed, const PackArguments& arguments) {
   const OutputTarget& target = arguments.output;
-  if (target.path.empty() || target.path == "-") throw InputError("a phone needs --output FOLDER");
+  if (target.path.empty() || target.path == "-") throw InputError("a phone is a folder: say --output FOLDER");
   check_output(target, arguments.input);
   for (const PackedFile& file : packed.files) {
     const fs::path path = fs::path(target.path) / file.path;
@@ -42,16 +43,13 @@ void write_folder(const Packed& packed, const PackArguments& arguments) {
 }
 
 int pack(const PackArguments& arguments) {
-  if (!arguments.options.seal_kind.empty() && record_spec_of_id(arguments.options.seal_kind) == nullptr) {
-    throw InputError(fmt::format("--seal {}: there is no such kind", arguments.options.seal_kind));
-  }
   const Packed packed = pack_document(read_document(arguments.input), arguments.options);
   if (packed.kind == InputKind::phone) {
     write_folder(packed, arguments);
   } else if (packed.files.size() == 1) {
     write_output(arguments.output, text_of(packed.files[0].bytes), arguments.input);
   } else {
-    throw InputError(fmt::format("{}: {} files where one is packed", arguments.input, packed.files.size()));
+    throw InputError(fmt::format("{}: expected 1 file, found {}", arguments.input, packed.files.size()));
   }
   return kDone;
 }
@@ -60,12 +58,14 @@ int pack(const PackArguments& arguments) {
 
 Command add_pack(CLI::App& parent) {
   const auto arguments = std::make_shared<PackArguments>();
-  CLI::App* app = parent.add_subcommand("pack", "Bytes from the JSON of show, with the CRC that it holds");
-  app->add_option("INPUT", arguments->input, "JSON of show [- is stdin]");
-  app->add_option("--output", arguments->output.path, "File, or a phone's folder, to make [stdout]");
-  app->add_flag("--force", arguments->output.force, "Replace what is there");
+  CLI::App* app = add_command(parent, "pack", "Rebuild the bytes from `show --json`, keeping stored CRCs");
+  app->add_option("INPUT", arguments->input, "Output of `show --json`; - is stdin");
+  app->add_option("--output", arguments->output.path,
+                  "File, or folder of a phone, to make; otherwise stdout");
+  app->add_flag("--force", arguments->output.force, "Replace an existing file");
   app->add_flag("--seal", arguments->options.seal, "Compute the CRC of every record");
   app->add_option("--seal-only", arguments->options.seal_kind, "Compute the CRC of records of one kind")
+      ->check(one_of(kind_ids()))
       ->type_name("KIND");
   return {app, [arguments](Terminal&) { return pack(*arguments); }};
 }

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "commands/options.h"
 #include "inspect/errors.h"
 #include "inspect/redaction.h"
 
@@ -52,7 +53,7 @@ int redact_input(const RedactArguments& arguments, Terminal& terminal) {
   Input input = open_input(arguments.input);
   redact(input);
   if (input.kind == InputKind::phone) {
-    if (arguments.output.path == "-") throw InputError("a phone needs --output FOLDER");
+    if (arguments.output.path == "-") throw InputError("a phone is a folder: say --output FOLDER");
     write_phone(input, arguments, terminal);
   } else {
     write_output(arguments.output, text_of(input.files[0].content.bytes), arguments.input.path);
@@ -64,10 +65,10 @@ int redact_input(const RedactArguments& arguments, Terminal& terminal) {
 
 Command add_redact(CLI::App& parent) {
   const auto arguments = std::make_shared<RedactArguments>();
-  CLI::App* app = parent.add_subcommand("redact", "Replace fuse IDs, so that the rest can be shared");
+  CLI::App* app = add_command(parent, "redact", "Replace fuse IDs, so that the rest can be shared");
   add_input_options(*app, arguments->input);
   app->add_option("--output", arguments->output.path, "File or folder to make; - is stdout")->required();
-  app->add_flag("--force", arguments->output.force, "Replace what is there");
+  app->add_flag("--force", arguments->output.force, "Replace an existing file");
   return {app, [arguments](Terminal& terminal) { return redact_input(*arguments, terminal); }};
 }
 

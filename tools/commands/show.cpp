@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "commands/options.h"
 #include "inspect/verdict.h"
 #include "text/tables.h"
 
@@ -88,10 +89,10 @@ int show(const ShowArguments& arguments, Terminal& terminal) {
 
 Command add_show(CLI::App& parent) {
   const auto arguments = std::make_shared<ShowArguments>();
-  CLI::App* app = parent.add_subcommand("show", "Decode every record, field by field");
+  CLI::App* app = add_command(parent, "show", "Decode every record, field by field");
   add_input_options(*app, arguments->input);
-  app->add_flag("--json", arguments->json, "For programs: all bytes, so that pack can bring them back");
-  app->add_flag("--raw", arguments->raw, "The bytes of each record as well");
+  add_json_option(*app, arguments->json);
+  app->add_flag("--raw", arguments->raw, "Show the bytes of each record as well");
   return {app, [arguments](Terminal& terminal) { return show(*arguments, terminal); }};
 }
 

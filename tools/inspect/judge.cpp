@@ -2,9 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cmath>
-
 namespace awbcal {
 
 namespace {
@@ -57,16 +54,6 @@ std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uin
           {"valid word", judgement.valid_word_good,
            judgement.valid_word_good ? "ends in 99" : "does not mark a finished calibration"},
           {"fuse ID", judgement.is_bound(), binding_text(judgement.binding)}};
-}
-
-AwbVerdict awb_verdict(std::span<const uint8_t> record, float golden_rg, float golden_bg,
-                       float tolerance_percent) {
-  const auto awb = calib::record_at<calib::AwbRecord>(record.data());
-  const double off_rg = golden_rg - awb.rg / 1024.0;
-  const double off_bg = golden_bg - awb.bg / 1024.0;
-  // In single precision where the run itself works so: a distance on the limit must fall to the same side.
-  const float limit = tolerance_percent / 100.0F * std::max(golden_rg, golden_bg);
-  return {static_cast<float>(std::sqrt(off_rg * off_rg + off_bg * off_bg)), limit};
 }
 
 }  // namespace awbcal

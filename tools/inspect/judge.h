@@ -36,18 +36,6 @@ std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uin
 /// What belongs into the checksum field of `record`.
 uint32_t crc_for(const FieldSpec& field, std::span<const uint8_t> record);
 
-/// How an AWB record compares with the golden sample.
-struct AwbVerdict {
-  double delta;
-  double limit;
-
-  bool passed() const { return delta <= limit; }
-  double percent_of_limit() const { return 100.0 * delta / limit; }
-};
-
-AwbVerdict awb_verdict(std::span<const uint8_t> record, float golden_rg, float golden_bg,
-                       float tolerance_percent);
-
 }  // namespace awbcal
 
 #endif

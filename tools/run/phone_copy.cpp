@@ -1,0 +1,114 @@
+#include "run/phone_copy.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+
+#include "records/kernel_export.h"
+
+namespace awbcal {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kDualCameraNode = "/sys/android_camera_awb_cal/awb_cal_3D";
+
+/// Good blocks in order, as the kernel's reader delivers them.
+Bytes partition_bytes(const InputFile& file) {
+  if (file.block_size == 0) return file.content.bytes;
+  Bytes bytes;
+  for (const uint32_t block : file.blocks) {
+    const auto first =
+        file.content.bytes.begin() + static_cast<std::ptrdiff_t>(uint64_t{block} * file.block_size);
+    bytes.insert(bytes.end(), first, first + static_cast<std::ptrdiff_t>(file.block_size));
+  }
+  return bytes;
+}
+
+Bytes padded(const Bytes& bytes, size_t offset, size_t size) {
+  Bytes image(size);
+  std::copy_n(bytes.begin(), std::min(bytes.size(), size - offset),
+              image.begin() + static_cast<std::ptrdiff_t>(offset));
+  return image;
+}
+
+/// A single record goes where its reader looks: into its cache file, else into the kernel's export.
+void put_record(const InputFile& file, ScratchPhone& copy) {
+  const RecordSpec& spec = record_spec(file.kind.value());
+  const calib::Camera camera = file.camera.value_or(calib::Camera::main);
+  const Bytes& bytes = file.content.bytes;
+  if (const char* cache = spec.cache.of(camera)) {
+    copy.put(std::string("/data/misc/camera/") + cache, bytes);
+  } else if (spec.export_offset) {
+    copy.put(calib::kExportNode.of(camera), padded(bytes, *spec.export_offset, calib::kExportSize));
+  } else if (spec.offset) {
+    copy.put(kDualCameraNode,
+             padded(bytes, *spec.offset - calib::kAreaDualCameraFirstForm, calib::kSlotSize));
+  }
+}
+
+void copy_file(const InputFile& file, ScratchPhone& copy) {
+  if (file.content.trouble) return;
+  const Bytes& bytes = file.content.bytes;
+  if (file.layout == Layout::partition) {
+    const Bytes content = partition_bytes(file);
+    copy.phone().write_partition(0, content.data(), content.size());
+  } else if (file.layout == Layout::dual_camera_node) {
+    copy.put(kDualCameraNode, bytes);
+  } else if (file.source == Source::cache) {
+    copy.put("/data/misc/camera/" + fs::path(file.path).filename().string(), bytes);
+  } else if (file.kind && file.source != Source::factory) {
+    put_record(file, copy);
+  } else if (file.layout == Layout::export_image) {
+    copy.put(calib::kExportNode.of(file.camera.value_or(calib::Camera::main)), bytes);
+  }
+}
+
+/// A phone has many more than the library reads, some of them longer than it could.
+void copy_properties(const Input& input, ScratchPhone& copy) {
+  if (!input.properties) return;
+  for (const auto& [name, value] : *input.properties) {
+    try {
+      copy.phone().set_property(name, value);
+    } catch (const std::invalid_argument&) {
+      // No property service would hold it, so the library would read its default.
+    }
+  }
+}
+
+}  // namespace
+
+phone::Options phone_options_for(const Input& input) {
+  phone::Options options;
+  for (const InputFile& file : input.files) {
+    if (file.layout == Layout::partition) {
+      options.partition_size = std::max<uint64_t>(options.partition_size, file.content.bytes.size());
+    }
+  }
+  if (input.area) options.page_size = input.area->base == calib::kAreaBase4k ? 4096 : 2048;
+  return options;
+}
+
+Modules assumed_modules(const Input& input, const Modules& known) {
+  Modules assumed;
+  for (const FoundRecord& record : input.records) {
+    const calib::Camera camera = record.camera.value_or(calib::Camera::main);
+    if (known.contains(camera) || record.is_truncated() || is_blank_record(input, record)) continue;
+    const Claims claims = claims_of(*record.spec, record.bytes);
+    if (claims.has_fuse_id && claims.has_good_crc()) assumed.try_emplace(camera, claims.words.fuse);
+  }
+  return assumed;
+}
+
+void copy_phone(const Input& input, const Modules& modules, bool reboot, ScratchPhone& copy) {
+  for (const auto& entry : fs::directory_iterator(copy.phone().host_path("/sys/android_camera_awb_cal"))) {
+    fs::remove(entry.path());
+  }
+  copy_properties(input, copy);
+  for (const auto& [camera, module] : modules) copy.fit(camera, module);
+  for (const InputFile& file : input.files) copy_file(file, copy);
+  if (reboot || input.kind == InputKind::partition) copy.phone().reboot();
+}
+
+}  // namespace awbcal
