@@ -49,14 +49,16 @@ class KeepErrno {
 
 #define LOGD(...) LOG_LINE(::calib::kLogDebug, ANDROID_LOG_DEBUG, __VA_ARGS__)
 #define LOGI(...) LOG_LINE(::calib::kLogInfo, ANDROID_LOG_INFO, __VA_ARGS__)
-#define LOGE(...) LOG_LINE(::calib::kLogError, ANDROID_LOG_ERROR, __VA_ARGS__)
-
-/// Logs an error, keeps errno and is -1: `return FAIL("...")`.
-#define FAIL(...)                   \
-  (__extension__({                  \
-    const ::calib::KeepErrno keep_; \
-    LOGE(__VA_ARGS__);              \
-    -1;                             \
+/// Keeps errno: what the line is about is what the caller finds there.
+#define LOGE(...)                                                          \
+  (__extension__({                                                         \
+    if (::calib::log_enabled(log_module, ::calib::kLogError)) {            \
+      const ::calib::KeepErrno keep_;                                      \
+      __android_log_print(ANDROID_LOG_ERROR, log_module.tag, __VA_ARGS__); \
+    }                                                                      \
   }))
+
+/// Logs an error and is -1: `return FAIL("...")`.
+#define FAIL(...) (LOGE(__VA_ARGS__), -1)
 
 #endif

@@ -22,7 +22,7 @@ std::optional<Judgement> load_awb_record(const char* name, AwbRecord& record, co
                                          const JudgementRule& rule);
 
 /// Logs whether the record is used; returns the same.
-bool log_verdict(bool is_used);
+bool log_use(bool is_used);
 
 }  // namespace calib
 

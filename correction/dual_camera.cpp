@@ -1,7 +1,7 @@
 // Hands out one camera's colour ratios in two lights, to balance the two cameras of a pair.
 
 #include "awb_calibration/correction.h"
-#include "correction/record_check.h"
+#include "correction/judge_and_log.h"
 #include "records/calibration_log.h"
 
 namespace {
@@ -25,7 +25,7 @@ calib::FuseWords load_ratios(const calib::RecordLines& lines, const calib::Judge
   // A record that cannot be read stays all zeros: its CRC is good, its valid word is not.
   AwbRecord record{};
   ReadFlashForDualCam(&record, sizeof record, a_light);
-  const calib::Judgement judgement = calib::check(kName, lines, record, module, rule);
+  const calib::Judgement judgement = calib::judge_and_log(kName, lines, record, module, rule);
   if (!judgement.crc_good) return judgement.module;
   if (!calib::is_accepted(judgement) && !calib::is_accepted_with_main_camera(record, rule)) {
     LOGE("%s, [Dual Calibration] Not load Dual-Calibraton data", kName);

@@ -1,7 +1,7 @@
 #include "correction/flash_white_balance.h"
 
 #include "common/property.h"
-#include "correction/record_check.h"
+#include "correction/judge_and_log.h"
 #include "correction/tuning_layout.h"
 #include "records/calibration_log.h"
 
@@ -193,10 +193,6 @@ void store(ColourPoint point, float* ratio) {
   ratio[1] = point.y;
 }
 
-uint32_t low(uint64_t word) {
-  return static_cast<uint32_t>(word);
-}
-
 void apply_dual_led(float* tuning, const DualFlashRecord& record) {
   LOGI("%s, [DualFlash Calibration] Load Flashlight-Calibraton data", kName);
   FlashGains gains(tuning);
@@ -224,15 +220,13 @@ void correct_main(float* tuning, const calib::FuseWords& module) {
   DualFlashRecord record{};
   if (ReadFlashForDualFlashCali(&record, sizeof record) <= 0) return;
 
-  const calib::Judgement judgement = calib::check(kName, calib::kDualFlashLines, record, module, kRule);
+  const calib::Judgement judgement =
+      calib::judge_and_log(kName, calib::kDualFlashLines, record, module, kRule);
   if (!judgement.crc_good) return;
-  const auto& fuse = record.fuse;
-  const calib::FuseWords& fitted = judgement.module;
   const FlashGains gains(tuning);
-  LOGI("%s, [DualFlash Calibration] caFlashBuff 0x%x, 0x%x, 0x%x, 0x%x", kName, fuse[0], fuse[1], fuse[2],
-       fuse[3]);
-  LOGI("%s, [DualFlash Calibration] fuse_id_word 0x%x, 0x%x, 0x%x, 0x%x", kName, low(fitted[0]),
-       low(fitted[1]), low(fitted[2]), low(fitted[3]));
+  LOGI("%s, [DualFlash Calibration] caFlashBuff 0x%x, 0x%x, 0x%x, 0x%x", kName, FUSE_WORDS_32(record.fuse));
+  LOGI("%s, [DualFlash Calibration] fuse_id_word 0x%x, 0x%x, 0x%x, 0x%x", kName,
+       FUSE_WORDS_32(judgement.module));
   LOGI("%s, [DualFlash Calibration] Origin led_flash_white_balance.r_gain, b_gain=(%lf, %lf)", kName,
        static_cast<double>(gains.r), static_cast<double>(gains.b));
   if (!calib::is_accepted(judgement)) {
@@ -254,15 +248,11 @@ void correct_front(float* tuning, float* first, float* second, const calib::Fuse
   DualFlashRecord record{};
   if (ReadFlashForDualFlashCali(&record, sizeof record) <= 0) return;
 
-  const calib::Judgement judgement = calib::check(kName, calib::kFlashLines, record, module, kRule);
+  const calib::Judgement judgement = calib::judge_and_log(kName, calib::kFlashLines, record, module, kRule);
   if (!judgement.crc_good) return;
-  const auto& fuse = record.fuse;
-  const calib::FuseWords& fitted = judgement.module;
   const FlashGains gains(tuning);
-  LOGI("%s, [Flash Calibration] caFlashBuff 0x%x, 0x%x, 0x%x, 0x%x", kName, fuse[0], fuse[1], fuse[2],
-       fuse[3]);
-  LOGI("%s, [Flash Calibration] fuse_id_word 0x%x, 0x%x, 0x%x, 0x%x", kName, low(fitted[0]), low(fitted[1]),
-       low(fitted[2]), low(fitted[3]));
+  LOGI("%s, [Flash Calibration] caFlashBuff 0x%x, 0x%x, 0x%x, 0x%x", kName, FUSE_WORDS_32(record.fuse));
+  LOGI("%s, [Flash Calibration] fuse_id_word 0x%x, 0x%x, 0x%x, 0x%x", kName, FUSE_WORDS_32(judgement.module));
   LOGI("%s, [Flash Calibration] Origin led_flash_white_balance.r_gain, b_gain=(%lf, %lf)", kName,
        static_cast<double>(gains.r), static_cast<double>(gains.b));
   if (!calib::is_accepted(judgement)) {

@@ -3,12 +3,11 @@
 #include <cstring>
 
 #include "awb_calibration/correction.h"
-#include "common/file.h"
 #include "correction/tuning_layout.h"
 #include "records/calibration_log.h"
 #include "records/judgement.h"
-#include "records/kernel_export.h"
 #include "records/module_identity.h"
+#include "records/record_reader.h"
 
 namespace {
 
@@ -54,62 +53,37 @@ const float* gains_at(const void* mesh) {
 
 // ---- the record -------------------------------------------------------------------------------------------
 
-constexpr calib::PerCamera kCacheFile{.main = "/data/misc/camera/lsc_cal",
-                                      .front = "/data/misc/camera/lsc_cal_front_CAM",
-                                      .sub = "/data/misc/camera/lsc_cal_sub_CAM"};
-
-constexpr calib::PerCamera kOpeningLine{.main = "Sensor_set_mesh(): LSC for MAIN CAM\n",
-                                        .front = "Sensor_set_mesh() LSC for Front CAM\n",
-                                        .sub = "Sensor_set_mesh(): LSC for Sub CAM\n"};
-
-constexpr calib::PerCamera kLoadedLine{
-    .main = "Read from file OK: /data/misc/camera/lsc_cal or /sys/android_camera_awb_cal/awb_cal",
-    .front =
-        "Read from file OK: /data/misc/camera/lsc_cal_front_CAM or /sys/android_camera_awb_cal/awb_cal_front",
-    .sub = "Read from file OK: /data/misc/camera/lsc_cal_sub_CAM or /sys/android_camera_awb_cal/awb_cal_sub"};
-
-constexpr calib::PerCamera kNowhereLine{
-    .main = "Read from file:/sys/android_camera_awb_cal/awb_cal fail",
-    .front = "Read from file:/sys/android_camera_awb_cal/awb_cal_front fail",
-    .sub = "Read from file:/sys/android_camera_awb_cal/awb_cal_sub fail"};
-
-/// The kernel's export, which is what the cache file holds as well.
-struct Image {
-  uint8_t before[calib::kExportLensShading];
-  LensShadingRecord record;
-  uint8_t after[calib::kExportSize - calib::kExportFlash];
-};
-static_assert(sizeof(Image) == calib::kExportSize);
-static_assert(offsetof(Image, record) == calib::kExportLensShading);
-
 /// 3099 alone passes: the factory tool marks its meshes with no other version.
 constexpr calib::JudgementRule kRule{
     .first_version = 3, .last_version = 3, .zero_first_fuse_word_matches_any = true};
 
-bool load(Image& image) {
+bool load(LensShadingRecord& record) {
+  using From = calib::RecordReading::From;
   // As the writers do, and unlike the other readers, this one takes an unknown selection for the main camera.
   const Camera camera = calib::camera_of_camid(get_sensor_selection());
-  LOGI("%s", kOpeningLine.of(camera));
-  if (calib::read_file(kCacheFile.of(camera), &image, sizeof image) < 0) {
-    LOGI("Read /data/misc/camera/lsc_cal fail\n");
-    if (calib::read_file(calib::kExportNode.of(camera), &image, sizeof image) < 0) {
-      LOGI("%s", kNowhereLine.of(camera));
-      return false;
-    }
+  LOG_BY_CAMERA(LOGI, camera, "Sensor_set_mesh(): LSC for MAIN CAM\n",
+                "Sensor_set_mesh() LSC for Front CAM\n", "Sensor_set_mesh(): LSC for Sub CAM\n");
+  const calib::RecordReading reading =
+      calib::read_record(calib::kLensShadingFiles, camera, &record, sizeof record);
+  if (reading.from != From::cache_file) LOGI("Read /data/misc/camera/lsc_cal fail\n");
+  if (reading.from == From::nowhere) {
+    LOG_BY_CAMERA(LOGI, camera, "Read from file:/sys/android_camera_awb_cal/awb_cal fail",
+                  "Read from file:/sys/android_camera_awb_cal/awb_cal_front fail",
+                  "Read from file:/sys/android_camera_awb_cal/awb_cal_sub fail");
+    return false;
   }
-  LOGI("%s", kLoadedLine.of(camera));
+  LOG_BY_CAMERA(
+      LOGI, camera, "Read from file OK: /data/misc/camera/lsc_cal or /sys/android_camera_awb_cal/awb_cal",
+      "Read from file OK: /data/misc/camera/lsc_cal_front_CAM or /sys/android_camera_awb_cal/awb_cal_front",
+      "Read from file OK: /data/misc/camera/lsc_cal_sub_CAM or /sys/android_camera_awb_cal/awb_cal_sub");
   return true;
 }
 
 void log_record(const LensShadingRecord& record, const calib::FuseWords& module) {
-  const auto word = [&module](size_t i) { return static_cast<uint32_t>(module[i]); };
-  LOGI("[LSC Calibration]: lsc_checksum=%lx, lsc_verify=%lx\n", static_cast<unsigned long>(record.crc),
-       static_cast<unsigned long>(record.valid_word));
+  LOGI("[LSC Calibration]: lsc_checksum=%lx, lsc_verify=%lx\n", record.crc, record.valid_word);
   LOGI(
       "[LSC Calibration]: fuseid_1=%lx,fuseid_2=%lx,fuseid_3=%lx,fuseid_4=%lx, sfuse.fuse_id_word1=%x,sfuse.fuse_id_word2=%x,sfuse.fuse_id_word3=%x,sfuse.fuse_id_word4=%x\n",
-      static_cast<unsigned long>(record.fuse[0]), static_cast<unsigned long>(record.fuse[1]),
-      static_cast<unsigned long>(record.fuse[2]), static_cast<unsigned long>(record.fuse[3]), word(0),
-      word(1), word(2), word(3));
+      record.fuse[0], record.fuse[1], record.fuse[2], record.fuse[3], FUSE_WORDS_32(module));
 }
 
 bool is_usable(const LensShadingRecord& record, const calib::FuseWords& module) {
@@ -153,13 +127,13 @@ int32_t Sensor_set_mesh(void* tuning, intptr_t /*reserved*/, float bright_ratio,
   LOGI("[LSC Calibration]: Sensor_set_mesh\n");
   LOGI("[LSC Calibration]: call awb_get_fuseid\n");
   const calib::FuseWords module = calib::module_fuse_words();
-  Image image{};
-  if (!load(image) || !is_usable(image.record, module)) return 0;
+  LensShadingRecord record{};
+  if (!load(record) || !is_usable(record, module)) return 0;
 
   auto* bytes = static_cast<uint8_t*>(tuning);
   uint8_t* first = bytes + calib::kMeshTables;
   LOGI("%s:load k chromatix %d\n", kName, static_cast<int>(calib::kMeshTableCount));
-  for (size_t k = 0; k < calib::kMeshTableCount; ++k) store(image.record, first + k * sizeof(MeshTable));
+  for (size_t k = 0; k < calib::kMeshTableCount; ++k) store(record, first + k * sizeof(MeshTable));
   // Low light first: its mesh comes from the measured gains, not from those softened for bright light.
   if (low_ratio > 0.0F) {
     LOGI("%s:interpolate low light rolloff with %f\n", kName, static_cast<double>(low_ratio));
@@ -169,7 +143,7 @@ int32_t Sensor_set_mesh(void* tuning, intptr_t /*reserved*/, float bright_ratio,
     LOGI("%s:interpolate bright light rolloff with %f\n", kName, static_cast<double>(bright_ratio));
     Sensor_mesh_interpolation(first, first, bright_ratio);
   }
-  store(image.record, bytes + calib::kFurtherMesh);
+  store(record, bytes + calib::kFurtherMesh);
   if (bright_ratio > 0.0F) {
     Sensor_mesh_interpolation(bytes + calib::kFurtherMesh, bytes + calib::kFurtherMesh, bright_ratio);
   }

@@ -1,10 +1,10 @@
 // Hands the module's measured ratios to a camera stack whose tuning carries its own golden sample.
 
 #include "awb_calibration/correction.h"
-#include "awb_calibration/factory.h"
+#include "awb_calibration/records.h"
 #include "correction/awb_record.h"
 #include "correction/flash_white_balance.h"
-#include "correction/record_check.h"
+#include "correction/judge_and_log.h"
 #include "correction/tuning_layout.h"
 #include "records/calibration_log.h"
 
@@ -49,6 +49,6 @@ void Correct_Reference_Points_qorModule(float* awb_tuning, float* module_ratio, 
   const auto judgement = calib::load_awb_record(kName, record, module, kRule);
   if (!judgement) return;
   const bool is_used = calib::is_accepted(*judgement) || calib::is_accepted_with_main_camera(record, kRule);
-  if (calib::log_verdict(is_used) && !deliver_ratios(record, awb_tuning, module_ratio)) return;
+  if (calib::log_use(is_used) && !deliver_ratios(record, awb_tuning, module_ratio)) return;
   calib::correct_flash_white_balance(awb_tuning, flash_ratio_first, flash_ratio_second, judgement->module);
 }

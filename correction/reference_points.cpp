@@ -2,7 +2,7 @@
 
 #include "awb_calibration/correction.h"
 #include "correction/awb_record.h"
-#include "correction/record_check.h"
+#include "correction/judge_and_log.h"
 #include "correction/tuning_layout.h"
 #include "records/calibration_log.h"
 #include "records/golden_sample.h"
@@ -84,7 +84,7 @@ void correct_flash_gains(float* tuning, const calib::FuseWords& module) {
   FlashRecord record{};
   if (ReadFlashForFlashCalibration(&record, sizeof record) <= 0) return;
 
-  const calib::Judgement judgement = calib::check(kName, calib::kFlashLines, record, module, kRule);
+  const calib::Judgement judgement = calib::judge_and_log(kName, calib::kFlashLines, record, module, kRule);
   if (!judgement.crc_good) return;
   float& r_gain = tuning[calib::kLedFlashWhiteBalance];
   float& b_gain = tuning[calib::kLedFlashWhiteBalance + 2];
@@ -109,6 +109,6 @@ void QOR_AWB_Calibration_Reference_Points_Correction(float* awb_tuning) {
   AwbRecord& record = calib::correction_state.reference_points;
   const auto judgement = calib::load_awb_record(kName, record, calib::module_fuse_words(), kRule);
   if (!judgement) return;
-  if (calib::log_verdict(calib::is_accepted(*judgement))) correct_reference_points(awb_tuning, record);
+  if (calib::log_use(calib::is_accepted(*judgement))) correct_reference_points(awb_tuning, record);
   correct_flash_gains(awb_tuning, judgement->module);
 }

@@ -9,6 +9,7 @@
 #include "factory/factory_state.h"
 #include "records/judgement.h"
 #include "records/module_identity.h"
+#include "records/record_files.h"
 
 constinit uint32_t QOR_AWB_Calibration_aec_ready = 0;
 
@@ -17,10 +18,6 @@ namespace {
 using calib::AecRecord;
 using calib::factory_state;
 using calib::log_module;
-
-constexpr calib::PerCamera kCacheFile{.main = "/data/misc/camera/aec_cal",
-                                      .front = "/data/misc/camera/aec_cal_front_CAM",
-                                      .sub = "/data/misc/camera/aec_cal_sub_CAM"};
 
 constexpr calib::JudgementRule kRule{
     .first_version = 0, .last_version = 3, .zero_first_fuse_word_matches_any = true};
@@ -51,7 +48,7 @@ void log_words(const AecRecord& record) {
 
 void write_cache(uint8_t camid, const AecRecord& record) {
   const calib::Camera camera = calib::camera_of_camid(camid);
-  const char* path = kCacheFile.of(camera);
+  const char* path = calib::kAecFiles.written.of(camera);
   const int fd = calib::create_replacement(path);
   if (fd < 0) {
     LOG_BY_CAMERA(PRINT_AND_LOGE, camera, "%s: create /data/misc/camera/aec_cal fail\n",

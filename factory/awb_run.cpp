@@ -13,6 +13,7 @@
 #include "records/golden_sample.h"
 #include "records/judgement.h"
 #include "records/module_identity.h"
+#include "records/record_files.h"
 
 constinit uint32_t QOR_AWB_Calibration_threshold = 1024;
 constinit uint32_t QOR_AWB_Calibration_light_source_version = 0;
@@ -47,9 +48,7 @@ constexpr RunFiles kNormalLight{
     .fail = {.main = "/data/misc/camera/awb_calibration_fail.txt",
              .front = "/data/misc/camera/awb_calibration_fail_front_CAM.txt",
              .sub = "/data/misc/camera/awb_calibration_fail_sub_CAM.txt"},
-    .cache = {.main = "/data/misc/camera/awb_cal",
-              .front = "/data/misc/camera/awb_cal_front_CAM",
-              .sub = "/data/misc/camera/awb_cal_sub_CAM"}};
+    .cache = calib::kAwbFiles.written};
 
 constexpr RunFiles kALight{
     .success = {.main = "/data/misc/camera/awb_A_light_calibration_success.txt",
@@ -58,9 +57,7 @@ constexpr RunFiles kALight{
     .fail = {.main = "/data/misc/camera/awb_A_light_calibration_fail.txt",
              .front = "/data/misc/camera/awb_A_light_calibration_fail_front_CAM.txt",
              .sub = "/data/misc/camera/awb_A_light_calibration_fail_sub_CAM.txt"},
-    .cache = {.main = "/data/misc/camera/awb_A_light_cal",
-              .front = "/data/misc/camera/awb_A_light_cal_front_CAM",
-              .sub = "/data/misc/camera/awb_A_light_cal_sub_CAM"}};
+    .cache = calib::kALightAwbFiles.written};
 
 Camera run_camera() {
   return calib::camera_of_camid(awb_get_camid());

@@ -6,6 +6,7 @@
 #include "common/file.h"
 #include "factory/factory_console.h"
 #include "records/judgement.h"
+#include "records/record_files.h"
 
 namespace {
 
@@ -16,47 +17,45 @@ using calib::log_module;
 struct Writer {
   const char* name;   ///< of the exported function; it begins most lines
   uint32_t position;  ///< in the camera's slot
-  const char* cache;  ///< of every camera but the front camera
-  const char* front_cache;
-  void (*say_cache_fails)(const char* writer);
-  void (*say_front_cache_fails)(const char* writer);
+  const calib::PerCamera& cache;
+  calib::PerCamera not_created;  ///< the line when the cache file cannot be
 };
-
-#define WRITER_LINE(LOG, line) [](const char* writer) { LOG(line, writer); }
 
 constexpr Writer kFlash{
     .name = "QOR_FLASH_Calibration_write_to_flash",
     .position = calib::kSlotFlash,
-    .cache = "/data/misc/camera/flash_cal",
-    .front_cache = "/data/misc/camera/flash_cal_front",
-    .say_cache_fails = WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_cal fail\n"),
-    .say_front_cache_fails =
-        WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_cal_front fail\n")};
+    .cache = calib::kFlashFiles.written,
+    .not_created = {
+        .main = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal fail\n",
+        .front = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal_front fail\n",
+        .sub = "QOR_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_cal fail\n"}};
 
 constexpr Writer kDualFlash{
     .name = "QOR_Dual_FLASH_Calibration_write_to_flash",
     .position = calib::kSlotDualFlash,
-    .cache = "/data/misc/camera/flash_dual_cal",
-    .front_cache = "/data/misc/camera/flash_dual_cal_front_CAM",
-    .say_cache_fails = WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_dual_cal fail\n"),
-    .say_front_cache_fails =
-        WRITER_LINE(PRINT_AND_LOGE, "%s: create /data/misc/camera/flash_dual_cal_front_CAM fail\n")};
+    .cache = calib::kDualFlashFiles.written,
+    .not_created = {
+        .main = "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal fail\n",
+        .front =
+            "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal_front_CAM fail\n",
+        .sub = "QOR_Dual_FLASH_Calibration_write_to_flash: create /data/misc/camera/flash_dual_cal fail\n"}};
 
 uint32_t offset_of(const Writer& writer, uint8_t camid) {
   return camid * calib::kSlotSize + writer.position;
 }
 
 void write_cache(const Writer& writer, uint8_t camid, const void* record, size_t size) {
-  const bool is_front = camid == 1;
-  const int fd = calib::create_replacement(is_front ? writer.front_cache : writer.cache);
+  const calib::Camera camera = calib::camera_of_camid(camid);
+  const int fd = calib::create_replacement(writer.cache.of(camera));
   if (fd < 0) {
-    (is_front ? writer.say_front_cache_fails : writer.say_cache_fails)(writer.name);
+    PRINT_AND_LOGE("%s", writer.not_created.of(camera));
     return;
   }
   LOGI("[Flash Calibration] write cabuff to /data/misc/camera/awb_cal");
   // The sub camera's record goes into the main camera's file, yet the mode is set on the front camera's.
   // Kept.
-  calib::finish_replacement(fd, record, size, camid != 0 ? writer.front_cache : writer.cache);
+  calib::finish_replacement(fd, record, size,
+                            writer.cache.of(camid != 0 ? calib::Camera::front : calib::Camera::main));
 }
 
 template <class Record>

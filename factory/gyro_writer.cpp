@@ -4,6 +4,7 @@
 #include "common/file.h"
 #include "factory/factory_console.h"
 #include "records/judgement.h"
+#include "records/record_files.h"
 
 namespace {
 
@@ -13,14 +14,13 @@ using calib::log_module;
 constexpr const char* kName = "gyro_write_calibration";
 
 void write_cache(uint8_t camid, const GyroRecord& record) {
-  const bool is_front = camid == 1;
-  const char* path =
-      is_front ? "/data/misc/camera/gyro_cal_front_qor_CAM" : "/data/misc/camera/gyro_cal_qor_CAM";
+  const calib::Camera camera = calib::camera_of_camid(camid);
+  const char* path = calib::kGyroFiles.written.of(camera);
   const int fd = calib::create_replacement(path);
   if (fd >= 0) {
     LOGE("[ISP Calibration] write isp_cabuff to /data/misc/camera/awb_cal_ISP_sub_qor_CAM");
     calib::finish_replacement(fd, &record, sizeof record, path);
-  } else if (is_front) {
+  } else if (camera == calib::Camera::front) {
     PRINT_AND_LOGE("%s: create /data/misc/camera/gyro_cal_front_qor_CAM fail\n", kName);
   } else {
     PRINT_AND_LOGE("%s: create /data/misc/camera/gyro_cal_qor_CAM fail\n", kName);

@@ -15,10 +15,6 @@ using calib::log_module;
 
 constexpr const char* kMarker = "/data/misc/camera/lsc_calibration_done.txt";
 
-void log_not_open() {
-  LOGI("[AWB Calibration] can't open /data/misc/camera/lsc_calibration_done.txt");
-}
-
 }  // namespace
 
 int32_t QOR_Init_LSC() {
@@ -32,7 +28,7 @@ void QOR_Set_LSC(const void* buffer, uint32_t length) {
   LOGI("%s\n", "QOR_Set_LSC");
   const int fd = calib::create_replacement(kMarker);
   if (fd < 0) {
-    log_not_open();
+    LOGI("[AWB Calibration] can't open /data/misc/camera/lsc_calibration_done.txt");
     return;
   }
   calib::finish_replacement(fd, buffer, length, kMarker);
@@ -44,7 +40,7 @@ int32_t QOR_Get_LSC(void* buffer, uint32_t length) {
   LOGI("%s\n", "QOR_Get_LSC");
   const ssize_t count = calib::read_file(kMarker, buffer, length);
   if (count < 0) {
-    log_not_open();
+    LOGI("[AWB Calibration] can't open /data/misc/camera/lsc_calibration_done.txt");
     return -1;
   }
   LOGI("bytes_read :%d\n", static_cast<int32_t>(count));

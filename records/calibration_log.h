@@ -11,7 +11,17 @@ extern constinit LogModule log_module;  // tag "camera_calibration"
 
 }  // namespace calib
 
-/// One line of a family that differs by camera: whole literals, with the same arguments.
+// A line stands whole where it is decided. Where several differ only in a name, they stand side by side in a
+// table, as rows of LINE and LINE_BY_CAMERA: functions that log one line, with the arguments that it takes.
+
+#define LINE(LOG, line) [](auto... args) { LOG(line, args...); }
+
+#define LINE_BY_CAMERA(LOG, main_line, front_line, sub_line)              \
+  [](::calib::Camera camera, auto... args) {                              \
+    LOG_BY_CAMERA(LOG, camera, main_line, front_line, sub_line, args...); \
+  }
+
+/// One line of three that differ by camera, with the same arguments.
 #define LOG_BY_CAMERA(LOG, camera, main_line, front_line, sub_line, ...) \
   do {                                                                   \
     switch (camera) {                                                    \

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "awb_calibration/factory.h"
+#include "awb_calibration/records.h"
 
 namespace calib {
 

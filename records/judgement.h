@@ -15,6 +15,19 @@ namespace calib {
 /// Fuse words 1 to 4, of a record or of a module. 64 bits, for the records that store them so.
 using FuseWords = std::array<uint64_t, 4>;
 
+/// Words of 32 bits, extended by zeros.
+constexpr FuseWords fuse_words(const uint32_t (&words)[4]) {
+  return {words[0], words[1], words[2], words[3]};
+}
+constexpr FuseWords fuse_words(const uint64_t (&words)[4]) {
+  return {words[0], words[1], words[2], words[3]};
+}
+
+/// The words as four arguments of a log line that shows 32 bits of each.
+#define FUSE_WORDS_32(words)                                                                               \
+  static_cast<uint32_t>((words)[0]), static_cast<uint32_t>((words)[1]), static_cast<uint32_t>((words)[2]), \
+      static_cast<uint32_t>((words)[3])
+
 /// What a record says of itself, whatever the widths of its fields.
 struct RecordClaims {
   uint64_t valid_word;
@@ -71,7 +84,7 @@ void seal(Record& record) {
 template <class Record>
 RecordClaims claims_of(const Record& record) {
   return {.valid_word = record.valid_word,
-          .fuse = {record.fuse[0], record.fuse[1], record.fuse[2], record.fuse[3]},
+          .fuse = fuse_words(record.fuse),
           .stored_crc = record.crc,
           .computed_crc = crc_of(record)};
 }

@@ -2,9 +2,8 @@
 #ifndef RECORDS_KERNEL_EXPORT_H
 #define RECORDS_KERNEL_EXPORT_H
 
-#include <algorithm>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "records/camera.h"
 #include "records/record_layouts.h"
@@ -16,13 +15,22 @@ inline constexpr PerCamera kExportNode{.main = "/sys/android_camera_awb_cal/awb_
                                        .front = "/sys/android_camera_awb_cal/awb_cal_front",
                                        .sub = "/sys/android_camera_awb_cal/awb_cal_sub"};
 
-/// Copies `length` bytes from `offset` of the image; what lies past its end is delivered as zeros.
-inline void copy_from_export(const uint8_t (&image)[kExportSize], size_t offset, void* buffer,
-                             size_t length) {
-  const size_t available = std::min(length, kExportSize - offset);
-  memcpy(buffer, image + offset, available);
-  memset(static_cast<uint8_t*>(buffer) + available, 0, length - available);
-}
+/// An export, or a cache file that is laid out like one. What the file does not hold is zeros.
+class ExportImage {
+ public:
+  /// Reads the file at `path`; false when it does not open.
+  bool read(const char* path);
+
+  /// Bytes that the file delivered.
+  size_t count() const { return count_; }
+  bool holds(size_t offset, size_t length) const { return offset + length <= count_; }
+  /// Copies `length` bytes from `offset`, zeros where that is past the image's end.
+  void copy(size_t offset, void* buffer, size_t length) const;
+
+ private:
+  uint8_t bytes_[kExportSize] = {};
+  size_t count_ = 0;
+};
 
 }  // namespace calib
 

@@ -56,12 +56,12 @@ namespace calib {
 FuseWords module_fuse_words() {
   uint32_t words[4];
   awb_get_fuseid(words);
-  return {words[0], words[1], words[2], words[3]};
+  return fuse_words(words);
 }
 
-std::array<int32_t, 4> main_camera_fuse_words() {
-  std::array<int32_t, 4> words;
-  for (size_t i = 0; i < words.size(); ++i) words[i] = static_cast<int32_t>(fuse_word(kMainFuse.word[i]));
+FuseWords main_camera_fuse_words() {
+  FuseWords words;
+  for (size_t i = 0; i < words.size(); ++i) words[i] = fuse_word(kMainFuse.word[i]);
   return words;
 }
 

@@ -2,9 +2,7 @@
 #ifndef RECORDS_MODULE_IDENTITY_H
 #define RECORDS_MODULE_IDENTITY_H
 
-#include <array>
-#include <cstdint>
-
+#include "awb_calibration/records.h"
 #include "records/camera.h"
 #include "records/judgement.h"
 
@@ -19,8 +17,8 @@ inline Camera selected_camera() {
 FuseWords module_fuse_words();
 
 /// The main camera's fuse ID whatever the selection, without a log line. The front camera's readers accept it
-/// as a second chance. Signed, as the properties are.
-std::array<int32_t, 4> main_camera_fuse_words();
+/// as a second chance.
+FuseWords main_camera_fuse_words();
 
 }  // namespace calib
 

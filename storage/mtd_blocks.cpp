@@ -49,24 +49,24 @@ ReadOutcome read_and_judge(const mtd_partition& partition, int fd, int64_t posit
                            const mtd_ecc_stats& baseline, uint8_t* destination) {
   const auto at = static_cast<unsigned long long>(position);
   if (!read_at(fd, position, destination, partition.erase_size)) {
-    (void)FAIL("mtd: read error at 0x%08llx (%s)\n", at, strerror(errno));
+    LOGE("mtd: read error at 0x%08llx (%s)\n", at, strerror(errno));
     return ReadOutcome::pass_over;
   }
   mtd_ecc_stats stats{};
   if (get_ecc_stats(fd, &stats) != 0) return ReadOutcome::give_up;
   if (stats.failed != baseline.failed) {
-    (void)FAIL("mtd: ECC errors (%d soft, %d hard) at 0x%08llx\n",
-               static_cast<int>(stats.corrected - baseline.corrected),
-               static_cast<int>(stats.failed - baseline.failed), at);
+    LOGE("mtd: ECC errors (%d soft, %d hard) at 0x%08llx\n",
+         static_cast<int>(stats.corrected - baseline.corrected),
+         static_cast<int>(stats.failed - baseline.failed), at);
     return ReadOutcome::pass_over;
   }
   const BadBlockAnswer bad = ask_bad_block(fd, position);
   if (bad.state() != BlockState::good) {
-    (void)FAIL("mtd: MEMGETBADBLOCK returned %d at 0x%08llx (errno=%d)\n", bad.answer, at, errno);
+    LOGE("mtd: MEMGETBADBLOCK returned %d at 0x%08llx (errno=%d)\n", bad.answer, at, errno);
     return ReadOutcome::pass_over;
   }
   if (is_all_zero(destination, partition.erase_size)) {
-    (void)FAIL("mtd: read all-zero block at 0x%08llx; skipping\n", at);
+    LOGE("mtd: read all-zero block at 0x%08llx; skipping\n", at);
     return ReadOutcome::pass_over;
   }
   return ReadOutcome::usable;
@@ -80,7 +80,7 @@ int32_t attempt_write(int fd, int64_t position, const uint8_t* source, uint8_t* 
     return FAIL("mtd: erase failure at 0x%08lx (%s)\n", at, strerror(errno));
   }
   if (!write_at(fd, position, source, size)) {
-    (void)FAIL("mtd: write error at 0x%08lx (%s)\n", at, strerror(errno));
+    LOGE("mtd: write error at 0x%08lx (%s)\n", at, strerror(errno));
   }
   if (!read_at(fd, position, verify, size)) {
     return FAIL("mtd: re-read error at 0x%08lx (%s)\n", at, strerror(errno));
@@ -99,7 +99,7 @@ int32_t write_with_retry(int fd, int64_t position, const uint8_t* source, uint8_
     if (attempt > 0) LOGE("mtd: wrote block after %d retries\n", attempt);
     return 0;
   }
-  (void)FAIL("mtd: skipping write block at 0x%08lx\n", static_cast<unsigned long>(position));
+  LOGE("mtd: skipping write block at 0x%08lx\n", static_cast<unsigned long>(position));
   erase_block(fd, position, size);
   return -1;
 }

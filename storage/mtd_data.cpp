@@ -22,26 +22,34 @@ int32_t cannot_open(const mtd_partition& partition) {
   return FAIL("Can't open %s\n(%s)\n", name_of(partition), strerror(errno));
 }
 
-void log_short_read(int64_t result) {
-  LOGE("mtd_read_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
+/// What a call moves: the calls differ in this, and in one letter of a line.
+enum class Extent { partition, block };
+
+uint32_t bytes_of(Extent extent, const mtd_partition& partition) {
+  return extent == Extent::partition ? partition.size : partition.erase_size;
 }
 
-void log_short_block_read(int64_t result) {
-  LOGE("mtd_read_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
+void log_short_read(Extent extent, int64_t result) {
+  if (extent == Extent::partition) {
+    LOGE("mtd_read_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
+  } else {
+    LOGE("mtd_read_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
+  }
 }
 
-void log_short_write(int64_t result) {
-  LOGE("mtd_write_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
+void log_short_write(Extent extent, int64_t result) {
+  if (extent == Extent::partition) {
+    LOGE("mtd_write_data returns %d, errno = %s", static_cast<int>(result), strerror(errno));
+  } else {
+    LOGE("mtd_write_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
+  }
 }
 
-void log_short_block_write(int64_t result) {
-  LOGE("mtd_write_data returns %u, errno = %s", static_cast<unsigned>(result), strerror(errno));
-}
-
-/// Reads the first `amount` bytes into a new buffer of the handle. A read that ends early is logged, not
+/// Reads into a new buffer of the handle. A read that ends early is logged, not
 /// refused; the rest of the buffer is then zeros or what a rejected block held.
-int32_t read_amount(mtd_data_handle* handle, uint32_t amount, void (*log_short)(int64_t)) {
+int32_t read_extent(mtd_data_handle* handle, Extent extent) {
   const mtd_partition& partition = *handle->partition;
+  const uint32_t amount = bytes_of(extent, partition);
   mtd_read_context* context = mtd_read_partition(&partition);
   if (context == nullptr) return cannot_open(partition);
   free(handle->data);
@@ -52,19 +60,20 @@ int32_t read_amount(mtd_data_handle* handle, uint32_t amount, void (*log_short)(
   }
   const int64_t result = mtd_read_data(context, handle->data, amount);
   // Against the partition's size for a single block as well: that line then shows on every larger partition.
-  if (result != partition.size) log_short(result);
+  if (result != partition.size) log_short_read(extent, result);
   mtd_read_close(context);
   return 0;
 }
 
-int32_t write_amount(const mtd_data_handle& handle, uint32_t amount, void (*log_short)(int64_t)) {
+int32_t write_extent(const mtd_data_handle& handle, Extent extent) {
   const mtd_partition& partition = *handle.partition;
+  const uint32_t amount = bytes_of(extent, partition);
   mtd_write_context* context = mtd_write_partition(&partition);
   if (context == nullptr) return cannot_open(partition);
   LOGD("trying to write length %d", static_cast<int>(amount));
   const int64_t result = mtd_write_data(context, handle.data, amount);
   if (result < int64_t{amount}) {
-    log_short(result);
+    log_short_write(extent, result);
     mtd_write_close(context);
     return -1;
   }
@@ -103,17 +112,17 @@ int32_t mtd_data_close(mtd_data_handle* handle) {
 }
 
 int32_t mtd_data_read(mtd_data_handle* handle) {
-  return can_read(handle) ? read_amount(handle, handle->partition->size, log_short_read) : -1;
+  return can_read(handle) ? read_extent(handle, Extent::partition) : -1;
 }
 
 int32_t mtd_data_read_block(mtd_data_handle* handle) {
-  return can_read(handle) ? read_amount(handle, handle->partition->erase_size, log_short_block_read) : -1;
+  return can_read(handle) ? read_extent(handle, Extent::block) : -1;
 }
 
 int32_t mtd_data_write(mtd_data_handle* handle) {
-  return can_write(handle) ? write_amount(*handle, handle->partition->size, log_short_write) : -1;
+  return can_write(handle) ? write_extent(*handle, Extent::partition) : -1;
 }
 
 int32_t mtd_data_write_block(mtd_data_handle* handle) {
-  return can_write(handle) ? write_amount(*handle, handle->partition->erase_size, log_short_block_write) : -1;
+  return can_write(handle) ? write_extent(*handle, Extent::block) : -1;
 }

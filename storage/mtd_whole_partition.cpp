@@ -36,7 +36,7 @@ int64_t move_pieces(mtd_transfer transfer, int fd, uint8_t* buffer, uint32_t pie
   int64_t moved = 0;
   for (int i = 0; i < loops; ++i) {
     if (transfer(fd, buffer + moved, piece) != ssize_t{piece}) {
-      (void)FAIL("this try also fails: %s(%d)!\n", strerror(errno), errno);
+      LOGE("this try also fails: %s(%d)!\n", strerror(errno), errno);
       break;
     }
     moved += piece;
@@ -132,7 +132,7 @@ int32_t mtd_read_partition_data(int32_t fd, uint32_t* size, void** out) {
   *out = calib::mtd::allocate_zeroed(*size);
   if (*out == nullptr) return -1;
   if (read(fd, *out, *size) == ssize_t{*size}) return 0;
-  (void)FAIL("cannot read %u bytes from partition! errno = %d", *size, errno);
+  LOGE("cannot read %u bytes from partition! errno = %d", *size, errno);
   if (errno == ENOMEM && alloc_mtd_repeat_and_do(read_piece, fd, *out, *size) == 0) return 0;
   const calib::KeepErrno keep;
   free(*out);
@@ -145,7 +145,7 @@ int32_t mtd_write_partition_data(int32_t fd, uint32_t length, const void* buffer
   if (mtd_set_partition_erase_info(fd, 0, length) < 0) return -1;
   if (lseek64(fd, 0, SEEK_SET) != 0) return -1;
   if (write(fd, buffer, length) == ssize_t{length}) return 0;
-  (void)FAIL("cannot write %u bytes to partition! errno = %d", length, errno);
+  LOGE("cannot write %u bytes to partition! errno = %d", length, errno);
   if (errno != ENOMEM) return -1;
   return alloc_mtd_repeat_and_do(write_piece, fd, const_cast<void*>(buffer), length);
 }

@@ -21,7 +21,7 @@ constexpr const char* kName = "Sensor_Check_DUAL_Calibration_Result";
 constexpr off_t kRecordInNode = calib::kAreaDualCamera - calib::kAreaDualCameraFirstForm;
 
 /// The CRC of zeros is 0: without the rule on zero checksums, a node that gives nothing would look intact.
-constexpr calib::RecordCheck kCheck{
+constexpr calib::RecordTest kTest{
     .name = kName,
     .view = {.fields = calib::RecordView::Fields::bits32,
              .fuse = offsetof(DualCameraRecord, fuse),
@@ -29,7 +29,7 @@ constexpr calib::RecordCheck kCheck{
              .covered = calib::kSealedBytes<DualCameraRecord>},
     .zero_checksum_is_bad = true,
     .lines = calib::kPlainLines,
-    .log_word = RECORD_WORD_LINE("[Calibration Record] %s: dual calibration record = 0x%x\n")};
+    .log_word = LINE(LOGI, "[Calibration Record] %s: dual calibration record = 0x%x\n")};
 
 bool read_record(DualCameraRecord& record) {
   LOGI("Read awb_cal_3D\n");
@@ -45,12 +45,11 @@ bool read_record(DualCameraRecord& record) {
 
 /// An intact, finished record is good whether it bears this module's fuse ID or not.
 bool is_good(const DualCameraRecord& record, calib::FuseWords& module) {
-  const calib::RecordClaims claims = calib::claims_at(&record, kCheck.view);
+  const calib::RecordClaims claims = calib::claims_at(&record, kTest.view);
   LOGI("%s: dual_verify(%ld) dual_fuseid(0x%lx 0x%lx 0x%lx 0x%lx)\n", kName,
-       static_cast<long>(claims.valid_word), static_cast<unsigned long>(claims.fuse[0]),
-       static_cast<unsigned long>(claims.fuse[1]), static_cast<unsigned long>(claims.fuse[2]),
-       static_cast<unsigned long>(claims.fuse[3]));
-  if ((calib::test_record(kCheck, claims, module) | calib::kBoundBit) != calib::kGoodRecord) return false;
+       static_cast<int64_t>(claims.valid_word), claims.fuse[0], claims.fuse[1], claims.fuse[2],
+       claims.fuse[3]);
+  if ((calib::test_record(kTest, claims, module) | calib::kBoundBit) != calib::kGoodRecord) return false;
   LOGI("[Calibration Record] %s: CALIBRATIONOK\n", kName);
   return true;
 }

@@ -5,13 +5,13 @@
 namespace calib {
 
 constinit const TestLines kPlainLines{
-    .checksum_good = CHECK_LINE(LOGI, "[Calibration Record] %s: check sum pass\n"),
-    .checksum_bad = CHECK_LINE(LOGE, "[Calibration Record] %s: check sum is not valid\n"),
-    .this_module = CHECK_LINE(LOGI, "[Calibration Record] %s: check fuseid success\n"),
-    .any_module = CHECK_LINE(LOGI, "[Calibration Record] %s: check fuseid = 0x0000\n"),
-    .other_module = CHECK_LINE(LOGE, "[Calibration Record] %s: check fuseid fail\n"),
-    .calibrated = CHECK_LINE(LOGI, "[Calibration Record] %s: calibration success\n"),
-    .not_calibrated = CHECK_LINE(LOGE, "[Calibration Record] %s: calibration fail\n")};
+    .checksum_good = LINE(LOGI, "[Calibration Record] %s: check sum pass\n"),
+    .checksum_bad = LINE(LOGE, "[Calibration Record] %s: check sum is not valid\n"),
+    .this_module = LINE(LOGI, "[Calibration Record] %s: check fuseid success\n"),
+    .any_module = LINE(LOGI, "[Calibration Record] %s: check fuseid = 0x0000\n"),
+    .other_module = LINE(LOGE, "[Calibration Record] %s: check fuseid fail\n"),
+    .calibrated = LINE(LOGI, "[Calibration Record] %s: calibration success\n"),
+    .not_calibrated = LINE(LOGE, "[Calibration Record] %s: calibration fail\n")};
 
 namespace {
 
@@ -21,31 +21,29 @@ uint64_t field_at(const uint8_t* bytes, RecordView::Fields fields) {
 
 /// The properties are signed 32-bit numbers: a 64-bit fuse field matches only with their sign extended.
 bool is_main_cameras(const FuseWords& fuse) {
-  const std::array<int32_t, 4> words = main_camera_fuse_words();
-  for (size_t i = 0; i < words.size(); ++i) {
-    if (fuse[i] != static_cast<uint64_t>(int64_t{words[i]})) return false;
-  }
-  return true;
+  FuseWords words = main_camera_fuse_words();
+  for (uint64_t& word : words) word = static_cast<uint64_t>(int64_t{static_cast<int32_t>(word)});
+  return fuse == words;
 }
 
-bool test_binding(const RecordCheck& check, const FuseWords& fuse, Binding binding) {
+bool test_binding(const RecordTest& test, const FuseWords& fuse, Binding binding) {
   switch (binding) {
     case Binding::this_module:
-      check.lines.this_module(check.name);
+      test.lines.this_module(test.name);
       return true;
     case Binding::any_module:
-      check.lines.any_module(check.name);
+      test.lines.any_module(test.name);
       return true;
     case Binding::other_module:
       break;
   }
-  if (check.front_camera_may_bear_main_fuse_id && selected_camera() == Camera::front &&
+  if (test.front_camera_may_bear_main_fuse_id && selected_camera() == Camera::front &&
       is_main_cameras(fuse)) {
     LOGI("[Calibration Record] %s: front camera fuseid is the same with main camera fuseid, check success\n",
-         check.name);
+         test.name);
     return true;
   }
-  check.lines.other_module(check.name);
+  test.lines.other_module(test.name);
   return false;
 }
 
@@ -57,14 +55,13 @@ bool say(bool good, TestLines::Line yes, TestLines::Line no, const char* check) 
 }  // namespace
 
 RecordClaims claims_at(const void* record, const RecordView& view) {
-  const size_t width = view.fields == RecordView::Fields::bits64 ? sizeof(uint64_t) : sizeof(uint32_t);
   const auto* bytes = static_cast<const uint8_t*>(record);
   RecordClaims claims{.valid_word = field_at(bytes, view.fields),
                       .fuse = {},
                       .stored_crc = field_at(bytes + view.checksum, view.fields),
                       .computed_crc = Crc32CheckSumByte(bytes, view.covered, 0)};
   for (size_t i = 0; i < claims.fuse.size(); ++i) {
-    claims.fuse[i] = field_at(bytes + view.fuse + i * width, view.fields);
+    claims.fuse[i] = field_at(bytes + view.fuse + i * view.width(), view.fields);
   }
   return claims;
 }
@@ -72,38 +69,58 @@ RecordClaims claims_at(const void* record, const RecordView& view) {
 FuseWords identify_module(const char* check) {
   const FuseWords module = module_fuse_words();
   LOGI("%s: get_sensor(%d) get_fuseid(0x%x 0x%x 0x%x 0x%x)\n", check, get_sensor_selection(),
-       static_cast<uint32_t>(module[0]), static_cast<uint32_t>(module[1]), static_cast<uint32_t>(module[2]),
-       static_cast<uint32_t>(module[3]));
+       FUSE_WORDS_32(module));
   return module;
 }
 
-uint32_t test_record(const RecordCheck& check, const RecordClaims& claims, FuseWords& module) {
+uint32_t test_record(const RecordTest& test, const RecordClaims& claims, FuseWords& module) {
   constexpr uint32_t kFinishedVersion = light_source_version(kFinishedValidWord);
   const Judgement judgement =
       judge(claims, module,
             {.first_version = kFinishedVersion,
              .last_version = kFinishedVersion,
-             .zero_first_fuse_word_matches_any = check.zero_first_fuse_word_matches_any});
+             .zero_first_fuse_word_matches_any = test.zero_first_fuse_word_matches_any});
   module = judgement.module;
 
-  const TestLines& lines = check.lines;
-  const bool checksum_good = judgement.crc_good && !(check.zero_checksum_is_bad && claims.stored_crc == 0);
+  const TestLines& lines = test.lines;
+  const bool checksum_good = judgement.crc_good && !(test.zero_checksum_is_bad && claims.stored_crc == 0);
   uint32_t word = 0;
-  if (say(checksum_good, lines.checksum_good, lines.checksum_bad, check.name)) word |= kChecksumBit;
-  if (test_binding(check, claims.fuse, judgement.binding)) word |= kBoundBit;
-  if (say(judgement.valid_word_good, lines.calibrated, lines.not_calibrated, check.name)) {
+  if (say(checksum_good, lines.checksum_good, lines.checksum_bad, test.name)) word |= kChecksumBit;
+  if (test_binding(test, claims.fuse, judgement.binding)) word |= kBoundBit;
+  if (say(judgement.valid_word_good, lines.calibrated, lines.not_calibrated, test.name)) {
     word |= kCalibratedBits;
   }
-  check.log_word(check.name, word);
+  test.log_word(test.name, word);
   return word;
 }
 
 void log_eight_fields(const char* check, const RecordClaims& claims, const uint8_t* record) {
   LOGI("%s: awb_verify(%ld)(0x%lx 0x%lx) awb_fuseid(0x%lx 0x%lx 0x%lx 0x%lx)\n", check,
-       static_cast<long>(claims.valid_word), record_at<unsigned long>(record + 8),
-       record_at<unsigned long>(record + 16), static_cast<unsigned long>(claims.fuse[0]),
-       static_cast<unsigned long>(claims.fuse[1]), static_cast<unsigned long>(claims.fuse[2]),
-       static_cast<unsigned long>(claims.fuse[3]));
+       static_cast<int64_t>(claims.valid_word), record_at<uint64_t>(record + 8),
+       record_at<uint64_t>(record + 16), claims.fuse[0], claims.fuse[1], claims.fuse[2], claims.fuse[3]);
+}
+
+int32_t run(const ResultCheck& check) {
+  FuseWords module = identify_module(check.test.name);
+  const Camera camera = selected_camera();
+  // Room for the longest record. What its source does not hold counts as zeros.
+  uint8_t record[sizeof(LensShadingRecord)] = {};
+  switch (read_record(check.files, camera, record, check.test.view.size()).from) {
+    case RecordReading::From::cache_file:
+      check.from_cache(camera);
+      break;
+    case RecordReading::From::kernel_export:
+      check.no_cache(camera);
+      check.from_export(camera);
+      break;
+    case RecordReading::From::nowhere:
+      check.no_cache(camera);
+      check.nowhere(camera);
+      return -1;
+  }
+  const RecordClaims claims = claims_at(record, check.test.view);
+  check.log_fields(check.test.name, claims, record);
+  return test_record(check.test, claims, module) == kGoodRecord ? 0 : -1;
 }
 
 }  // namespace calib

@@ -1,4 +1,5 @@
-// The frame of all result checks: what they look at in a record, the three tests, and the record word.
+// The frame of all result checks: where they read, what they look at in a record, the three tests, and the
+// record word.
 #ifndef VERIFY_RESULT_CHECK_H
 #define VERIFY_RESULT_CHECK_H
 
@@ -7,6 +8,7 @@
 
 #include "records/calibration_log.h"
 #include "records/judgement.h"
+#include "records/record_reader.h"
 
 namespace calib {
 
@@ -15,23 +17,21 @@ namespace calib {
 struct RecordView {
   enum class Fields : uint8_t { bits32, bits64 } fields;
   size_t fuse;       ///< the first of four fields
-  size_t checksum;   ///< one field
+  size_t checksum;   ///< one field, the last
   uint32_t covered;  ///< bytes under the checksum
+
+  constexpr size_t width() const { return fields == Fields::bits64 ? sizeof(uint64_t) : sizeof(uint32_t); }
+  constexpr size_t size() const { return checksum + width(); }
 };
 
 /// The eight 64-bit fields in which both the AWB and the flash check read their records: valid word, two
 /// values, four fuse words, checksum.
 inline constexpr RecordView kEightFields{
     .fields = RecordView::Fields::bits64, .fuse = 24, .checksum = 56, .covered = 28};
-inline constexpr size_t kEightFieldsSize = 64;
 
 RecordClaims claims_at(const void* record, const RecordView& view);
 
-/// A row of the tables below: a line whose one argument is the name of the check.
-#define CHECK_LINE(LOG, line) [](const char* check) { LOG(line, check); }
-#define RECORD_WORD_LINE(line) [](const char* check, uint32_t word) { LOGI(line, check, word); }
-
-/// What is said about each test.
+/// What is said about each test; `check` is the name of the exported function.
 struct TestLines {
   using Line = void (*)(const char* check);
   Line checksum_good;
@@ -45,7 +45,7 @@ struct TestLines {
 extern const TestLines kPlainLines;
 
 /// One kind of record and how it is tested.
-struct RecordCheck {
+struct RecordTest {
   const char* name;  ///< of the exported function; it begins most lines
   RecordView view;
   bool zero_first_fuse_word_matches_any = true;
@@ -54,12 +54,6 @@ struct RecordCheck {
   const TestLines& lines;
   void (*log_word)(const char* check, uint32_t word);
 };
-
-/// What is said when the camera's export does not open either.
-inline constexpr PerCamera kExportFails{
-    .main = "Read from file:/sys/android_camera_awb_cal/awb_cal fail",
-    .front = "Read from file:/sys/android_camera_awb_cal/awb_cal_front fail",
-    .sub = "Read from file:/sys/android_camera_awb_cal/awb_cal_sub fail"};
 
 /// Bits of the record word.
 enum RecordWord : uint32_t {
@@ -73,10 +67,31 @@ enum RecordWord : uint32_t {
 FuseWords identify_module(const char* check);
 
 /// Runs the three tests and logs them. Afterwards `module` is as the zero-word rule left it.
-uint32_t test_record(const RecordCheck& check, const RecordClaims& claims, FuseWords& module);
+uint32_t test_record(const RecordTest& test, const RecordClaims& claims, FuseWords& module);
 
 /// The field line of a record in kEightFields.
 void log_eight_fields(const char* check, const RecordClaims& claims, const uint8_t* record);
+
+/// What is said when neither the cache file nor the camera's export opens.
+inline constexpr auto kNoSource =
+    LINE_BY_CAMERA(LOGE, "Read from file:/sys/android_camera_awb_cal/awb_cal fail",
+                   "Read from file:/sys/android_camera_awb_cal/awb_cal_front fail",
+                   "Read from file:/sys/android_camera_awb_cal/awb_cal_sub fail");
+
+/// The check of one record that lies in a cache file or in the export.
+struct ResultCheck {
+  using SourceLine = void (*)(Camera camera);
+  RecordTest test;
+  const RecordFiles& files;
+  SourceLine from_cache;
+  SourceLine no_cache;
+  SourceLine from_export;
+  SourceLine nowhere = kNoSource;
+  void (*log_fields)(const char* check, const RecordClaims& claims, const uint8_t* record);
+};
+
+/// Runs the check. Returns what the exported function does: 0 or -1.
+int32_t run(const ResultCheck& check);
 
 }  // namespace calib
 

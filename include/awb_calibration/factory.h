@@ -61,10 +61,6 @@ AWB_CALIBRATION_API uint32_t awb_if_enabled(void);
 /** Sets the tolerance (percent) and the light-source version (1 to 3) of the next run. */
 AWB_CALIBRATION_API void awb_calibration_set_parm(uint32_t threshold, uint32_t light_source_version);
 
-/** Sets the golden sample's R/G and B/G for light-source versions 1, 2 and 3 (three floats each). The run and
- * the reference-point correction use it; until it is set all are 0.0, and every run is judged bad. */
-AWB_CALIBRATION_API void awb_calibration_set_GS(const float rg[3], const float bg[3]);
-
 /** One frame of a run: R/G and B/G times 1024, taken as signed.
  *
  *  The first frame creates the fail file as the verdict of a run that never ends. Ten frames are summed. Each
@@ -104,12 +100,6 @@ AWB_CALIBRATION_API uint32_t aec_is_ready(void);
  *  @return 0 when the partition has the record, else -1 */
 AWB_CALIBRATION_API int32_t aec_write_calibration(uint8_t camid, struct awb_fuse_id fuse, uint32_t gain,
                                                   uint32_t exp_time, uint32_t luma_value);
-
-/** Reads the selected camera's AEC record (36 bytes) into `buffer` of `length` bytes: from the cache file,
- * else from the kernel's export. Nothing is checked.
- *  @return bytes read from the cache file (0 for an empty one), or `length` from the export (what lies past
- * its 4000 bytes is delivered as zeros), or -1 when there is neither or `buffer` is null */
-AWB_CALIBRATION_API int32_t aec_read_calibration(uint8_t* buffer, uint32_t length);
 
 /** The settled values stored for the selected camera's module; all 0 when there is no good record of it.
  * Nothing is written if a pointer is null. */

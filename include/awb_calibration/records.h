@@ -1,9 +1,9 @@
 /** @file records.h
  *  Calibration records: which camera and module they belong to, their checksum, and the area of the
- * calibration partition where they lie.
+ *  calibration partition where they lie.
  *
  *  The record area begins at byte 0x20000 of partition "mfg" when the property "ro.pagesize" is exactly
- * "4096", else at 0x10000; it holds a slot of 4096 bytes per camera: camid 0 main, 1 front, 2 sub.
+ *  "4096", else at 0x10000; it holds a slot of 4096 bytes per camera: camid 0 main, 1 front, 2 sub.
  *
  *  All state is process-wide and unsynchronised: one call at a time.
  */
@@ -26,11 +26,11 @@ struct awb_fuse_id {
 /* ---- module identity and checksum ---- */
 
 /** Reflected CRC-32 of IEEE 802.3 (polynomial 0x04C11DB7) without its inversions: the register starts at
- * `start` and is returned as it stands. Record checksums use start 0; "123456789" then gives 0x2DFD2D88. A
- * checksum over several pieces passes the result of one piece as the start of the next.
- *  @param data   `length` bytes; may be null when `length` is 0
- *  @param length bytes
- *  @param start  0, or the checksum of the bytes before `data`
+ *  `start` and is returned as it stands. Record checksums use start 0; "123456789" then gives 0x2DFD2D88. A
+ *  checksum over several pieces passes the result of one piece as the start of the next.
+ *  @param data    `length` bytes; may be null when `length` is 0
+ *  @param length  bytes
+ *  @param start   0, or the checksum of the bytes before `data`
  *  @return the register, neither inverted nor reflected again */
 AWB_CALIBRATION_API uint32_t Crc32CheckSumByte(const void* data, uint32_t length, uint32_t start);
 
@@ -46,7 +46,7 @@ AWB_CALIBRATION_API int32_t sensor_detect(int32_t camid);
 
 /** Fills `out` (4 words) with the fuse ID of the selected camera's module, from the properties
  *  "qor.camera.sensor.<main|front|sub>_fuse1" to "..._fuse4": decimal, signed, converted in 64 bits, low 32
- * kept; 0 for a property that is absent or not a number. With a null `out` nothing happens. */
+ *  kept; 0 for a property that is absent or not a number. With a null `out` nothing happens. */
 AWB_CALIBRATION_API void awb_get_fuseid(uint32_t* out);
 
 /** Logs its argument; the fuse ID comes from the properties alone.
@@ -67,16 +67,16 @@ AWB_CALIBRATION_API uint8_t awb_get_camid(void);
  * When nothing is loaded, and with a null pointer, nothing is written. */
 
 /** Loads the AWB record.
- *  @param buffer 32 bytes
- *  @param word   the calibration tag word: 0xFF3ACA01 from the cache file, else the export's word at byte
- * 3944
+ *  @param buffer  32 bytes
+ *  @param word    the calibration tag word: 0xFF3ACA01 from the cache file, else the export's word at byte
+ *                 3944
  *  @return 1 when either source opened, else 0 */
 AWB_CALIBRATION_API int32_t ReadFlash(void* buffer, uint32_t* word);
 
 /** Loads the flash record (32 bytes; byte 3648 of the export). The front camera's cache file is
- * "flash_cal_front".
- *  @param buffer `length` bytes
- *  @param length 32 for the whole record
+ *  "flash_cal_front".
+ *  @param buffer  `length` bytes
+ *  @param length  32 for the whole record
  *  @return the bytes read from the cache file (0 when it is empty), or `length` from the export, or -1 */
 AWB_CALIBRATION_API int32_t ReadFlashForFlashCalibration(void* buffer, uint32_t length);
 
@@ -84,8 +84,17 @@ AWB_CALIBRATION_API int32_t ReadFlashForFlashCalibration(void* buffer, uint32_t 
 AWB_CALIBRATION_API int32_t ReadFlashForDualFlashCali(void* buffer, uint32_t length);
 
 /** Loads the AWB record of normal light (`a_light` 0; byte 0 of the export) or of A light (any other value;
- * byte 3784), 32 bytes, for a dual-camera pair. Arguments and result as above. */
+ *  byte 3784), 32 bytes, for a dual-camera pair. Arguments and result as above. */
 AWB_CALIBRATION_API int32_t ReadFlashForDualCam(void* buffer, uint32_t length, uint32_t a_light);
+
+/** Loads the AEC record (36 bytes; byte 3712 of the export). Arguments and result as above. */
+AWB_CALIBRATION_API int32_t aec_read_calibration(uint8_t* buffer, uint32_t length);
+
+/* ---- golden sample ---- */
+
+/** Sets the golden sample's R/G and B/G for light-source versions 1, 2 and 3 (three floats each). The run and
+ *  the reference-point correction use it; until it is set all are 0.0, and every run is judged bad. */
+AWB_CALIBRATION_API void awb_calibration_set_GS(const float rg[3], const float bg[3]);
 
 /* ---- record area ----
  * Each call reads the page size, opens the partition, does one transfer, closes it, and, if it writes, dumps
@@ -106,14 +115,14 @@ AWB_CALIBRATION_API int32_t WriteFlashOffset(const void* buffer, uint32_t length
 AWB_CALIBRATION_API int32_t WriteFlash(const void* buffer, uint32_t length);
 
 /** Writes `length` bytes of `buffer` into slot `cam_id`: at its start, or at 0xEC0 while the AWB calibration
- * run works in A light. */
+ *  run works in A light. */
 AWB_CALIBRATION_API int32_t WriteFlash_for_bayer_Cam(const void* buffer, uint32_t length, uint8_t cam_id);
 
 /** Writes `length` bytes of `buffer` at the start of the front camera's slot. */
 AWB_CALIBRATION_API int32_t WriteFlash_for_front_Cam(const void* buffer, uint32_t length);
 
 /** Dumps the first slot to the log with QOR_Show_LSC().
- *  @return 0 when the partition opened and closed, else -1: no verdict on the data */
+ *  @return 0 when the partition opened and closed, else -1; it says nothing about the data */
 AWB_CALIBRATION_API int32_t CheckFlash(void);
 
 /** Dumps `buffer` (664 bytes, any alignment) to the log: 8 64-bit words, then 150 entries of a 16-bit and an
