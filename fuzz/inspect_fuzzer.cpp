@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "inspect/errors.h"
-#include "inspect/input.h"
+#include "inspect/open_phone.h"
 #include "inspect/json_form.h"
 #include "inspect/redaction.h"
 #include "inspect/verdict.h"
@@ -29,8 +29,8 @@ constexpr const char* kKinds[] = {"",
                                   "dual_camera_payload"};
 
 void inspect(const std::string& name, const std::string& kind, const awbcal::Bytes& bytes) {
-  awbcal::Input input = awbcal::recognise(name, bytes, {.path = name, .as = kind, .base = {}, .camera = {}});
-  awbcal::judge_input(input, {{calib::Camera::main, {1, 2, 3, 4}}});
+  awbcal::Phone input = awbcal::recognise(name, bytes, {.path = name, .as = kind, .base = {}, .camera = {}});
+  awbcal::verdicts_of(input, {{calib::Camera::main, {1, 2, 3, 4}}});
   const awbcal::Packed packed = awbcal::pack_document(awbcal::show_document(input, true), {});
   if (packed.files.at(0).bytes != bytes) std::abort();
   awbcal::redact(input);

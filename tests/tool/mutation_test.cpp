@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "inspect/errors.h"
-#include "inspect/input.h"
+#include "inspect/open_phone.h"
 #include "inspect/json_form.h"
 #include "inspect/redaction.h"
 #include "inspect/verdict.h"
@@ -17,11 +17,11 @@ using support::Bytes;
 /// Everything that is done with bytes; false when they were refused with a message.
 bool survives(const std::string& name, const Bytes& bytes, const std::string& as = "") {
   try {
-    awbcal::Input input = awbcal::recognise(name, bytes, {.path = name, .as = as, .base = {}, .camera = {}});
+    awbcal::Phone input = awbcal::recognise(name, bytes, {.path = name, .as = as, .base = {}, .camera = {}});
     const awbcal::Json document = awbcal::show_document(input, true);
     const awbcal::Packed packed = awbcal::pack_document(document, {});
     EXPECT_EQ(packed.files.at(0).bytes, bytes) << name;
-    awbcal::judge_input(input, {{calib::Camera::main, {1, 2, 3, 4}}});
+    awbcal::verdicts_of(input, {{calib::Camera::main, {1, 2, 3, 4}}});
     awbcal::redact(input);
     EXPECT_EQ(input.files[0].content.bytes.size(), bytes.size());
     return true;
@@ -71,7 +71,7 @@ TEST(Mutation, APartitionCutAnywhereIsAnswered) {
 }
 
 TEST(Mutation, DamagedDocumentsAreRefusedOrPacked) {
-  const awbcal::Input input = awbcal::recognise("awb_cal", tool::awb(), {});
+  const awbcal::Phone input = awbcal::recognise("awb_cal", tool::awb(), {});
   const std::string text = awbcal::show_document(input, false).dump();
   int packed = 0;
   for (size_t at = 0; at < text.size(); ++at) {

@@ -8,7 +8,7 @@
 #include <cmath>
 
 #include "inspect/decode.h"
-#include "inspect/judge.h"
+#include "inspect/claims.h"
 #include "run/sensor_model.h"
 #include "tests/support/support.h"
 #include "text/terminal.h"
@@ -62,7 +62,7 @@ std::vector<Sample> samples() {
 }
 
 size_t passed_rules(const Sample& sample, const Bytes& bytes, const calib::FuseWords& module) {
-  const auto rules = awbcal::judge_record(awbcal::record_spec(sample.kind), bytes, module);
+  const auto rules = awbcal::rules_of(awbcal::record_spec(sample.kind), bytes, module);
   return static_cast<size_t>(
       std::count_if(rules.begin(), rules.end(), [](const auto& rule) { return rule.passed; }));
 }

@@ -8,17 +8,19 @@ namespace awbcal {
 
 namespace {
 
-const char* input_kind_text(InputKind kind) {
+const char* input_kind_text(Layout kind) {
   switch (kind) {
-    case InputKind::phone:
+    case Layout::phone:
       return "a phone's folder";
-    case InputKind::partition:
+    case Layout::partition:
       return "an image of the partition \"mfg\"";
-    case InputKind::export_image:
+    case Layout::export_image:
       return "a kernel export of one camera";
-    case InputKind::dual_camera_node:
+    case Layout::dual_camera_node:
       return "the kernel's page of dual-camera records";
-    case InputKind::record:
+    case Layout::slot:
+      return "one camera's slot of the record area";
+    default:
       break;
   }
   return "one record";
@@ -38,15 +40,15 @@ std::string record_title(const RecordSpec& spec, std::optional<calib::Camera> ca
   return camera ? fmt::format("{} camera, {}", camera_name(*camera), spec.name) : spec.name;
 }
 
-std::string place_text(const Input& input, const FoundRecord& record) {
-  return fmt::format("{}: {}, byte 0x{:x}", source_name(record.source), input.files[record.file].path,
+std::string place_text(const Phone& phone, const FoundRecord& record) {
+  return fmt::format("{}: {}, byte 0x{:x}", source_name(record.source), phone.files[record.file].path,
                      record.offset);
 }
 
-void show_input(Terminal& terminal, const Input& input) {
-  terminal.paragraph(fmt::format("{}: {}", input.name, input_kind_text(input.kind)), 0);
-  if (input.area) {
-    terminal.paragraph(fmt::format("record area at 0x{:x} ({})", input.area->base, input.area->reason));
+void show_input(Terminal& terminal, const Phone& phone) {
+  terminal.paragraph(fmt::format("{}: {}", phone.name, input_kind_text(phone.kind)), 0);
+  if (phone.area) {
+    terminal.paragraph(fmt::format("record area at 0x{:x} ({})", phone.area->base, phone.area->reason));
   }
 }
 

@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "factory/run_arithmetic.h"
-#include "inspect/input.h"
+#include "inspect/open_phone.h"
 #include "inspect/json_form.h"
 #include "text/terminal.h"
 
@@ -43,10 +43,10 @@ std::string counted(size_t count, const char* noun);
 std::string record_title(const RecordSpec& spec, std::optional<calib::Camera> camera);
 
 /// Where the record stands, for people.
-std::string place_text(const Input& input, const FoundRecord& record);
+std::string place_text(const Phone& phone, const FoundRecord& record);
 
 /// The first lines about an input: what it is, and which record area was taken.
-void show_input(Terminal& terminal, const Input& input);
+void show_input(Terminal& terminal, const Phone& phone);
 
 /// "PASS" or "FAIL", coloured.
 std::string pass_or_fail(const Terminal& terminal, bool passed);

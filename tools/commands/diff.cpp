@@ -22,8 +22,8 @@ struct DiffArguments {
 };
 
 struct Diff {
-  Input a;
-  Input b;
+  Phone a;
+  Phone b;
   std::vector<RecordPair> pairs;
 
   bool is_equal() const { return std::ranges::all_of(pairs, &RecordPair::is_equal); }
@@ -86,10 +86,10 @@ void print_diff(Terminal& terminal, const Diff& diff) {
                                : counted(different, "record") + (different == 1 ? " differs" : " differ"));
 }
 
-Json place_json(const Input& input, const FoundRecord* record) {
+Json place_json(const Phone& phone, const FoundRecord* record) {
   if (record == nullptr) return nullptr;
   return {{"source", source_name(record->source)},
-          {"file", input.files[record->file].path},
+          {"file", phone.files[record->file].path},
           {"offset", record->offset}};
 }
 
@@ -124,7 +124,7 @@ Json diff_json(const Diff& diff) {
 }
 
 int run_diff(const DiffArguments& arguments, Terminal& terminal) {
-  Diff diff{open_input(arguments.a), open_input(arguments.b), {}};
+  Diff diff{open_phone_of(arguments.a), open_phone_of(arguments.b), {}};
   diff.pairs = pair_records(diff.a, diff.b);
   if (arguments.json) {
     print_json(diff_json(diff));
@@ -139,8 +139,14 @@ int run_diff(const DiffArguments& arguments, Terminal& terminal) {
 Command add_diff(CLI::App& parent) {
   const auto arguments = std::make_shared<DiffArguments>();
   CLI::App* app = add_command(parent, "diff", "Compare two phones, images or files, field by field");
-  app->add_option("A", arguments->a.path, "First phone, image or file; - is stdin")->required();
-  app->add_option("B", arguments->b.path, "Second phone, image or file")->required();
+  app->add_option("A", arguments->a.paths, "First phone, image or file; - is stdin")
+      ->required()
+      ->expected(1)
+      ->default_str("");
+  app->add_option("B", arguments->b.paths, "Second phone, image or file")
+      ->required()
+      ->expected(1)
+      ->default_str("");
   app->add_option("--as-a", arguments->a.as, "What A is, by the names that show takes")->type_name("KIND");
   app->add_option("--as-b", arguments->b.as, "What B is, by the names that show takes")->type_name("KIND");
   add_json_option(*app, arguments->json);

@@ -32,9 +32,9 @@ void print_sources(Terminal& terminal, const Explanation& explanation) {
   table.print(terminal, 2);
 }
 
-void print_explanation(Terminal& terminal, const Input& input, calib::Camera camera,
+void print_explanation(Terminal& terminal, const Phone& phone, calib::Camera camera,
                        const Explanation& explanation) {
-  show_input(terminal, input);
+  show_input(terminal, phone);
   terminal.heading(fmt::format("{} camera: where its records come from", camera_name(camera)));
   print_sources(terminal, explanation);
   for (const LibraryCall& call : explanation.calls) {
@@ -60,9 +60,9 @@ Json call_json(const LibraryCall& call) {
   return {{"function", call.function}, {"log", std::move(lines)}};
 }
 
-Json explanation_json(const Input& input, calib::Camera camera, const Explanation& explanation) {
+Json explanation_json(const Phone& phone, calib::Camera camera, const Explanation& explanation) {
   Json document = json_document("explain");
-  document["input"] = json_of(input);
+  document["input"] = json_of(phone);
   document["camera"] = camera_name(camera);
   document["sources"] = Json::array();
   for (const SourceStory& story : explanation.sources) {
@@ -85,14 +85,14 @@ int run_explain(ExplainArguments& arguments, Terminal& terminal) {
   ExplainQuestion& question = arguments.question;
   // A file that does not name its camera is of the one that is asked for.
   if (!arguments.input.camera) arguments.input.camera = question.camera;
-  const Input input = open_input(arguments.input);
+  const Phone phone = open_phone_of(arguments.input);
   question.modules = arguments.modules;
-  question.modules.merge(modules_of(input));
-  const Explanation explanation = explain(input, question);
+  question.modules.merge(modules_of(phone));
+  const Explanation explanation = explain(phone, question);
   if (arguments.json) {
-    print_json(explanation_json(input, question.camera, explanation));
+    print_json(explanation_json(phone, question.camera, explanation));
   } else {
-    print_explanation(terminal, input, question.camera, explanation);
+    print_explanation(terminal, phone, question.camera, explanation);
   }
   return kDone;
 }

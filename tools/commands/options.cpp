@@ -102,8 +102,9 @@ CLI::App* add_command(CLI::App& parent, const char* name, const char* descriptio
 }
 
 void add_input_options(CLI::App& app, InputOptions& options) {
-  app.add_option("INPUT", options.path, "Phone folder, partition image, export or cache file; - is stdin")
-      ->required();
+  app.add_option("INPUT", options.paths, "Phone folder, image, export, cache file or archive; - is stdin")
+      ->required()
+      ->default_str("");
   app.add_option("--as", options.as, "What INPUT is: phone, partition, export, node or a kind of record")
       ->type_name("KIND");
   app.add_option("--base", options.base, "Page size that places the record area: 4k or 2k")

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "inspect/input.h"
+#include "inspect/open_phone.h"
 #include "inspect/verdict.h"
 #include "records/golden_sample.h"
 

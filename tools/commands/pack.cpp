@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <filesystem>
 #include <memory>
 
 #include "commands/commands.h"
@@ -10,8 +9,6 @@
 #include "inspect/errors.h"
 
 namespace awbcal {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -23,33 +20,28 @@ struct PackArguments {
 
 Json read_document(const std::string& path) {
   const FileContent content = read_file(path);
-  if (content.trouble) throw InputError(fmt::format("{}: is unreadable: {}", path, *content.trouble));
-  try {
-    return Json::parse(content.bytes.begin(), content.bytes.end());
-  } catch (const Json::exception& error) {
-    throw InputError(fmt::format("{}: is not JSON: {}", path, error.what()));
-  }
+  if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
+  return parse_document(text_of(content.bytes));
 }
 
-void write_folder(const Packed& packed, const PackArguments& arguments) {
-  const OutputTarget& target = arguments.output;
-  if (target.path.empty() || target.path == "-") throw InputError("a phone is a folder: say --output FOLDER");
-  check_output(target, arguments.input);
-  for (const PackedFile& file : packed.files) {
-    const fs::path path = fs::path(target.path) / file.path;
-    fs::create_directories(path.parent_path());
-    write_output({path.string(), target.force}, text_of(file.bytes), arguments.input);
+/// Every message about the document begins with its name.
+Packed packed_document(const PackArguments& arguments) {
+  try {
+    return pack_document(read_document(arguments.input), arguments.options);
+  } catch (const InputError& error) {
+    const std::string text = error.what();
+    throw InputError(text.starts_with(arguments.input) ? text : fmt::format("{}: {}", arguments.input, text));
   }
 }
 
 int pack(const PackArguments& arguments) {
-  const Packed packed = pack_document(read_document(arguments.input), arguments.options);
-  if (packed.kind == InputKind::phone) {
-    write_folder(packed, arguments);
+  const Packed packed = packed_document(arguments);
+  if (packed.kind == Layout::phone) {
+    write_folder(arguments.output, packed.files, {arguments.input});
   } else if (packed.files.size() == 1) {
-    write_output(arguments.output, text_of(packed.files[0].bytes), arguments.input);
+    write_output(arguments.output, text_of(packed.files[0].bytes), {arguments.input});
   } else {
-    throw InputError(fmt::format("{}: expected 1 file, found {}", arguments.input, packed.files.size()));
+    throw InputError(fmt::format("{}: expected one file, found {}", arguments.input, packed.files.size()));
   }
   return kDone;
 }

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <filesystem>
 #include <memory>
 
 #include "commands/commands.h"
@@ -12,8 +11,6 @@
 
 namespace awbcal {
 
-namespace fs = std::filesystem;
-
 namespace {
 
 struct RedactArguments {
@@ -21,42 +18,32 @@ struct RedactArguments {
   OutputTarget output;
 };
 
-/// The links by which the partition is found name no module.
-void copy_link(const fs::path& from, const fs::path& to) {
-  std::error_code error;
-  fs::create_directories(to.parent_path());
-  fs::remove(to, error);
-  fs::copy_symlink(from, to, error);
-  if (error) throw std::runtime_error(fmt::format("{}: cannot be written: {}", to.string(), error.message()));
-}
-
-/// Files that are not decoded may tell anything, so they are left out and named.
-void write_phone(const Input& input, const RedactArguments& arguments, Terminal& terminal) {
-  for (const InputFile& file : input.files) {
-    const fs::path from = fs::path(arguments.input.path) / file.path;
-    const fs::path to = fs::path(arguments.output.path) / file.path;
-    if (file.layout == Layout::other && fs::is_symlink(from)) {
-      copy_link(from, to);
+/// Files that are not decoded may tell anything, so they are left out and named. The links by which the partition
+/// is found name no module.
+std::vector<OutputFile> files_to_share(const Phone& phone, Terminal& terminal) {
+  std::vector<OutputFile> files;
+  for (const PhoneFile& file : phone.files) {
+    if (file.layout == Layout::other && !file.link_target.empty()) {
+      files.push_back({file.path, {}, file.link_target});
     } else if (file.layout == Layout::other || file.content.trouble) {
       terminal.paragraph(
           fmt::format("left out: {} ({})", file.path,
                       file.content.trouble ? "unreadable: " + *file.content.trouble : "not decoded"));
     } else {
-      fs::create_directories(to.parent_path());
-      write_output({to.string(), arguments.output.force}, text_of(file.content.bytes), arguments.input.path);
+      files.push_back({file.path, file.content.bytes, {}});
     }
   }
+  return files;
 }
 
 int redact_input(const RedactArguments& arguments, Terminal& terminal) {
-  check_output(arguments.output, arguments.input.path);
-  Input input = open_input(arguments.input);
-  redact(input);
-  if (input.kind == InputKind::phone) {
-    if (arguments.output.path == "-") throw InputError("a phone is a folder: say --output FOLDER");
-    write_phone(input, arguments, terminal);
+  check_output(arguments.output, arguments.input.paths);
+  Phone phone = open_phone_of(arguments.input);
+  redact(phone);
+  if (phone.kind == Layout::phone) {
+    write_folder(arguments.output, files_to_share(phone, terminal), arguments.input.paths);
   } else {
-    write_output(arguments.output, text_of(input.files[0].content.bytes), arguments.input.path);
+    write_output(arguments.output, text_of(phone.files[0].content.bytes), arguments.input.paths);
   }
   return kDone;
 }

@@ -45,14 +45,14 @@ void print_answers(Terminal& terminal, const std::vector<Answer>& answers, Accep
   if (!names.empty()) terminal.paragraph(fmt::format("{} {}", what, fmt::join(names, ", ")), 6);
 }
 
-void print_record(Terminal& terminal, const Input& input, const VerifiedRecord& verified) {
+void print_record(Terminal& terminal, const Phone& phone, const VerifiedRecord& verified) {
   const RecordVerdict& verdict = verified.verdict;
   const Finding& finding = verdict.finding;
   const bool is_good = finding.verdict == Verdict::good;
   const std::string name = verdict_name(finding.verdict);
   terminal.line(fmt::format("  {}{}{}", terminal.styled(name, is_good ? Style::good : Style::bad),
                             std::string(25 - name.size(), ' '), record_title(*verdict.spec, verdict.camera)));
-  terminal.paragraph(verdict.record != nullptr ? place_text(input, *verdict.record) : verdict.file, 6);
+  terminal.paragraph(verdict.record != nullptr ? place_text(phone, *verdict.record) : verdict.file, 6);
   terminal.paragraph(is_good ? finding.found
                              : fmt::format("rule {}: expected {}, found {}", verdict_rule(finding.verdict),
                                            finding.expected, finding.found),
@@ -88,16 +88,16 @@ std::string summary(const Verification& verification) {
   return failing == 0 ? fmt::format("{} good", good) : fmt::format("{} good, {} not", good, failing);
 }
 
-void print_verification(Terminal& terminal, const Input& input, const Modules& modules,
+void print_verification(Terminal& terminal, const Phone& phone, const Modules& modules,
                         const Verification& verification) {
-  show_input(terminal, input);
+  show_input(terminal, phone);
   for (const auto& [camera, module] : modules) {
     terminal.paragraph(fmt::format("{} module: fuse ID {:08x}", camera_name(camera), fmt::join(module, " ")));
   }
   if (modules.empty()) terminal.paragraph("modules: not known; give their fuse IDs with --fuse");
   terminal.line();
   for (const VerifiedRecord& verified : verification.records) {
-    if (!verified.verdict.is_missing()) print_record(terminal, input, verified);
+    if (!verified.verdict.is_missing()) print_record(terminal, phone, verified);
   }
   print_missing(terminal, verification, Verdict::blank);
   print_missing(terminal, verification, Verdict::absent);
@@ -107,7 +107,7 @@ void print_verification(Terminal& terminal, const Input& input, const Modules& m
 
 // ---- JSON -------------------------------------------------------------------------------------------------
 
-Json record_json(const Input& input, const VerifiedRecord& verified) {
+Json record_json(const Phone& phone, const VerifiedRecord& verified) {
   const RecordVerdict& verdict = verified.verdict;
   const Finding& finding = verdict.finding;
   Json json = {{"kind", verdict.spec->id},
@@ -120,7 +120,7 @@ Json record_json(const Input& input, const VerifiedRecord& verified) {
                {"others", verdict.others}};
   if (const FoundRecord* record = verdict.record) {
     json["source"] = source_name(record->source);
-    json["file"] = input.files[record->file].path;
+    json["file"] = phone.files[record->file].path;
     json["offset"] = record->offset;
   } else if (!verdict.file.empty()) {
     json["file"] = verdict.file;
@@ -134,28 +134,28 @@ Json record_json(const Input& input, const VerifiedRecord& verified) {
   return json;
 }
 
-Json verification_json(const Input& input, const Modules& modules, const Verification& verification) {
+Json verification_json(const Phone& phone, const Modules& modules, const Verification& verification) {
   Json document = json_document("verify");
-  document["input"] = json_of(input);
+  document["input"] = json_of(phone);
   document["modules"] = Json::object();
   for (const auto& [camera, module] : modules) document["modules"][camera_name(camera)] = module;
   document["verdicts"] = Json::array();
   for (const VerifiedRecord& verified : verification.records) {
-    document["verdicts"].push_back(record_json(input, verified));
+    document["verdicts"].push_back(record_json(phone, verified));
   }
   document["result"] = verification.passed() ? "PASS" : "FAIL";
   return document;
 }
 
 int run_verify(VerifyArguments& arguments, Terminal& terminal) {
-  const Input input = open_input(arguments.input);
+  const Phone phone = open_phone_of(arguments.input);
   Modules& modules = arguments.question.modules;
-  modules.merge(modules_of(input));
-  const Verification verification = verify(input, arguments.question);
+  modules.merge(modules_of(phone));
+  const Verification verification = verify(phone, arguments.question);
   if (arguments.json) {
-    print_json(verification_json(input, modules, verification));
+    print_json(verification_json(phone, modules, verification));
   } else {
-    print_verification(terminal, input, modules, verification);
+    print_verification(terminal, phone, modules, verification);
   }
   return verification.passed() ? kDone : kFailed;
 }

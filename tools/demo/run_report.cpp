@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <map>
 
-#include "inspect/judge.h"
+#include "inspect/claims.h"
 #include "run/verification.h"
 
 namespace awbcal {
@@ -173,7 +173,7 @@ void show_record(Terminal& terminal, phone::VirtualPhone& phone, RecordKind kind
   }
   fields.print(terminal);
   Table rules({"", "", ""});
-  for (const RuleResult& rule : judge_record(record.spec, record.bytes, module_of(phone, camera))) {
+  for (const RuleResult& rule : rules_of(record.spec, record.bytes, module_of(phone, camera))) {
     rules.row({verdict_cell(rule.passed), rule.rule, rule.why});
   }
   rules.print(terminal);
@@ -184,7 +184,7 @@ void show_records(Terminal& terminal, const phone::VirtualPhone& phone,
   Table table({"record", "camera", ">at", "", "values"});
   for (const auto& [kind, camera] : records) {
     const StoredRecord record = stored_record(phone, kind, camera);
-    const auto rules = judge_record(record.spec, record.bytes, module_of(phone, camera));
+    const auto rules = rules_of(record.spec, record.bytes, module_of(phone, camera));
     const std::string failed = failed_rules(rules);
     table.row({record.spec.name, record.spec.is_per_camera ? camera_name(camera) : "-",
                fmt::format("0x{:x}", record.partition_offset), verdict_cell(failed.empty()),

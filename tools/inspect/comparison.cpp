@@ -11,10 +11,10 @@ namespace {
 using calib::Camera;
 
 /// A file that does not name its camera is compared with what the other input calls its first.
-std::vector<std::optional<Camera>> cameras_of(const RecordSpec& spec, const Input& a, const Input& b) {
+std::vector<std::optional<Camera>> cameras_of(const RecordSpec& spec, const Phone& a, const Phone& b) {
   std::vector<std::optional<Camera>> cameras;
-  for (const Input* input : {&a, &b}) {
-    for (const FoundRecord& record : input->records) {
+  for (const Phone* phone : {&a, &b}) {
+    for (const FoundRecord& record : phone->records) {
       const bool is_known = std::find(cameras.begin(), cameras.end(), record.camera) != cameras.end();
       if (record.spec == &spec && !is_known) cameras.push_back(record.camera);
     }
@@ -24,13 +24,13 @@ std::vector<std::optional<Camera>> cameras_of(const RecordSpec& spec, const Inpu
   return cameras;
 }
 
-const FoundRecord* held_by(const Input& input, const RecordSpec& spec, std::optional<Camera> camera,
+const FoundRecord* held_by(const Phone& phone, const RecordSpec& spec, std::optional<Camera> camera,
                            std::optional<Source> source) {
   const FoundRecord* best = nullptr;
-  for (const FoundRecord& record : input.records) {
+  for (const FoundRecord& record : phone.records) {
     const bool matches = record.spec == &spec && (!record.camera || record.camera == camera) &&
                          (!source || record.source == *source);
-    if (!matches || record.bytes.empty() || is_blank_record(input, record)) continue;
+    if (!matches || record.bytes.empty() || is_blank_record(phone, record)) continue;
     if (best == nullptr || record.source < best->source) best = &record;
   }
   return best;
@@ -38,9 +38,9 @@ const FoundRecord* held_by(const Input& input, const RecordSpec& spec, std::opti
 
 }  // namespace
 
-std::vector<RecordPair> pair_records(const Input& a, const Input& b) {
+std::vector<RecordPair> pair_records(const Phone& a, const Phone& b) {
   std::vector<std::optional<Source>> sources = {std::nullopt};
-  if (a.kind == InputKind::phone && b.kind == InputKind::phone) {
+  if (a.kind == Layout::phone && b.kind == Layout::phone) {
     sources = {Source::cache, Source::kernel_export, Source::partition, Source::factory};
   }
   std::vector<RecordPair> pairs;

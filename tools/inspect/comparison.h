@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "inspect/input.h"
+#include "inspect/open_phone.h"
 
 namespace awbcal {
 
@@ -20,7 +20,7 @@ struct RecordPair {
 
 /// Of two phones, source by source; else the first source of each that holds the record. The pairs refer to the
 /// inputs' records.
-std::vector<RecordPair> pair_records(const Input& a, const Input& b);
+std::vector<RecordPair> pair_records(const Phone& a, const Phone& b);
 
 /// Both records of the pair are there.
 bool is_equal_field(const RecordPair& pair, const FieldSpec& field);

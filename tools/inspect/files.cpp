@@ -2,14 +2,18 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <stdexcept>
 
-#include "inspect/errors.h"
+#include "common/file.h"
+#include "text/printable.h"
 
 namespace awbcal {
 
@@ -23,7 +27,7 @@ bool is_stream(const fs::path& path) {
   return path.empty() || path == kStandardStream;
 }
 
-FileContent read_all(int fd) {
+FileContent read_all(int fd, size_t limit) {
   FileContent content;
   constexpr size_t kPart = 64 * 1024;
   while (true) {
@@ -34,10 +38,28 @@ FileContent read_all(int fd) {
     if (count == 0) return content;
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return {{}, std::strerror(errno)};
-    if (content.bytes.size() > kLargestFile) {
-      return {{}, fmt::format("larger than {} MiB", kLargestFile / 1024 / 1024)};
-    }
+    if (content.bytes.size() > limit) return {{}, fmt::format("larger than {} MiB", limit / 1024 / 1024)};
   }
+}
+
+/// What may keep us waiting says so after a second, so that nobody takes the tool for hung.
+void wait_for_content(int fd, const fs::path& path) {
+  struct stat status = {};
+  if (fstat(fd, &status) != 0 || S_ISREG(status.st_mode)) return;
+  pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
+  constexpr int kPatience = 1000;
+  if (poll(&waiting, 1, isatty(fd) == 1 ? 0 : kPatience) != 0) return;
+  std::fprintf(stderr, "awbcal: waiting for %s\n",
+               path == kStandardStream ? "standard input" : printable(path.string()).c_str());
+  poll(&waiting, 1, -1);
+}
+
+/// Opened without waiting for a pipe's other end, then read with waiting.
+int open_input(const fs::path& path) {
+  if (path == kStandardStream) return dup(STDIN_FILENO);
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd >= 0) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  return fd;
 }
 
 /// Whether `path` is `whole` or lies in it, links followed.
@@ -55,40 +77,147 @@ void write_stream(std::string_view bytes) {
   }
 }
 
+[[noreturn]] void cannot_write(const fs::path& path) {
+  throw std::runtime_error(fmt::format("{}: cannot be written: {}", path.string(), std::strerror(errno)));
+}
+
+mode_t allowed_mode(mode_t mode) {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return mode & ~mask;
+}
+
+bool write_all(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(fd, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(count));
+  }
+  return true;
+}
+
+/// A name in the target's folder that nobody can foresee.
+std::string unfinished_name(const fs::path& target) {
+  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  return (folder / ".awbcal-XXXXXX").string();
+}
+
+/// The file's new content under an unfinished name.
+std::string write_unfinished(const fs::path& target, std::string_view bytes) {
+  std::string name = unfinished_name(target);
+  const calib::Descriptor fd(mkostemp(name.data(), O_CLOEXEC));
+  if (!fd.is_open()) cannot_write(target);
+  constexpr mode_t kMode = 0666;
+  if (!write_all(fd.get(), bytes) || fchmod(fd.get(), allowed_mode(kMode)) != 0) {
+    const int error = errno;
+    unlink(name.c_str());
+    errno = error;
+    cannot_write(target);
+  }
+  return name;
+}
+
+void write_in_folder(const fs::path& folder, const OutputFile& file) {
+  const fs::path path = folder / file.path;
+  fs::create_directories(path.parent_path());
+  if (!file.link_target.empty()) {
+    fs::create_symlink(file.link_target, path);
+    return;
+  }
+  const std::string unfinished = write_unfinished(path, text_of(file.bytes));
+  if (rename(unfinished.c_str(), path.c_str()) != 0) cannot_write(path);
+}
+
+/// The old folder goes only after the new one stands in its place.
+void put_in_place(const std::string& unfinished, const fs::path& target) {
+  std::string old = unfinished + ".old";
+  const bool is_there = fs::exists(fs::symlink_status(target));
+  if (is_there && rename(target.c_str(), old.c_str()) != 0) cannot_write(target);
+  if (rename(unfinished.c_str(), target.c_str()) != 0) cannot_write(target);
+  if (is_there) fs::remove_all(old);
+}
+
 }  // namespace
 
-FileContent read_file(const fs::path& path) {
-  const int fd = path == kStandardStream ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return {{}, std::strerror(errno)};
-  FileContent content = read_all(fd);
-  close(fd);
-  return content;
+FileContent read_file(const fs::path& path, size_t limit) {
+  const calib::Descriptor fd(open_input(path));
+  if (!fd.is_open()) return {{}, std::strerror(errno)};
+  wait_for_content(fd.get(), path);
+  return read_all(fd.get(), limit);
 }
 
-void check_output(const OutputTarget& target, const fs::path& input) {
+FileContent read_regular_file(const fs::path& path) {
+  const calib::Descriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+  if (!fd.is_open()) return {{}, std::strerror(errno)};
+  struct stat status = {};
+  if (fstat(fd.get(), &status) != 0) return {{}, std::strerror(errno)};
+  if (!S_ISREG(status.st_mode)) return {{}, "not a regular file"};
+  return read_all(fd.get(), kLargestFile);
+}
+
+void check_output(const OutputTarget& target, const std::vector<std::string>& inputs) {
   if (is_stream(target.path)) return;
-  if (!is_stream(input) && lies_in(target.path, input)) {
-    throw InputError(fmt::format("{}: is the input or lies in it", target.path));
+  for (const std::string& input : inputs) {
+    if (!is_stream(input) && lies_in(target.path, input))
+      throw InputError(fmt::format("{}: is the input, or lies in it", target.path));
   }
-  if (!target.force && fs::symlink_status(target.path).type() != fs::file_type::not_found) {
-    throw InputError(fmt::format("{}: is there already; --force replaces it", target.path));
+  const fs::file_status status = fs::symlink_status(target.path);
+  if (status.type() == fs::file_type::not_found) return;
+  if (!target.force) throw InputError(fmt::format("{}: exists; --force replaces it", target.path));
+  if (!fs::is_regular_file(status) && !is_made_here(target.path)) {
+    throw InputError(
+        fmt::format("{}: neither a regular file nor a folder made by awbcal: not replaced", target.path));
   }
 }
 
-void write_output(const OutputTarget& target, std::string_view bytes, const fs::path& input) {
+void write_output(const OutputTarget& target, std::string_view bytes,
+                  const std::vector<std::string>& inputs) {
   if (is_stream(target.path)) return write_stream(bytes);
-  check_output(target, input);
-  const fs::path unfinished = target.path + ".unfinished";
-  std::ofstream out(unfinished, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  out.close();
-  std::error_code error;
-  if (out) fs::rename(unfinished, target.path, error);
-  if (!out || error) {
-    const std::string cause = error ? error.message() : std::strerror(errno);
-    fs::remove(unfinished, error);
-    throw std::runtime_error(fmt::format("{}: cannot be written: {}", target.path, cause));
+  check_output(target, inputs);
+  if (fs::is_directory(fs::symlink_status(target.path)))
+    throw InputError(fmt::format("{}: a folder is not replaced by a file", target.path));
+  const std::string unfinished = write_unfinished(target.path, bytes);
+  if (rename(unfinished.c_str(), target.path.c_str()) == 0) return;
+  const int error = errno;
+  unlink(unfinished.c_str());
+  errno = error;
+  cannot_write(target.path);
+}
+
+void write_folder(const OutputTarget& target, const std::vector<OutputFile>& files,
+                  const std::vector<std::string>& inputs) {
+  if (is_stream(target.path)) throw InputError("a phone needs --output FOLDER");
+  check_output(target, inputs);
+  const fs::file_status status = fs::symlink_status(target.path);
+  if (fs::exists(status) && !fs::is_directory(status))
+    throw InputError(fmt::format("{}: a file is not replaced by a folder", target.path));
+  fs::path path(target.path);
+  if (!path.has_filename()) path = path.parent_path();
+  std::string unfinished = unfinished_name(path);
+  if (mkdtemp(unfinished.data()) == nullptr) cannot_write(path);
+  try {
+    constexpr mode_t kMode = 0777;
+    chmod(unfinished.c_str(), allowed_mode(kMode));
+    for (const OutputFile& file : files) write_in_folder(unfinished, file);
+    mark_as_made_here(unfinished);
+    put_in_place(unfinished, path);
+  } catch (...) {
+    std::error_code ignored;
+    fs::remove_all(unfinished, ignored);
+    throw;
   }
+}
+
+void mark_as_made_here(const fs::path& folder) {
+  const std::string mark = (folder / kMadeHereMark).string();
+  const calib::Descriptor fd(open(mark.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (!fd.is_open()) cannot_write(mark);
+}
+
+bool is_made_here(const fs::path& folder) {
+  return fs::is_directory(fs::symlink_status(folder)) &&
+         fs::is_regular_file(fs::symlink_status(folder / kMadeHereMark));
 }
 
 }  // namespace awbcal

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "inspect/decode.h"
 #include "inspect/errors.h"
@@ -20,20 +21,39 @@ struct FileContent {
   std::optional<std::string> trouble;
 };
 
-/// "-" is standard input.
-FileContent read_file(const std::filesystem::path& path);
+/// "-" is standard input. A pipe or a terminal that delivers nothing is waited for, and that is said.
+FileContent read_file(const std::filesystem::path& path, size_t limit = kLargestFile);
+
+/// The same of a name that a stranger chose: only of a regular file, no link followed, without waiting.
+FileContent read_regular_file(const std::filesystem::path& path);
 
 struct OutputTarget {
   std::string path;    ///< empty or "-": standard output
-  bool force = false;  ///< replace what is there
+  bool force = false;  ///< replace a regular file, or a folder that write_folder() made
 };
 
-/// Creates or, with `force`, replaces the file as one step. Throws InputError when it is there already or is
-/// `input` itself, and std::runtime_error when it cannot be written.
-void write_output(const OutputTarget& target, std::string_view bytes, const std::filesystem::path& input);
+/// Throws InputError unless `target` may be created, or, with `force`, replaced, without touching an input.
+void check_output(const OutputTarget& target, const std::vector<std::string>& inputs = {});
 
-/// Throws InputError unless `target` may be created, or, with `force`, replaced, without touching `input`.
-void check_output(const OutputTarget& target, const std::filesystem::path& input);
+/// Creates or, with `force`, replaces the file as one step. Throws InputError as check_output() does, and
+/// std::runtime_error when it cannot be written.
+void write_output(const OutputTarget& target, std::string_view bytes,
+                  const std::vector<std::string>& inputs = {});
+
+struct OutputFile {
+  std::string path;  ///< in the folder
+  Bytes bytes = {};
+  std::string link_target = {};  ///< not empty: a link
+};
+
+/// The same for a folder of files.
+void write_folder(const OutputTarget& target, const std::vector<OutputFile>& files,
+                  const std::vector<std::string>& inputs = {});
+
+/// A folder that this tool made carries a mark; no other may be replaced or deleted.
+inline constexpr const char* kMadeHereMark = ".made-by-awbcal";
+void mark_as_made_here(const std::filesystem::path& folder);
+bool is_made_here(const std::filesystem::path& folder);
 
 inline std::string_view text_of(const Bytes& bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};

@@ -12,8 +12,8 @@ namespace {
 
 constexpr size_t kShortestFill = 32;
 
-const char* state_of(const Input& input, const FoundRecord& record) {
-  if (!record.bytes.empty() && is_blank_record(input, record)) return "blank";
+const char* state_of(const Phone& phone, const FoundRecord& record) {
+  if (!record.bytes.empty() && is_blank_record(phone, record)) return "blank";
   return record.is_truncated() ? "truncated" : "present";
 }
 
@@ -34,12 +34,12 @@ Json meanings_json(const FoundRecord& record) {
   return meanings;
 }
 
-Json record_json(const Input& input, const FoundRecord& record, bool raw) {
-  const std::string state = state_of(input, record);
+Json record_json(const Phone& phone, const FoundRecord& record, bool raw) {
+  const std::string state = state_of(phone, record);
   Json json = {{"kind", record.spec->id},
                {"camera", json_of(record.camera)},
                {"source", source_name(record.source)},
-               {"file", input.files[record.file].path},
+               {"file", phone.files[record.file].path},
                {"offset", record.offset},
                {"size", record.bytes.size()},
                {"state", state}};
@@ -47,16 +47,16 @@ Json record_json(const Input& input, const FoundRecord& record, bool raw) {
     json["fields"] = fields_json(record);
     json["meanings"] = meanings_json(record);
   }
-  if (const FoundRecord* owner = good_overlap(input, record)) json["overwritten_by"] = owner->spec->id;
+  if (const FoundRecord* owner = good_overlap(phone, record)) json["overwritten_by"] = owner->spec->id;
   if (raw) json["raw"] = hex(record.bytes);
   return json;
 }
 
 /// Which bytes of the file the records' fields give.
-std::vector<bool> given_by_fields(const Input& input, size_t file) {
-  std::vector<bool> given(input.files[file].content.bytes.size());
-  for (const FoundRecord& record : input.records) {
-    if (record.file != file || is_blank_record(input, record)) continue;
+std::vector<bool> given_by_fields(const Phone& phone, size_t file) {
+  std::vector<bool> given(phone.files[file].content.bytes.size());
+  for (const FoundRecord& record : phone.records) {
+    if (record.file != file || is_blank_record(phone, record)) continue;
     for (const FieldSpec& field : record.spec->fields) {
       if (!fits(field, record.bytes.size())) continue;
       const auto first = given.begin() + static_cast<std::ptrdiff_t>(record.offset + field.offset);
@@ -87,9 +87,9 @@ void add_runs(Json& rest, const Bytes& bytes, size_t begin, size_t end) {
   add_plain(end);
 }
 
-Json rest_json(const Input& input, size_t file) {
-  const Bytes& bytes = input.files[file].content.bytes;
-  const std::vector<bool> given = given_by_fields(input, file);
+Json rest_json(const Phone& phone, size_t file) {
+  const Bytes& bytes = phone.files[file].content.bytes;
+  const std::vector<bool> given = given_by_fields(phone, file);
   Json rest = Json::array();
   for (size_t at = 0; at < bytes.size();) {
     size_t end = at;
@@ -106,8 +106,8 @@ bool is_plain_text(const Bytes& bytes) {
   });
 }
 
-Json file_json(const Input& input, size_t index) {
-  const InputFile& file = input.files[index];
+Json file_json(const Phone& phone, size_t index) {
+  const PhoneFile& file = phone.files[index];
   Json json = {{"path", file.path}, {"layout", layout_name(file.layout)}};
   if (file.content.trouble) {
     json["unreadable"] = *file.content.trouble;
@@ -118,7 +118,7 @@ Json file_json(const Input& input, size_t index) {
   if (is_text && is_plain_text(file.content.bytes)) {
     json["text"] = text_of(file.content.bytes);
   } else {
-    json["rest"] = rest_json(input, index);
+    json["rest"] = rest_json(phone, index);
   }
   return json;
 }
@@ -133,14 +133,14 @@ Json json_of(std::optional<calib::Camera> camera) {
   return camera ? Json(camera_name(*camera)) : Json(nullptr);
 }
 
-Json json_of(const Input& input) {
-  Json json = {{"name", input.name}, {"kind", input_kind_name(input.kind)}};
-  if (input.area) json["record_area"] = {{"base", input.area->base}, {"reason", input.area->reason}};
+Json json_of(const Phone& phone) {
+  Json json = {{"name", phone.name}, {"kind", layout_name(phone.kind)}};
+  if (phone.area) json["record_area"] = {{"base", phone.area->base}, {"reason", phone.area->reason}};
   return json;
 }
 
 std::string text_of(const Json& document) {
-  return document.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+  return document.dump(1, ' ', true, Json::error_handler_t::replace) + "\n";
 }
 
 std::string field_id(const FieldSpec& field) {
@@ -163,15 +163,15 @@ Json field_json(std::span<const uint8_t> record, const FieldSpec& field) {
   return value;
 }
 
-Json show_document(const Input& input, bool raw) {
+Json show_document(const Phone& phone, bool raw) {
   Json document = json_document("show");
-  document["input"] = json_of(input);
+  document["input"] = json_of(phone);
   document["records"] = Json::array();
-  for (const FoundRecord& record : input.records)
-    document["records"].push_back(record_json(input, record, raw));
+  for (const FoundRecord& record : phone.records)
+    document["records"].push_back(record_json(phone, record, raw));
   document["files"] = Json::array();
-  for (size_t file = 0; file < input.files.size(); ++file) {
-    if (input.files[file].layout != Layout::other) document["files"].push_back(file_json(input, file));
+  for (size_t file = 0; file < phone.files.size(); ++file) {
+    if (phone.files[file].layout != Layout::other) document["files"].push_back(file_json(phone, file));
   }
   return document;
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "inspect/errors.h"
-#include "inspect/input.h"
+#include "inspect/phone.h"
 
 namespace awbcal {
 
@@ -18,7 +18,7 @@ inline constexpr int kJsonVersion = 1;
 
 /// What every document begins with.
 Json json_document(const char* command);
-Json json_of(const Input& input);  ///< name, kind and record area
+Json json_of(const Phone& phone);  ///< name, kind and record area
 Json json_of(std::optional<calib::Camera> camera);
 
 /// One line end after it; bytes that are not UTF-8 are replaced.
@@ -31,22 +31,20 @@ std::string field_id(const FieldSpec& field);
 Json field_json(std::span<const uint8_t> record, const FieldSpec& field);
 
 /// The document of `awbcal show`. With `raw`, each record has its bytes as well.
-Json show_document(const Input& input, bool raw);
-
-struct PackedFile {
-  std::string path;
-  Bytes bytes;
-};
+Json show_document(const Phone& phone, bool raw);
 
 struct Packed {
-  InputKind kind;
-  std::vector<PackedFile> files;
+  Layout kind;
+  std::vector<OutputFile> files;
 };
 
 struct PackOptions {
   bool seal = false;
   std::string seal_kind;  ///< only records of this kind; empty: all
 };
+
+/// A text as JSON. Throws InputError for what is none, or nested too deep to be one of ours.
+Json parse_document(std::string_view text);
 
 /// The bytes that a document of `awbcal show` stands for. Throws InputError for what is no such document.
 Packed pack_document(const Json& document, const PackOptions& options);

@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 
-#include "inspect/judge.h"
-#include "inspect/verdict.h"
+#include "inspect/claims.h"
 
 namespace awbcal {
 
@@ -16,108 +16,157 @@ constexpr uint32_t kSign = 0x80000000;
 /// Smaller words stand for too much else to be taken for a fuse word wherever they are.
 constexpr uint32_t kSmallestTelling = 0x10000;
 
-class Redactor {
- public:
-  explicit Redactor(Input& input) : input_(input) {
-    for (const InputFile& file : input.files) touched_.emplace_back(file.content.bytes.size());
-  }
-
-  void run() {
-    for (const FoundRecord& record : input_.records) redact_record(record);
-    for (InputFile& file : input_.files) redact_lines(file);
-    for (size_t file = 0; file < input_.files.size(); ++file) sweep(file);
-    for (const FoundRecord& record : input_.records) seal(record);
-    for (const FoundRecord& record : input_.records) follow_owner(record);
-  }
-
- private:
-  std::span<uint8_t> bytes_at(const FoundRecord& record) {
-    return std::span(input_.files[record.file].content.bytes).subspan(record.offset, record.bytes.size());
-  }
-
-  void redact_lines(InputFile& file) {
-    if (file.layout != Layout::text && file.layout != Layout::properties) return;
-    const std::string text = redact_text(text_of(file.content.bytes), map_);
-    file.content.bytes.assign(text.begin(), text.end());
-  }
-
-  void redact_record(const FoundRecord& record) {
-    if (record.bytes.empty() || is_blank_record(input_, record)) return;
-    const FoundRecord* owner = good_overlap(input_, record);
-    for (const FieldSpec& field : record.spec->fields) {
-      if (field.kind != FieldKind::fuse_word || !fits(field, record.bytes.size())) continue;
-      if (owner == nullptr || !is_shared(record, *owner, field)) redact_field(record, field);
-    }
-  }
-
-  /// Bytes that another record has written over are its own, whatever they would mean here.
-  static bool is_shared(const FoundRecord& record, const FoundRecord& owner, const FieldSpec& field) {
-    const size_t shared = record.spec->offset.value() < owner.spec->offset.value()
-                              ? owner.spec->offset.value() - record.spec->offset.value()
-                              : 0;
-    const size_t end = shared != 0
-                           ? record.spec->size
-                           : owner.spec->offset.value() + owner.spec->size - record.spec->offset.value();
-    return field.offset < end && field.offset + field.width > shared;
-  }
-
-  void redact_field(const FoundRecord& record, const FieldSpec& field) {
-    const uint64_t value = field_value(record.bytes, field);
-    const auto high = static_cast<uint32_t>(value >> 32);
-    const uint32_t low = map_.replacement(static_cast<uint32_t>(value));
-    // An extended sign is no part of the word.
-    const uint32_t new_high = high == UINT32_MAX ? high : map_.replacement(high);
-    set_field_value(bytes_at(record), field, uint64_t{new_high} << 32 | low);
-    touch(record.file, record.offset + field.offset, field.width);
-  }
-
-  void touch(size_t file, uint64_t offset, size_t size) {
-    const auto first = touched_[file].begin() + static_cast<std::ptrdiff_t>(offset);
-    std::fill(first, first + static_cast<std::ptrdiff_t>(size), true);
-  }
-
-  /// Copies of the words where no record is: old blocks, payloads, other files.
-  void sweep(size_t index) {
-    InputFile& file = input_.files[index];
-    if (file.layout == Layout::text || file.layout == Layout::properties) return;
-    Bytes& bytes = file.content.bytes;
-    const FieldSpec word{0, sizeof(uint32_t), FieldKind::number, ""};
-    for (size_t at = 0; at + sizeof(uint32_t) <= bytes.size(); ++at) {
-      const auto here = std::span(bytes).subspan(at, sizeof(uint32_t));
-      const auto value = static_cast<uint32_t>(field_value(here, word));
-      if (value < kSmallestTelling || value == UINT32_MAX || touched_[index][at] || touched_[index][at + 3])
-        continue;
-      const auto replacement = map_.known(value);
-      if (!replacement) continue;
-      set_field_value(here, word, *replacement);
-      touch(index, at, sizeof(uint32_t));
-    }
-  }
-
-  void seal(const FoundRecord& record) {
-    const FieldSpec* crc = field_of_kind(*record.spec, FieldKind::crc);
-    if (crc == nullptr || record.is_truncated() || is_blank(record.bytes)) return;
-    if (!claims_of(*record.spec, record.bytes).has_good_crc()) return;
-    const std::span<uint8_t> bytes = bytes_at(record);
-    set_field_value(bytes, *crc, crc_for(*crc, bytes));
-  }
-
-  /// The kernel's export has the bytes that two records share twice.
-  void follow_owner(const FoundRecord& record) {
-    const FoundRecord* owner = good_overlap(input_, record);
-    if (owner == nullptr) return;
-    const std::span<uint8_t> mine = bytes_at(record);
-    const std::span<uint8_t> theirs = bytes_at(*owner);
-    for (size_t i = 0; i < mine.size(); ++i) {
-      const size_t at = i + *record.spec->offset - *owner->spec->offset;
-      if (at < theirs.size()) mine[i] = theirs[at];
-    }
-  }
-
-  Input& input_;
-  FuseMap map_;
-  std::vector<std::vector<bool>> touched_;
+/// The phone under work: its new bytes, and which of them were replaced.
+struct Redaction {
+  Phone& phone;
+  FuseMap map = {};
+  std::vector<std::vector<bool>> touched = {};
+  std::set<std::string> values = {};  ///< of properties that identify the device or its owner
 };
+
+std::span<uint8_t> bytes_at(Redaction& work, const FoundRecord& record) {
+  return std::span(work.phone.files[record.file].content.bytes).subspan(record.offset, record.bytes.size());
+}
+
+void touch(Redaction& work, size_t file, uint64_t offset, size_t size) {
+  const auto first = work.touched[file].begin() + static_cast<std::ptrdiff_t>(offset);
+  std::fill(first, first + static_cast<std::ptrdiff_t>(size), true);
+}
+
+/// Bytes that another record has written over are its own, whatever they would mean here.
+bool is_shared(const FoundRecord& record, const FoundRecord& owner, const FieldSpec& field) {
+  const size_t shared = record.spec->offset.value() < owner.spec->offset.value()
+                            ? owner.spec->offset.value() - record.spec->offset.value()
+                            : 0;
+  const size_t end = shared != 0
+                         ? record.spec->size
+                         : owner.spec->offset.value() + owner.spec->size - record.spec->offset.value();
+  return field.offset < end && field.offset + field.width > shared;
+}
+
+void redact_field(Redaction& work, const FoundRecord& record, const FieldSpec& field) {
+  const uint64_t value = field_value(record.bytes, field);
+  const auto high = static_cast<uint32_t>(value >> 32);
+  const uint32_t low = work.map.replacement(static_cast<uint32_t>(value));
+  // An extended sign is no part of the word.
+  const uint32_t new_high = high == UINT32_MAX ? high : work.map.replacement(high);
+  set_field_value(bytes_at(work, record), field, uint64_t{new_high} << 32 | low);
+  touch(work, record.file, record.offset + field.offset, field.width);
+}
+
+void redact_record(Redaction& work, const FoundRecord& record) {
+  if (record.bytes.empty() || is_blank_record(work.phone, record)) return;
+  const FoundRecord* owner = good_overlap(work.phone, record);
+  for (const FieldSpec& field : record.spec->fields) {
+    if (field.kind != FieldKind::fuse_word || !fits(field, record.bytes.size())) continue;
+    if (owner == nullptr || !is_shared(record, *owner, field)) redact_field(work, record, field);
+  }
+}
+
+bool is_text(const PhoneFile& file) {
+  return file.layout == Layout::text || file.layout == Layout::properties;
+}
+
+void redact_lines(Redaction& work, PhoneFile& file) {
+  if (!is_text(file)) return;
+  const std::string text = redact_text(text_of(file.content.bytes), work.map, work.values);
+  file.content.bytes.assign(text.begin(), text.end());
+}
+
+/// Copies of the words where no record is: old blocks, payloads, other files.
+void sweep(Redaction& work, size_t index) {
+  PhoneFile& file = work.phone.files[index];
+  if (is_text(file)) return;
+  Bytes& bytes = file.content.bytes;
+  const std::vector<bool>& touched = work.touched[index];
+  const FieldSpec word{0, sizeof(uint32_t), FieldKind::number, ""};
+  for (size_t at = 0; at + sizeof(uint32_t) <= bytes.size(); ++at) {
+    const auto here = std::span(bytes).subspan(at, sizeof(uint32_t));
+    const auto value = static_cast<uint32_t>(field_value(here, word));
+    if (value < kSmallestTelling || value == UINT32_MAX || touched[at] || touched[at + 3]) continue;
+    const auto replacement = work.map.known(value);
+    if (!replacement) continue;
+    set_field_value(here, word, *replacement);
+    touch(work, index, at, sizeof(uint32_t));
+  }
+}
+
+void seal(Redaction& work, const FoundRecord& record) {
+  const FieldSpec* crc = field_of_kind(*record.spec, FieldKind::crc);
+  if (crc == nullptr || record.is_truncated() || is_blank(record.bytes)) return;
+  if (!claims_of(*record.spec, record.bytes).has_good_crc()) return;
+  const std::span<uint8_t> bytes = bytes_at(work, record);
+  set_field_value(bytes, *crc, crc_for(*crc, bytes));
+}
+
+/// The kernel's export has the bytes that two records share twice.
+void follow_owner(Redaction& work, const FoundRecord& record) {
+  const FoundRecord* owner = good_overlap(work.phone, record);
+  if (owner == nullptr) return;
+  const std::span<uint8_t> mine = bytes_at(work, record);
+  const std::span<uint8_t> theirs = bytes_at(work, *owner);
+  for (size_t i = 0; i < mine.size(); ++i) {
+    const size_t at = i + *record.spec->offset - *owner->spec->offset;
+    if (at < theirs.size()) mine[i] = theirs[at];
+  }
+}
+
+// ---- properties of the device and its owner ---------------------------------------------------------------
+
+bool is_identifying(const std::string& name) {
+  constexpr const char* kParts[] = {"serial",   "imei",       "meid",      "imsi",    "iccid",
+                                    "msisdn",   "mac",        "bdaddr",    "btaddr",  "bluetooth",
+                                    "hostname", "android_id", "device_id", "deviceid"};
+  std::string lower;
+  for (const char c : name) lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return std::any_of(std::begin(kParts), std::end(kParts),
+                     [&](const char* part) { return lower.find(part) != std::string::npos; });
+}
+
+/// Whether a text has the form of a network address or of an IMEI.
+bool looks_identifying(const std::string& value) {
+  constexpr size_t kImei = 15;
+  constexpr size_t kAddress = 17;
+  const auto digits =
+      std::count_if(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
+  const auto hex_digits =
+      std::count_if(value.begin(), value.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });
+  const auto colons = std::count(value.begin(), value.end(), ':');
+  return (value.size() == kImei && digits == static_cast<std::ptrdiff_t>(kImei)) ||
+         (value.size() == kAddress && colons == 5 && hex_digits == 12);
+}
+
+/// "unknown", "0" and a switch's "true" identify nobody, and as parts of other texts they would be everywhere.
+bool can_identify(const std::string& value) {
+  constexpr size_t kShortest = 6;
+  return value.size() >= kShortest &&
+         std::any_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
+}
+
+std::map<std::string, std::string> identifying_properties(const Phone& phone) {
+  std::map<std::string, std::string> found;
+  if (!phone.properties) return found;
+  for (const auto& [name, value] : *phone.properties) {
+    if ((is_identifying(name) && can_identify(value)) || looks_identifying(value)) found.emplace(name, value);
+  }
+  return found;
+}
+
+/// As long as before and of the same look, without its meaning.
+std::string without_meaning(std::string text) {
+  for (char& c : text) {
+    if (std::isalnum(static_cast<unsigned char>(c)) != 0) c = '0';
+  }
+  return text;
+}
+
+std::string redact_values(std::string line, const std::set<std::string>& values) {
+  for (const std::string& value : values) {
+    for (size_t at = 0; (at = line.find(value, at)) != std::string::npos; at += value.size())
+      line.replace(at, value.size(), without_meaning(value));
+  }
+  return line;
+}
 
 // ---- text -------------------------------------------------------------------------------------------------
 
@@ -183,13 +232,13 @@ std::optional<uint32_t> FuseMap::known(uint32_t word) const {
   return found == words_.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::string redact_text(std::string_view text, FuseMap& map) {
+std::string redact_text(std::string_view text, FuseMap& map, const std::set<std::string>& values) {
   std::string result;
   while (!text.empty()) {
     const size_t end = text.find('\n');
     const std::string line(text.substr(0, end));
     const auto fuse_line = redact_fuse_line(line, map);
-    result += fuse_line ? *fuse_line : redact_numbers(line, map);
+    result += fuse_line ? *fuse_line : redact_numbers(redact_values(line, values), map);
     if (end == std::string_view::npos) break;
     result += '\n';
     text.remove_prefix(end + 1);
@@ -197,8 +246,43 @@ std::string redact_text(std::string_view text, FuseMap& map) {
   return result;
 }
 
-void redact(Input& input) {
-  Redactor(input).run();
+void redact(Phone& phone) {
+  Redaction work{.phone = phone};
+  for (const auto& [name, value] : identifying_properties(phone)) work.values.insert(value);
+  for (const PhoneFile& file : phone.files) work.touched.emplace_back(file.content.bytes.size());
+  for (const FoundRecord& record : phone.records) redact_record(work, record);
+  for (PhoneFile& file : phone.files) redact_lines(work, file);
+  for (size_t file = 0; file < phone.files.size(); ++file) sweep(work, file);
+  for (const FoundRecord& record : phone.records) seal(work, record);
+  for (const FoundRecord& record : phone.records) follow_owner(work, record);
+}
+
+std::vector<Trace> traces_in(const Phone& phone) {
+  std::vector<Trace> traces;
+  for (const FoundRecord& record : phone.records) {
+    if (record.bytes.empty() || is_blank_record(phone, record)) continue;
+    const std::string& file = phone.files[record.file].path;
+    if (field_of_kind(*record.spec, FieldKind::fuse_word) != nullptr)
+      traces.push_back({file, fmt::format("fuse ID of the {}", record.spec->name), true});
+    if (field_of_kind(*record.spec, FieldKind::payload) != nullptr)
+      traces.push_back({file, fmt::format("payload of the {}", record.spec->name), false});
+  }
+  const std::map<std::string, std::string> properties = identifying_properties(phone);
+  for (const PhoneFile& file : phone.files) {
+    const std::string_view text = text_of(file.content.bytes);
+    if (file.content.trouble) {
+      traces.push_back({file.path, "unreadable: " + *file.content.trouble, false});
+    } else if (file.layout == Layout::other && file.link_target.empty()) {
+      traces.push_back({file.path, "not decoded: may hold anything", false});
+    } else if (is_text(file)) {
+      for (const auto& [name, value] : properties) {
+        if (text.find(name) != std::string_view::npos) traces.push_back({file.path, name, true});
+      }
+      if (text.find("_fuse") != std::string_view::npos || text.find("Fuse_ID[") != std::string_view::npos)
+        traces.push_back({file.path, "fuse IDs", true});
+    }
+  }
+  return traces;
 }
 
 }  // namespace awbcal

@@ -1,12 +1,14 @@
-// Fuse IDs replaced by others of no meaning, so that what is left can be shared. Zero words stay zero, others
-// stay other than zero, equal ones stay equal, and a checksum that was good is good again.
+// What identifies a module, a device or a person replaced by what has no meaning, so that the rest can be shared.
+// Of fuse words zero ones stay zero, others stay other than zero, equal ones stay equal, and a checksum that was
+// good is good again.
 #ifndef INSPECT_REDACTION_H
 #define INSPECT_REDACTION_H
 
 #include <map>
+#include <set>
 #include <string>
 
-#include "inspect/input.h"
+#include "inspect/phone.h"
 
 namespace awbcal {
 
@@ -21,11 +23,21 @@ class FuseMap {
   std::map<uint32_t, uint32_t> words_;
 };
 
-/// Replaces the bytes of the input's files; its records are then those of before, not looked for again.
-void redact(Input& input);
+/// Something in a phone's files that may identify a module, a device or a person.
+struct Trace {
+  std::string file;
+  std::string what;
+  bool is_replaced;  ///< by redact(); otherwise it is left as it is, or the whole file is left out
+};
 
-/// The lines of a property file or a report with their fuse words replaced.
-std::string redact_text(std::string_view text, FuseMap& map);
+std::vector<Trace> traces_in(const Phone& phone);
+
+/// Replaces the bytes of the phone's files; its records are then those of before, not looked for again.
+void redact(Phone& phone);
+
+/// The lines of a property file or a report with their fuse words, serial numbers, IMEIs and addresses replaced.
+/// `values` are those of such properties anywhere in the phone.
+std::string redact_text(std::string_view text, FuseMap& map, const std::set<std::string>& values = {});
 
 }  // namespace awbcal
 

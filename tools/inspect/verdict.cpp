@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 
+#include "inspect/claims.h"
 #include "records/record_layouts.h"
 
 namespace awbcal {
@@ -20,52 +20,23 @@ struct VerdictText {
 };
 
 /// In the order of Verdict.
-constexpr std::array<VerdictText, 9> kVerdicts = {{{"good", "record.good"},
-                                                   {"absent", "record.present"},
-                                                   {"blank", "record.written"},
-                                                   {"bad CRC", "record.crc"},
-                                                   {"wrong module", "record.module"},
-                                                   {"judged out of tolerance", "record.tolerance"},
-                                                   {"unknown version", "record.version"},
-                                                   {"truncated", "record.length"},
-                                                   {"unreadable", "record.readable"}}};
-
-/// As the library converts the text: decimal, in 64 bits, its low 32 kept.
-uint32_t fuse_word_of(const std::string& text) {
-  return static_cast<uint32_t>(std::strtoll(text.c_str(), nullptr, 10));
-}
+constexpr std::array<VerdictText, 11> kVerdicts = {{{"good", "record.good"},
+                                                    {"absent", "record.present"},
+                                                    {"blank", "record.written"},
+                                                    {"bad CRC", "record.crc"},
+                                                    {"wrong module", "record.module"},
+                                                    {"judged out of tolerance", "record.tolerance"},
+                                                    {"unknown version", "record.version"},
+                                                    {"truncated", "record.length"},
+                                                    {"unreadable", "record.readable"},
+                                                    {"overwritten", "record.overlap"},
+                                                    {"hidden", "record.reachable"}}};
 
 std::string fuse_text(const calib::FuseWords& words) {
   return fmt::format("{:08x} {:08x} {:08x} {:08x}", words[0], words[1], words[2], words[3]);
 }
 
-/// The bytes of [offset, offset + size) of the record's slot that the kinds share.
-constexpr size_t kShared = calib::kSlotGyro + sizeof(calib::GyroRecord) - calib::kSlotALightAwb;
-
-bool overlaps(const RecordSpec& spec) {
-  return spec.kind == RecordKind::gyro || spec.kind == RecordKind::a_light_awb;
-}
-
-/// The kernel copies both records out of the slot as they lie there, so its export shows the overlap too.
-const FoundRecord* overlap_partner(const Input& input, const FoundRecord& record) {
-  const bool from_slot = record.source == Source::partition || record.source == Source::kernel_export ||
-                         input.kind == InputKind::partition || input.kind == InputKind::export_image;
-  if (!overlaps(*record.spec) || !from_slot) return nullptr;
-  const RecordKind other = record.spec->kind == RecordKind::gyro ? RecordKind::a_light_awb : RecordKind::gyro;
-  return input.find(record_spec(other), record.camera, record.source);
-}
-
-std::span<const uint8_t> unshared(const FoundRecord& record) {
-  const std::span<const uint8_t> bytes = record.bytes;
-  return record.spec->kind == RecordKind::gyro ? bytes.first(bytes.size() - kShared) : bytes.subspan(kShared);
-}
-
-bool is_good_alone(const FoundRecord& record) {
-  return !record.is_truncated() && !is_blank(record.bytes) &&
-         claims_of(*record.spec, record.bytes).has_good_crc();
-}
-
-Finding judge_version(const RecordSpec& spec, uint64_t valid_word) {
+Finding verdict_on_version(const RecordSpec& spec, uint64_t valid_word) {
   const uint64_t version = valid_word / calib::kVersionUnit;
   const bool is_known = version >= 1 && version <= spec.rule.last_version;
   if (spec.is_judged && is_known && valid_word % calib::kVersionUnit == 0) {
@@ -89,7 +60,7 @@ bool bears_main_camera(const RecordSpec& spec, const FoundRecord& record, const 
   return calib::judge(claims.words, main->second, rule).is_bound();
 }
 
-Finding judge_module(const FoundRecord& record, const Claims& claims, const Modules& modules) {
+Finding verdict_on_module(const FoundRecord& record, const Claims& claims, const Modules& modules) {
   const RecordSpec& spec = *record.spec;
   // The one record of the phone is the main camera's module's.
   const auto module = modules.find(record.camera.value_or(Camera::main));
@@ -105,110 +76,128 @@ Finding judge_module(const FoundRecord& record, const Claims& claims, const Modu
           "fuse ID " + fuse_text(claims.words.fuse)};
 }
 
-Finding judge_whole(const Input& input, const FoundRecord& record, const Modules& modules) {
-  const RecordSpec& spec = *record.spec;
-  const Claims claims = claims_of(spec, record.bytes);
-  if (claims.has_crc && !claims.has_good_crc()) {
-    const FoundRecord* owner = good_overlap(input, record);
-    return {Verdict::bad_crc, fmt::format("CRC 0x{:08x}", claims.words.computed_crc),
-            fmt::format("CRC 0x{:08x}{}", claims.words.stored_crc,
-                        owner == nullptr ? std::string()
-                                         : fmt::format(": the {} was written over {} of its bytes",
-                                                       owner->spec->name, kShared))};
-  }
-  const calib::Judgement judgement = calib::judge(claims.words, {}, spec.rule);
-  if (claims.has_valid_word && !judgement.valid_word_good)
-    return judge_version(spec, claims.words.valid_word);
-  return judge_module(record, claims, modules);
+Finding bad_crc(const Phone& phone, const FoundRecord& record, const Claims& claims) {
+  const std::string expected = fmt::format("CRC 0x{:08x}", claims.words.computed_crc);
+  const std::string found = fmt::format("CRC 0x{:08x}", claims.words.stored_crc);
+  const FoundRecord* owner = good_overlap(phone, record);
+  if (owner == nullptr) return {Verdict::bad_crc, expected, found};
+  return {Verdict::overwritten, expected,
+          fmt::format("{}: the {} was written over {} of its bytes", found, owner->spec->name, kSharedBytes)};
 }
 
-bool may_hold(const Input& input, const RecordSpec& spec) {
-  if (input.kind == InputKind::phone) return spec.kind != RecordKind::dual_camera_payload;
-  return std::any_of(input.records.begin(), input.records.end(),
+Finding verdict_on_whole(const Phone& phone, const FoundRecord& record, const Modules& modules) {
+  const RecordSpec& spec = *record.spec;
+  const Claims claims = claims_of(spec, record.bytes);
+  if (claims.has_crc && !claims.has_good_crc()) return bad_crc(phone, record, claims);
+  const calib::Judgement judgement = calib::judge(claims.words, {}, spec.rule);
+  if (claims.has_valid_word && !judgement.valid_word_good)
+    return verdict_on_version(spec, claims.words.valid_word);
+  return verdict_on_module(record, claims, modules);
+}
+
+// ---- one camera and kind ----------------------------------------------------------------------------------
+
+/// What a source holds, and the verdict on it.
+struct Held {
+  const FoundRecord* record;
+  Finding finding;
+
+  bool is(Verdict verdict) const { return finding.verdict == verdict; }
+};
+
+std::string held_text(const Held& held) {
+  return fmt::format("the {}'s is {}", source_name(held.record->source), verdict_name(held.finding.verdict));
+}
+
+/// In the order in which readers try the sources.
+std::vector<Held> held_by_sources(const Phone& phone, const RecordSpec& spec, std::optional<Camera> camera,
+                                  const Modules& modules) {
+  std::vector<Held> all;
+  for (const FoundRecord& record : phone.records) {
+    if (record.spec == &spec && record.camera == camera)
+      all.push_back({&record, verdict_on(phone, record, modules)});
+  }
+  std::stable_sort(all.begin(), all.end(),
+                   [](const Held& a, const Held& b) { return a.record->source < b.record->source; });
+  return all;
+}
+
+const Held* first_with(const std::vector<Held>& all, Verdict verdict) {
+  const auto found =
+      std::find_if(all.begin(), all.end(), [verdict](const Held& held) { return held.is(verdict); });
+  return found == all.end() ? nullptr : &*found;
+}
+
+/// The worst that is held against the record: the first that is neither good nor empty nor forgiven.
+const Held* deciding(const std::vector<Held>& all, bool is_strict) {
+  const Held* good = first_with(all, Verdict::good);
+  const bool is_cached = good != nullptr && good->record->source == Source::cache;
+  for (const Held& held : all) {
+    const bool is_forgiven = held.is(Verdict::overwritten) && is_cached && !is_strict;
+    if (!held.is(Verdict::good) && !held.is(Verdict::blank) && !is_forgiven) return &held;
+  }
+  if (good != nullptr) return good;
+  return all.empty() ? nullptr : &all.front();
+}
+
+/// A cache file that opens is read, whatever is in it, and the export behind it is not.
+void tell_hidden(const Phone& phone, const std::vector<Held>& all, RecordVerdict& result) {
+  const Held* good = first_with(all, Verdict::good);
+  if (good == nullptr || all.front().record->source != Source::cache || all.front().is(Verdict::good)) return;
+  const std::string& cache = phone.files[all.front().record->file].path;
+  if (all.front().is(Verdict::blank) && result.finding.verdict == Verdict::good) {
+    result.finding = {Verdict::hidden, "no cache file, or one with a record",
+                      fmt::format("a blank cache file: {}", cache)};
+  }
+  if (good->record->source != Source::kernel_export) return;
+  result.others.push_back(fmt::format(
+      "{} hides the good export from every reader: remove it, and the camera loads the export", cache));
+}
+
+/// What cannot be read goes before what can: the record may be there all the same.
+bool take_unreadable(const Phone& phone, RecordVerdict& result) {
+  for (const PhoneFile& file : phone.files) {
+    if (!file.content.trouble || !file.has_place_for(*result.spec, result.camera)) continue;
+    result.finding = {Verdict::unreadable, "a file that can be read", *file.content.trouble};
+    result.file = file.path;
+    return true;
+  }
+  return false;
+}
+
+RecordVerdict verdict_of(const Phone& phone, const RecordSpec& spec, std::optional<Camera> camera,
+                         const Modules& modules, bool is_strict) {
+  RecordVerdict result{.spec = &spec, .camera = camera};
+  const std::vector<Held> all = held_by_sources(phone, spec, camera, modules);
+  const bool is_unreadable = take_unreadable(phone, result);
+  const Held* decides = is_unreadable ? nullptr : deciding(all, is_strict);
+  if (decides != nullptr) {
+    result.finding = decides->finding;
+    result.record = decides->record;
+    result.file = phone.files[decides->record->file].path;
+  } else if (!is_unreadable && phone.may_hold_more) {
+    result.finding = {Verdict::unreadable, "folders that can be read", phone.unknown.front()};
+  }
+  for (const Held& held : all) {
+    const bool is_same = decides != nullptr && held.record->bytes == decides->record->bytes;
+    if (&held != decides && !held.is(Verdict::blank) && !is_same) result.others.push_back(held_text(held));
+  }
+  if (!all.empty()) tell_hidden(phone, all, result);
+  return result;
+}
+
+bool may_hold(const Phone& phone, const RecordSpec& spec) {
+  if (phone.kind == Layout::phone) return spec.kind != RecordKind::dual_camera_payload;
+  return std::any_of(phone.records.begin(), phone.records.end(),
                      [&](const FoundRecord& record) { return record.spec == &spec; });
 }
 
-class Judge {
- public:
-  Judge(const Input& input, const Modules& modules) : input_(input), modules_(modules) {}
-
-  std::vector<RecordVerdict> all() {
-    for (const RecordSpec& spec : record_specs()) {
-      if (may_hold(input_, spec)) judge_kind(spec);
-    }
-    return std::move(verdicts_);
-  }
-
- private:
-  void judge_kind(const RecordSpec& spec) {
-    if (input_.kind != InputKind::phone && input_.kind != InputKind::partition) {
-      verdicts_.push_back(judge_one(spec, input_.files[0].camera));
-    } else if (!spec.is_per_camera) {
-      verdicts_.push_back(judge_one(spec, {}));
-    } else {
-      for (const Camera camera : kCameras) verdicts_.push_back(judge_one(spec, camera));
-    }
-  }
-
-  /// The order in which sources stand in `Source` is the order in which readers try them.
-  RecordVerdict judge_one(const RecordSpec& spec, std::optional<Camera> camera) {
-    RecordVerdict result{.spec = &spec, .camera = camera};
-    take_unreadable_file(result);
-    std::vector<const FoundRecord*> records;
-    for (const FoundRecord& record : input_.records) {
-      if (record.spec == &spec && record.camera == camera) records.push_back(&record);
-    }
-    std::stable_sort(records.begin(), records.end(),
-                     [](const FoundRecord* a, const FoundRecord* b) { return a->source < b->source; });
-    for (const FoundRecord* record : records) take(result, *record);
-    return result;
-  }
-
-  void take_unreadable_file(RecordVerdict& result) {
-    for (const InputFile& file : input_.files) {
-      if (!file.content.trouble || !holds(file, *result.spec, result.camera)) continue;
-      if (result.finding.verdict == Verdict::unreadable) continue;
-      result.finding = {Verdict::unreadable, "a file that can be read", *file.content.trouble};
-      result.file = file.path;
-    }
-  }
-
-  static bool holds(const InputFile& file, const RecordSpec& spec, std::optional<Camera> camera) {
-    if (file.kind) return *file.kind == spec.kind && (file.camera == camera || !spec.is_per_camera);
-    if (file.layout == Layout::partition) return spec.offset.has_value();
-    if (file.layout == Layout::export_image) return spec.export_offset.has_value() && file.camera == camera;
-    return file.layout == Layout::dual_camera_node && spec.offset.has_value() && !spec.is_per_camera;
-  }
-
-  void take(RecordVerdict& result, const FoundRecord& record) {
-    const Finding finding = judge_found(input_, record, modules_);
-    const bool says_nothing = finding.verdict == Verdict::blank;
-    const bool is_first = result.finding.verdict == Verdict::absent ||
-                          (result.finding.verdict == Verdict::blank && !says_nothing);
-    const bool is_worse =
-        result.finding.verdict == Verdict::good && finding.verdict != Verdict::good && !says_nothing;
-    if (is_first || is_worse) {
-      if (is_worse) result.others.push_back(other_text(result.record, result.finding));
-      result.finding = finding;
-      result.record = &record;
-      result.file = input_.files[record.file].path;
-    } else if (!says_nothing && is_different(result.record, record)) {
-      result.others.push_back(other_text(&record, finding));
-    }
-  }
-
-  static bool is_different(const FoundRecord* a, const FoundRecord& b) {
-    return a == nullptr || a->bytes != b.bytes;
-  }
-
-  static std::string other_text(const FoundRecord* record, const Finding& finding) {
-    return fmt::format("the {}'s is {}", source_name(record->source), verdict_name(finding.verdict));
-  }
-
-  const Input& input_;
-  const Modules& modules_;
-  std::vector<RecordVerdict> verdicts_;
-};
+/// The cameras of a phone, or the one that a file is of.
+std::vector<std::optional<Camera>> cameras_of(const Phone& phone, const RecordSpec& spec) {
+  if (phone.kind != Layout::phone && phone.kind != Layout::partition) return {phone.files[0].camera};
+  if (!spec.is_per_camera) return {std::nullopt};
+  return {kCameras.begin(), kCameras.end()};
+}
 
 }  // namespace
 
@@ -220,50 +209,30 @@ const char* verdict_rule(Verdict verdict) {
   return kVerdicts.at(static_cast<size_t>(verdict)).rule;
 }
 
-Modules modules_of(const Input& input) {
-  Modules modules;
-  if (!input.properties) return modules;
-  for (const Camera camera : kCameras) {
-    calib::FuseWords words{};
-    for (size_t i = 0; i < words.size(); ++i) {
-      const auto property =
-          input.properties->find(fmt::format("qor.camera.sensor.{}_fuse{}", camera_name(camera), i + 1));
-      if (property != input.properties->end()) words[i] = fuse_word_of(property->second);
-    }
-    modules[camera] = words;
-  }
-  return modules;
-}
-
-const FoundRecord* good_overlap(const Input& input, const FoundRecord& record) {
-  const FoundRecord* other = overlap_partner(input, record);
-  return other != nullptr && is_good_alone(*other) ? other : nullptr;
-}
-
-bool is_blank_record(const Input& input, const FoundRecord& record) {
-  if (is_blank(record.bytes)) return true;
-  if (record.is_truncated() || good_overlap(input, record) == nullptr) return false;
-  return is_blank(unshared(record));
-}
-
-Finding judge_found(const Input& input, const FoundRecord& record, const Modules& modules) {
-  const bool is_own_file = input.files[record.file].layout == Layout::record;
+Finding verdict_on(const Phone& phone, const FoundRecord& record, const Modules& modules) {
+  const bool is_own_file = phone.files[record.file].layout == Layout::record;
   if (record.is_truncated() && (is_own_file || record.bytes.empty() || !is_blank(record.bytes))) {
     return {Verdict::truncated, fmt::format("{} bytes", record.spec->size),
             fmt::format("{} bytes", record.bytes.size())};
   }
-  if (is_blank_record(input, record)) {
+  if (is_blank_record(phone, record)) {
     const bool whole = is_blank(record.bytes);
     return {Verdict::blank, "a record",
             whole ? blank_text(record.bytes)
-                  : fmt::format("{} but for {} bytes of the {}", blank_text(unshared(record)), kShared,
-                                good_overlap(input, record)->spec->name)};
+                  : fmt::format("{} but for {} bytes of the {}", blank_text(unshared_bytes(record)),
+                                kSharedBytes, good_overlap(phone, record)->spec->name)};
   }
-  return judge_whole(input, record, modules);
+  return verdict_on_whole(phone, record, modules);
 }
 
-std::vector<RecordVerdict> judge_input(const Input& input, const Modules& modules) {
-  return Judge(input, modules).all();
+std::vector<RecordVerdict> verdicts_of(const Phone& phone, const Modules& modules, bool is_strict) {
+  std::vector<RecordVerdict> verdicts;
+  for (const RecordSpec& spec : record_specs()) {
+    if (!may_hold(phone, spec)) continue;
+    for (const std::optional<Camera> camera : cameras_of(phone, spec))
+      verdicts.push_back(verdict_of(phone, spec, camera, modules, is_strict));
+  }
+  return verdicts;
 }
 
 }  // namespace awbcal

@@ -2,13 +2,12 @@
 #ifndef INSPECT_VERDICT_H
 #define INSPECT_VERDICT_H
 
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "inspect/input.h"
-#include "inspect/judge.h"
+#include "inspect/open_phone.h"
+#include "inspect/claims.h"
 
 namespace awbcal {
 
@@ -22,17 +21,13 @@ enum class Verdict {
   unknown_version,
   truncated,
   unreadable,
+  overwritten,  ///< by the good record that shares its bytes
+  hidden,       ///< good, but behind a blank cache file that every reader opens first
 };
 const char* verdict_name(Verdict verdict);
 
 /// The rule that a verdict stands for: a name that scripts may rely on.
 const char* verdict_rule(Verdict verdict);
-
-/// Which module is fitted, where that is known.
-using Modules = std::map<calib::Camera, calib::FuseWords>;
-
-/// The fuse IDs that the phone's properties name; of an input without properties, none.
-Modules modules_of(const Input& input);
 
 struct Finding {
   Verdict verdict = Verdict::absent;
@@ -41,7 +36,7 @@ struct Finding {
 };
 
 /// The verdict on the bytes of one record.
-Finding judge_found(const Input& input, const FoundRecord& record, const Modules& modules);
+Finding verdict_on(const Phone& phone, const FoundRecord& record, const Modules& modules);
 
 /// The verdict on one camera and kind.
 struct RecordVerdict {
@@ -50,20 +45,15 @@ struct RecordVerdict {
   Finding finding = {};
   const FoundRecord* record = nullptr;   ///< the one that the verdict is about; null when there is none
   std::string file = {};                 ///< where that stands, or the file that cannot be read
-  std::vector<std::string> others = {};  ///< what the other sources hold
+  std::vector<std::string> others = {};  ///< what the other sources hold, and what that means; a line each
 
   bool is_missing() const { return finding.verdict == Verdict::absent || finding.verdict == Verdict::blank; }
 };
 
-/// Every kind that the input could hold, for every camera: of the sources that hold something, the first that
-/// is not good, else the first that is.
-std::vector<RecordVerdict> judge_input(const Input& input, const Modules& modules);
-
-/// "blank" to readers: blank, or blank but for the bytes that a good overlapping record owns.
-bool is_blank_record(const Input& input, const FoundRecord& record);
-
-/// The good record that has overwritten the end or the beginning of this one; null: none.
-const FoundRecord* good_overlap(const Input& input, const FoundRecord& record);
+/// Every kind that the phone could hold, for every camera: of the sources that hold something, the first that is
+/// not good, else the first that is. Gyro and A-light records share bytes on purpose, and the one that was written
+/// last wins: where the other's cache file is good that is told and not held against it, unless `is_strict`.
+std::vector<RecordVerdict> verdicts_of(const Phone& phone, const Modules& modules, bool is_strict = false);
 
 }  // namespace awbcal
 

@@ -35,13 +35,13 @@ std::vector<Answer> answers_on(RecordKind kind, const CameraRun& run) {
   return answers;
 }
 
-std::map<calib::Camera, CameraRun> run_cameras(const Input& input, const Modules& modules) {
+std::map<calib::Camera, CameraRun> run_cameras(const Phone& phone, const Modules& modules) {
   // Where a ratio is 1, nothing that counts here depends on it.
   constexpr calib::GoldenRatios kGolden{1.0F, 1.0F};
-  ScratchPhone copy(phone_options_for(input));
+  ScratchPhone copy(phone_options_for(phone));
   Modules fitted = modules;
-  fitted.merge(assumed_modules(input, modules));
-  copy_phone(input, fitted, false, copy);
+  fitted.merge(assumed_modules(phone, modules));
+  copy_phone(phone, fitted, false, copy);
   std::map<calib::Camera, CameraRun> runs;
   for (const calib::Camera camera : kCameras) {
     CameraTuning tuning(kGolden);

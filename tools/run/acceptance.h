@@ -27,7 +27,7 @@ using CameraRun = std::vector<LibraryCall>;
 std::vector<Answer> answers_on(RecordKind kind, const CameraRun& run);
 
 /// A start and a round of checks of every camera on a copy of the phone.
-std::map<calib::Camera, CameraRun> run_cameras(const Input& input, const Modules& modules);
+std::map<calib::Camera, CameraRun> run_cameras(const Phone& phone, const Modules& modules);
 
 }  // namespace awbcal
 

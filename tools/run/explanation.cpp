@@ -32,21 +32,21 @@ CameraTuning tuning_of(const ExplainQuestion& question) {
   return tuning;
 }
 
-std::string verdict_text(const Input& input, const FoundRecord& record, const Modules& modules) {
-  const Finding finding = judge_found(input, record, modules);
+std::string verdict_text(const Phone& phone, const FoundRecord& record, const Modules& modules) {
+  const Finding finding = verdict_on(phone, record, modules);
   if (finding.verdict == Verdict::good) return verdict_name(finding.verdict);
   return fmt::format("{} ({}: expected {}, found {})", verdict_name(finding.verdict),
                      verdict_rule(finding.verdict), finding.expected, finding.found);
 }
 
 /// The sources of one kind of record, in the order in which its loader tries them.
-void tell_sources(const Input& input, const ExplainQuestion& question, const RecordSpec& spec,
+void tell_sources(const Phone& phone, const ExplainQuestion& question, const RecordSpec& spec,
                   std::vector<SourceStory>& stories) {
   constexpr std::pair<Source, const char*> kLoaded[] = {
       {Source::cache, "cache file"}, {Source::file, "file"}, {Source::kernel_export, "export"}};
   std::string taken;
   for (const auto& [source, name] : kLoaded) {
-    const FoundRecord* record = input.find(spec, question.camera, source);
+    const FoundRecord* record = phone.find(spec, question.camera, source);
     if (record == nullptr) {
       if (source != Source::file) stories.push_back({&spec, name, "absent"});
       continue;
@@ -54,27 +54,27 @@ void tell_sources(const Input& input, const ExplainQuestion& question, const Rec
     const std::string fate = taken.empty() ? "taken" : fmt::format("not read: the {} opens first", taken);
     if (taken.empty()) taken = name;
     stories.push_back(
-        {&spec, name, fmt::format("{}; {}", fate, verdict_text(input, *record, question.modules))});
+        {&spec, name, fmt::format("{}; {}", fate, verdict_text(phone, *record, question.modules))});
   }
-  if (const FoundRecord* record = input.find(spec, question.camera, Source::partition)) {
+  if (const FoundRecord* record = phone.find(spec, question.camera, Source::partition)) {
     stories.push_back(
         {&spec, "partition",
-         fmt::format("read by the kernel at boot only; {}", verdict_text(input, *record, question.modules))});
+         fmt::format("read by the kernel at boot only; {}", verdict_text(phone, *record, question.modules))});
   }
 }
 
 }  // namespace
 
-Explanation explain(const Input& input, const ExplainQuestion& question) {
+Explanation explain(const Phone& phone, const ExplainQuestion& question) {
   const CameraTuning before = tuning_of(question);
   Explanation explanation{.sources = {}, .calls = {}, .before = before, .after = before};
   for (const RecordSpec& spec : record_specs()) {
     if (spec.is_per_camera && !readers_of(spec.kind).empty()) {
-      tell_sources(input, question, spec, explanation.sources);
+      tell_sources(phone, question, spec, explanation.sources);
     }
   }
-  ScratchPhone copy(phone_options_for(input));
-  copy_phone(input, question.modules, question.reboot, copy);
+  ScratchPhone copy(phone_options_for(phone));
+  copy_phone(phone, question.modules, question.reboot, copy);
   explanation.calls = start_camera(copy.phone(), question.camera, question.golden, explanation.after);
   return explanation;
 }

@@ -35,7 +35,7 @@ struct Explanation {
 };
 
 /// Throws InputError for a tuning file that is no tuning block.
-Explanation explain(const Input& input, const ExplainQuestion& question);
+Explanation explain(const Phone& phone, const ExplainQuestion& question);
 
 }  // namespace awbcal
 

@@ -2,7 +2,7 @@
 
 #include "awb_calibration/factory.h"
 #include "run/scratch_phone.h"
-#include "run/verification.h"
+#include "inspect/claims.h"
 #include "text/terminal.h"
 
 namespace awbcal {
@@ -37,7 +37,7 @@ ReplayedRecord stored_record(const phone::VirtualPhone& phone, const ReplaySetti
   const Bytes partition = phone.partition();
   const uint8_t* bytes = partition.data() + calib::kAreaBase4k + calib::kSlotAwb;
   const auto record = calib::record_at<calib::AwbRecord>(bytes);
-  return {record, margin_of({bytes, sizeof record}, settings.golden, settings.threshold)};
+  return {record, margin_of({bytes, sizeof record}, settings.golden, static_cast<float>(settings.threshold))};
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace {
 constexpr const char* kDualCameraNode = "/sys/android_camera_awb_cal/awb_cal_3D";
 
 /// Good blocks in order, as the kernel's reader delivers them.
-Bytes partition_bytes(const InputFile& file) {
+Bytes partition_bytes(const PhoneFile& file) {
   if (file.block_size == 0) return file.content.bytes;
   Bytes bytes;
   for (const uint32_t block : file.blocks) {
@@ -34,7 +34,7 @@ Bytes padded(const Bytes& bytes, size_t offset, size_t size) {
 }
 
 /// A single record goes where its reader looks: into its cache file, else into the kernel's export.
-void put_record(const InputFile& file, ScratchPhone& copy) {
+void put_record(const PhoneFile& file, ScratchPhone& copy) {
   const RecordSpec& spec = record_spec(file.kind.value());
   const calib::Camera camera = file.camera.value_or(calib::Camera::main);
   const Bytes& bytes = file.content.bytes;
@@ -48,7 +48,7 @@ void put_record(const InputFile& file, ScratchPhone& copy) {
   }
 }
 
-void copy_file(const InputFile& file, ScratchPhone& copy) {
+void copy_file(const PhoneFile& file, ScratchPhone& copy) {
   if (file.content.trouble) return;
   const Bytes& bytes = file.content.bytes;
   if (file.layout == Layout::partition) {
@@ -66,9 +66,9 @@ void copy_file(const InputFile& file, ScratchPhone& copy) {
 }
 
 /// A phone has many more than the library reads, some of them longer than it could.
-void copy_properties(const Input& input, ScratchPhone& copy) {
-  if (!input.properties) return;
-  for (const auto& [name, value] : *input.properties) {
+void copy_properties(const Phone& phone, ScratchPhone& copy) {
+  if (!phone.properties) return;
+  for (const auto& [name, value] : *phone.properties) {
     try {
       copy.phone().set_property(name, value);
     } catch (const std::invalid_argument&) {
@@ -79,36 +79,36 @@ void copy_properties(const Input& input, ScratchPhone& copy) {
 
 }  // namespace
 
-phone::Options phone_options_for(const Input& input) {
+phone::Options phone_options_for(const Phone& phone) {
   phone::Options options;
-  for (const InputFile& file : input.files) {
+  for (const PhoneFile& file : phone.files) {
     if (file.layout == Layout::partition) {
       options.partition_size = std::max<uint64_t>(options.partition_size, file.content.bytes.size());
     }
   }
-  if (input.area) options.page_size = input.area->base == calib::kAreaBase4k ? 4096 : 2048;
+  if (phone.area) options.page_size = phone.area->base == calib::kAreaBase4k ? 4096 : 2048;
   return options;
 }
 
-Modules assumed_modules(const Input& input, const Modules& known) {
+Modules assumed_modules(const Phone& phone, const Modules& known) {
   Modules assumed;
-  for (const FoundRecord& record : input.records) {
+  for (const FoundRecord& record : phone.records) {
     const calib::Camera camera = record.camera.value_or(calib::Camera::main);
-    if (known.contains(camera) || record.is_truncated() || is_blank_record(input, record)) continue;
+    if (known.contains(camera) || record.is_truncated() || is_blank_record(phone, record)) continue;
     const Claims claims = claims_of(*record.spec, record.bytes);
     if (claims.has_fuse_id && claims.has_good_crc()) assumed.try_emplace(camera, claims.words.fuse);
   }
   return assumed;
 }
 
-void copy_phone(const Input& input, const Modules& modules, bool reboot, ScratchPhone& copy) {
+void copy_phone(const Phone& phone, const Modules& modules, bool reboot, ScratchPhone& copy) {
   for (const auto& entry : fs::directory_iterator(copy.phone().host_path("/sys/android_camera_awb_cal"))) {
     fs::remove(entry.path());
   }
-  copy_properties(input, copy);
+  copy_properties(phone, copy);
   for (const auto& [camera, module] : modules) copy.fit(camera, module);
-  for (const InputFile& file : input.files) copy_file(file, copy);
-  if (reboot || input.kind == InputKind::partition) copy.phone().reboot();
+  for (const PhoneFile& file : phone.files) copy_file(file, copy);
+  if (reboot || phone.kind == Layout::partition) copy.phone().reboot();
 }
 
 }  // namespace awbcal

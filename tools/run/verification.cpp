@@ -52,28 +52,21 @@ bool Verification::passed() const {
                       [](const VerifiedRecord& record) { return record.fails(); });
 }
 
-calib::Margin margin_of(std::span<const uint8_t> awb_record, const calib::GoldenRatios& golden,
-                        uint32_t threshold) {
-  const auto awb = calib::record_at<calib::AwbRecord>(awb_record.data());
-  return calib::margin_of(calib::ratios_of(awb.rg, awb.bg), golden,
-                          calib::tolerance_of(static_cast<float>(threshold)));
-}
-
 double percent_of_limit(const calib::Margin& margin) {
   return 100.0 * static_cast<double>(margin.delta) / static_cast<double>(margin.limit);
 }
 
-Verification verify(const Input& input, const VerifyQuestion& question) {
-  const std::map<Camera, CameraRun> runs = run_cameras(input, question.modules);
+Verification verify(const Phone& phone, const VerifyQuestion& question) {
+  const std::map<Camera, CameraRun> runs = run_cameras(phone, question.modules);
   Verification verification;
-  for (RecordVerdict& verdict : judge_input(input, question.modules)) {
+  for (RecordVerdict& verdict : verdicts_of(phone, question.modules)) {
     VerifiedRecord verified{.verdict = std::move(verdict)};
     const FoundRecord* record = verified.verdict.record;
     if (record != nullptr && !verified.verdict.is_missing()) {
       verified.answers = answers_on(record->spec->kind, runs.at(record->camera.value_or(Camera::main)));
     }
     if (question.golden && record != nullptr && can_be_measured(*record)) {
-      verified.margin = margin_of(record->bytes, *question.golden, question.threshold);
+      verified.margin = margin_of(record->bytes, *question.golden, static_cast<float>(question.threshold));
     }
     verification.records.push_back(std::move(verified));
   }

@@ -41,11 +41,7 @@ struct Verification {
 };
 
 /// The verdicts refer to records of the input, which has to stay.
-Verification verify(const Input& input, const VerifyQuestion& question);
-
-/// The distance of a record's ratios from the golden sample against the limit, as the factory judges a run.
-calib::Margin margin_of(std::span<const uint8_t> awb_record, const calib::GoldenRatios& golden,
-                        uint32_t threshold);
+Verification verify(const Phone& phone, const VerifyQuestion& question);
 
 /// "42 %": the distance in parts of the limit.
 double percent_of_limit(const calib::Margin& margin);

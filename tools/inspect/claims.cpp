@@ -1,4 +1,4 @@
-#include "inspect/judge.h"
+#include "inspect/claims.h"
 
 #include <fmt/format.h>
 
@@ -46,14 +46,20 @@ uint32_t crc_for(const FieldSpec& field, std::span<const uint8_t> record) {
   return field.width == 1 ? crc & 0xFF : crc;
 }
 
-std::vector<RuleResult> judge_record(const RecordSpec& spec, std::span<const uint8_t> record,
-                                     const calib::FuseWords& module) {
+std::vector<RuleResult> rules_of(const RecordSpec& spec, std::span<const uint8_t> record,
+                                 const calib::FuseWords& module) {
   const Claims claims = claims_of(spec, record);
   const calib::Judgement judgement = calib::judge(claims.words, module, spec.rule);
   return {{"checksum", judgement.crc_good, fmt::format("computed 0x{:08x}", claims.words.computed_crc)},
           {"valid word", judgement.valid_word_good,
            judgement.valid_word_good ? "ends in 99" : "does not mark a finished calibration"},
           {"fuse ID", judgement.is_bound(), binding_text(judgement.binding)}};
+}
+
+calib::Margin margin_of(std::span<const uint8_t> awb_record, const calib::GoldenRatios& golden,
+                        float percent) {
+  const auto record = calib::record_at<calib::AwbRecord>(awb_record.data());
+  return calib::margin_of(calib::ratios_of(record.rg, record.bg), golden, calib::tolerance_of(percent));
 }
 
 }  // namespace awbcal

@@ -1,0 +1,406 @@
+#include "inspect/open_phone.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <array>
+#include <set>
+
+#include "inspect/archive.h"
+#include "inspect/partition_search.h"
+#include "inspect/recognise.h"
+#include "inspect/search.h"
+#include "phone/services/properties_file.h"
+#include "records/record_layouts.h"
+
+namespace awbcal {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// ---- records in a file whose layout is known --------------------------------------------------------------
+
+/// The byte of the file that is byte `offset` of the partition; past its end when there is none.
+uint64_t place_in_file(const PhoneFile& file, uint64_t offset) {
+  if (file.block_size == 0) return offset;
+  const uint64_t block = offset / file.block_size;
+  if (block >= file.blocks.size()) return file.content.bytes.size();
+  return uint64_t{file.blocks[block]} * file.block_size + offset % file.block_size;
+}
+
+Bytes cut(const Bytes& bytes, uint64_t offset, size_t size) {
+  if (offset >= bytes.size()) return {};
+  const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(offset);
+  return Bytes(first, first + static_cast<std::ptrdiff_t>(std::min<uint64_t>(size, bytes.size() - offset)));
+}
+
+void find_record(Phone& phone, size_t index, const RecordSpec& spec, std::optional<calib::Camera> camera,
+                 uint64_t offset) {
+  const PhoneFile& file = phone.files[index];
+  phone.records.push_back(
+      {&spec, camera, file.source, index, offset, cut(file.content.bytes, offset, spec.size)});
+}
+
+void find_in_partition(Phone& phone, size_t index) {
+  for (const RecordSpec& spec : record_specs()) {
+    if (!spec.offset) continue;
+    for (const calib::Camera camera : kCameras) {
+      const auto of = spec.is_per_camera ? std::optional(camera) : std::nullopt;
+      const uint64_t offset = phone.area->base + area_offset(spec, camid_of(camera));
+      find_record(phone, index, spec, of, place_in_file(phone.files[index], offset));
+      if (!of) break;
+    }
+  }
+}
+
+void find_in_file(Phone& phone, size_t index) {
+  const PhoneFile& file = phone.files[index];
+  const std::optional<RecordKind> only = file.kind;
+  const std::optional<calib::Camera> camera = file.camera;
+  for (const RecordSpec& spec : record_specs()) {
+    if (only.value_or(spec.kind) != spec.kind) continue;
+    if (file.layout == Layout::record && only) find_record(phone, index, spec, camera, 0);
+    if (file.layout == Layout::export_image && spec.export_offset)
+      find_record(phone, index, spec, camera, *spec.export_offset);
+    if (!spec.offset) continue;
+    if (file.layout == Layout::slot && spec.is_per_camera)
+      find_record(phone, index, spec, camera, *spec.offset);
+    if (file.layout == Layout::dual_camera_node && !spec.is_per_camera)
+      find_record(phone, index, spec, {}, *spec.offset - calib::kAreaDualCameraFirstForm);
+  }
+}
+
+// ---- the record area --------------------------------------------------------------------------------------
+
+/// Where the phone itself looks for the area, and who says so.
+struct ExpectedBase {
+  std::optional<uint32_t> base;
+  std::string reason;
+};
+
+ExpectedBase expected_base(const Phone& phone, const InputOptions& options) {
+  if (options.base) return {options.base, "as --base says"};
+  if (phone.properties) {
+    const auto page_size = phone.properties->find("ro.pagesize");
+    if (page_size != phone.properties->end())
+      return {area_base(page_size->second), fmt::format("ro.pagesize is {}", page_size->second)};
+  }
+  return {};
+}
+
+/// Good blocks in order, as the kernel's reader delivers them.
+Bytes bytes_of_blocks(const PhoneFile& file) {
+  Bytes bytes;
+  for (const uint32_t block : file.blocks) {
+    const auto first =
+        file.content.bytes.begin() + static_cast<std::ptrdiff_t>(uint64_t{block} * file.block_size);
+    bytes.insert(bytes.end(), first, first + static_cast<std::ptrdiff_t>(file.block_size));
+  }
+  return bytes;
+}
+
+std::string readings_text(const std::vector<Reading>& readings) {
+  std::vector<std::string> texts;
+  for (const Reading& reading : readings) {
+    texts.push_back(fmt::format("record area at 0x{:x}{}{}{}", reading.base, reading.how.empty() ? "" : " (",
+                                reading.how, reading.how.empty() ? "" : ")"));
+  }
+  return fmt::format("records fit more than one reading: {}; --base or --as says which",
+                     fmt::join(texts, "; "));
+}
+
+/// Nothing stands where records belong, and nothing that is one stands elsewhere.
+void take_empty_area(Phone& phone, const ExpectedBase& expected) {
+  const uint32_t base = expected.base.value_or(calib::kAreaBase4k);
+  phone.area = {base, page_size_of(base, expected.base),
+                expected.base ? expected.reason : "no record at either base"};
+}
+
+void take_reading(Phone& phone, PhoneFile& file, Reading& reading, const ExpectedBase& expected) {
+  if (!reading.how.empty()) {
+    phone.notes.push_back(fmt::format("{}: {}", file.path, reading.how));
+    file.content.bytes = std::move(reading.bytes);
+  }
+  const std::string shift = shift_text(reading.base, expected.base);
+  if (!shift.empty()) phone.notes.push_back(fmt::format("{}: {}", file.path, shift));
+  const bool is_expected = shift.empty() && expected.base;
+  phone.area = {reading.base, page_size_of(reading.base, expected.base),
+                is_expected ? expected.reason : "found by its records"};
+}
+
+/// Decides the area of the partition `file`; the trouble, when its bytes can be read in several ways.
+std::optional<std::string> locate_area(Phone& phone, PhoneFile& file, const InputOptions& options) {
+  const ExpectedBase expected = expected_base(phone, options);
+  const SearchOptions search{.base = expected.base, .modules = modules_of(phone)};
+  if (file.block_size != 0) {
+    take_empty_area(phone, expected);
+    if (expected.base) return std::nullopt;
+  }
+  std::vector<Reading> readings =
+      search_records(file.block_size != 0 ? bytes_of_blocks(file) : file.content.bytes, search);
+  if (readings.size() > 1) return readings_text(readings);
+  if (readings.empty() || (options.base && readings[0].base != *options.base)) {
+    take_empty_area(phone, expected);
+  } else {
+    take_reading(phone, file, readings[0], expected);
+  }
+  return std::nullopt;
+}
+
+void find_records(Phone& phone, const InputOptions& options) {
+  for (size_t index = 0; index < phone.files.size(); ++index) {
+    PhoneFile& file = phone.files[index];
+    if (file.content.trouble) continue;
+    if (file.layout != Layout::partition) {
+      find_in_file(phone, index);
+    } else if (const auto trouble = locate_area(phone, file, options)) {
+      if (phone.kind != Layout::phone) throw InputError(fmt::format("{}: {}", phone.name, *trouble));
+      file.content.trouble = trouble;
+    } else {
+      find_in_partition(phone, index);
+    }
+  }
+}
+
+// ---- a phone's files --------------------------------------------------------------------------------------
+
+/// Where an archive or a folder of several begins to look like a phone: the folders that hold nothing but one
+/// folder are passed over.
+FileTree without_outer_folders(FileTree tree) {
+  static const std::set<std::string> kRoots = {"data", "proc", "sys", "dev", "factory"};
+  while (true) {
+    const auto& entries = tree.entries();
+    const auto first = entries.begin();
+    if (first == entries.end() || first->second.type != FileTree::Type::folder ||
+        kRoots.contains(first->first))
+      return tree;
+    const std::string outer = first->first + "/";
+    const bool is_only = std::all_of(std::next(first), entries.end(),
+                                     [&](const auto& entry) { return entry.first.starts_with(outer); });
+    if (!is_only || entries.size() == 1) return tree;
+    FileTree inner;
+    for (auto entry = std::next(first); entry != entries.end(); ++entry)
+      inner.add(entry->first.substr(outer.size()), entry->second);
+    tree = std::move(inner);
+  }
+}
+
+/// A file that holds no records, by its place.
+Layout layout_of_place(const std::string& path) {
+  const std::string leaf = fs::path(path).filename().string();
+  if (path == "properties" || leaf == "getprop.txt" || leaf.ends_with(".prop")) return Layout::properties;
+  // What the partition is found by belongs to the phone as much as its reports do.
+  static const std::set<std::string> kTables = {"proc/emmc", "proc/mtd", "nand", "faults"};
+  const bool is_report = leaf.ends_with(".txt") && leaf.find("alibration") != std::string::npos;
+  return is_report || kTables.contains(path) ? Layout::text : Layout::other;
+}
+
+PhoneFile describe(const std::string& path, const std::string& partition) {
+  if (path == partition) return {.path = path, .layout = Layout::partition, .source = Source::partition};
+  if (auto known = recognise_by_place(path)) return std::move(*known);
+  for (const calib::Camera camera : kCameras) {
+    if (path != fmt::format("factory/lens_shading_{}.bin", camera_name(camera))) continue;
+    return {.path = path,
+            .layout = Layout::record,
+            .source = Source::factory,
+            .kind = RecordKind::lens_shading,
+            .camera = camera};
+  }
+  return {.path = path, .layout = layout_of_place(path)};
+}
+
+void merge_properties(Phone& phone, const PhoneFile& file) {
+  if (!phone.properties) phone.properties.emplace();
+  phone.properties->merge(phone::parse_properties(text_of(file.content.bytes)));
+}
+
+void add_file(Phone& phone, const FileTree& tree, const std::string& path, const std::string& partition) {
+  const FileTree::Entry& entry = tree.entries().at(path);
+  PhoneFile file = describe(path, partition);
+  // A folder in a record's place is no file that could be read, and that has to be said.
+  if (entry.type == FileTree::Type::folder && (file.layout == Layout::other || file.layout == Layout::text))
+    return;
+  file.link_target = entry.target;
+  if (file.layout != Layout::other) file.content = tree.read(path);
+  if (file.content.trouble) phone.unknown.push_back(fmt::format("{}: {}", path, *file.content.trouble));
+  if (file.layout == Layout::properties && !file.content.trouble) merge_properties(phone, file);
+  if (file.layout == Layout::partition && path.starts_with("dev/mtd/")) take_good_blocks(tree, file);
+  phone.files.push_back(std::move(file));
+}
+
+bool is_of_a_phone(const PhoneFile& file) {
+  return file.layout != Layout::text && file.layout != Layout::other;
+}
+
+void add_tree(Phone& phone, const std::string& name, const FileTree& tree) {
+  const FoundPartition partition = find_partition(tree);
+  phone.notes.insert(phone.notes.end(), partition.notes.begin(), partition.notes.end());
+  const size_t before = phone.files.size();
+  for (const auto& [path, entry] : tree.entries()) {
+    if (fs::path(path).filename() != kMadeHereMark) add_file(phone, tree, path, partition.path);
+  }
+  for (const std::string& folder : tree.unreadable()) {
+    phone.unknown.push_back(folder);
+    phone.may_hold_more = true;
+  }
+  const bool has_any = std::any_of(phone.files.begin() + static_cast<std::ptrdiff_t>(before),
+                                   phone.files.end(), is_of_a_phone);
+  if (!has_any && tree.unreadable().empty())
+    throw InputError(fmt::format("{}: no file of a phone's calibration in it", name));
+  if (partition.path.empty()) phone.notes.emplace_back("partition: absent");
+}
+
+// ---- a file by itself -------------------------------------------------------------------------------------
+
+/// Bytes that match no size or name: what the records in them say.
+Recognised recognise_by_search(const std::string& name, const Bytes& bytes) {
+  const std::vector<Reading> readings = search_records(bytes, {});
+  if (bytes.size() == calib::kSlotSize) {
+    const bool is_slot = !readings.empty();
+    return {is_slot ? Layout::slot : Layout::dual_camera_node};
+  }
+  if (!readings.empty() || bytes.size() > calib::kAreaBase2k) return {Layout::partition};
+  throw InputError(fmt::format("{}: {} bytes match no record, export or partition; say what it is with --as",
+                               name, bytes.size()));
+}
+
+/// The records are those of bytes of no meaning, which happen to stand where records would.
+void drop_noise(Phone& phone) {
+  const SearchOptions anywhere{};
+  const bool is_noise =
+      phone.holds_calibration() && search_records(phone.files[0].content.bytes, anywhere).empty();
+  if (is_noise) phone.records.clear();
+}
+
+void note_other_kinds(Phone& phone, const PhoneFile& file) {
+  std::vector<const char*> names;
+  for (const RecordSpec* spec : kinds_of_size(file.content.bytes)) names.push_back(spec->id);
+  if (names.size() < 2) return;
+  phone.notes.push_back(fmt::format("{}: may be any of {}: taken for the first; --as says which", file.path,
+                                    fmt::join(names, ", ")));
+}
+
+PhoneFile file_of_bytes(Phone& phone, const std::string& name, Bytes bytes, const InputOptions& options) {
+  if (bytes.empty() && options.as.empty()) throw InputError(fmt::format("{}: empty", name));
+  const auto known = recognise_alone(name, bytes, options.as);
+  const Recognised found = known ? *known : recognise_by_search(name, bytes);
+  PhoneFile file{.path = fs::path(name).filename().string(),
+                 .layout = found.layout,
+                 .kind = found.kind,
+                 .camera = options.camera ? options.camera : found.camera,
+                 .content = {std::move(bytes), std::nullopt}};
+  if (found.kind && !record_spec(*found.kind).is_per_camera) file.camera.reset();
+  const bool is_by_size =
+      options.as.empty() && found.layout == Layout::record && !recognise_by_place(file.path);
+  if (is_by_size) note_other_kinds(phone, file);
+  return file;
+}
+
+// ---- inputs -----------------------------------------------------------------------------------------------
+
+/// "mfg.img" of "mfg.img.gz".
+std::string without_packing(const std::string& name) {
+  static const std::set<std::string> kEndings = {".gz", ".bz2", ".xz", ".zst"};
+  const fs::path path(name);
+  return kEndings.contains(path.extension().string()) ? fs::path(path).replace_extension().string() : name;
+}
+
+/// What one input holds, before the phone is known.
+struct Opened {
+  std::string name;
+  std::variant<Bytes, FileTree> content;
+};
+
+Opened opened(const std::string& path, const InputOptions& options) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (path != "-" && status.type() == fs::file_type::not_found)
+    throw InputError(fmt::format("{}: no such file", path));
+  if (path != "-" && fs::is_directory(status)) return {path, FileTree::of_folder(path)};
+  FileContent content = read_file(path);
+  if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
+  if (!is_packed(content.bytes)) return {path, std::move(content.bytes)};
+  auto inner = unpacked(path, content.bytes);
+  if (auto* tree = std::get_if<FileTree>(&inner)) *tree = without_outer_folders(std::move(*tree));
+  static_cast<void>(options);
+  return {without_packing(path), std::move(inner)};
+}
+
+/// Where the file of a phone would be, when it was given by itself.
+void give_source(PhoneFile& file) {
+  if (file.layout == Layout::partition) file.source = Source::partition;
+  if (file.layout == Layout::dual_camera_node) file.source = Source::kernel_export;
+  if (file.layout == Layout::export_image && !file.kind) file.source = Source::kernel_export;
+  if (file.kind && recognise_by_place(file.path)) file.source = Source::cache;
+}
+
+bool claim_same_place(const PhoneFile& a, const PhoneFile& b) {
+  return is_of_a_phone(a) && a.layout != Layout::properties && a.source == b.source && a.layout == b.layout &&
+         a.kind == b.kind && a.camera == b.camera;
+}
+
+/// Two inputs may say the same of a place, but not two things.
+void add_alone(Phone& phone, PhoneFile file) {
+  for (const PhoneFile& other : phone.files) {
+    if (!claim_same_place(other, file)) continue;
+    if (!other.content.trouble && other.content.bytes == file.content.bytes) return;
+    throw InputError(fmt::format("{} and {}: both are given as the same part of one phone, and differ",
+                                 other.path, file.path));
+  }
+  phone.files.push_back(std::move(file));
+}
+
+void add_input(Phone& phone, Opened& input, const InputOptions& options) {
+  if (const auto* tree = std::get_if<FileTree>(&input.content)) return add_tree(phone, input.name, *tree);
+  Bytes& bytes = std::get<Bytes>(input.content);
+  const std::string leaf = fs::path(input.name).filename().string();
+  if (options.paths.size() > 1 && layout_of_place(leaf) == Layout::properties) {
+    PhoneFile file{.path = leaf, .layout = Layout::properties, .content = {std::move(bytes), std::nullopt}};
+    merge_properties(phone, file);
+    phone.files.push_back(std::move(file));
+    return;
+  }
+  PhoneFile file = file_of_bytes(phone, input.name, std::move(bytes), options);
+  if (options.paths.size() > 1) give_source(file);
+  add_alone(phone, std::move(file));
+}
+
+void check_kind(const Opened& input, const InputOptions& options) {
+  const bool is_tree = std::holds_alternative<FileTree>(input.content);
+  if (options.as == "phone" && !is_tree) throw InputError(fmt::format("{}: not a folder", input.name));
+  if (is_tree && !options.as.empty() && options.as != "phone")
+    throw InputError(fmt::format("{}: a folder, not a file to read as {}", input.name, options.as));
+}
+
+/// The one file's layout is the input's; several are a phone.
+void finish(Phone& phone, bool is_alone, const InputOptions& options) {
+  phone.kind = is_alone ? phone.files.at(0).layout : Layout::phone;
+  find_records(phone, options);
+  if (is_alone && options.as.empty() && phone.kind == Layout::partition) drop_noise(phone);
+  if (!phone.holds_calibration()) phone.notes.emplace_back("no calibration found");
+}
+
+}  // namespace
+
+Phone phone_of_bytes(const std::string& name, Bytes bytes, const InputOptions& options) {
+  Phone phone{.name = name};
+  phone.files.push_back(file_of_bytes(phone, name, std::move(bytes), options));
+  finish(phone, true, options);
+  return phone;
+}
+
+Phone open_phone_of(const InputOptions& options) {
+  std::vector<Opened> inputs;
+  for (const std::string& path : options.paths) {
+    inputs.push_back(opened(path, options));
+    check_kind(inputs.back(), options);
+  }
+  Phone phone{.name = fmt::format("{}", fmt::join(options.paths, " "))};
+  for (Opened& input : inputs) add_input(phone, input, options);
+  finish(phone, inputs.size() == 1 && std::holds_alternative<Bytes>(inputs[0].content), options);
+  return phone;
+}
+
+}  // namespace awbcal

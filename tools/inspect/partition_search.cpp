@@ -1,0 +1,121 @@
+#include "inspect/partition_search.h"
+
+#include <fmt/format.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <sstream>
+
+#include "common/file.h"
+#include "storage/proc_emmc.h"
+#include "storage/proc_mtd.h"
+
+namespace awbcal {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kPartition = "mfg";
+
+/// The phone's path in the tree: without its first slash.
+std::string in_tree(std::string_view phone_path) {
+  return std::string(phone_path.substr(phone_path.starts_with('/') ? 1 : 0));
+}
+
+std::string by_emmc_table(const FileTree& tree) {
+  const FileContent content = tree.read(in_tree(calib::emmc::kTable));
+  if (content.trouble) return "";
+  const calib::Descriptor file(memfd_create("table", MFD_CLOEXEC));
+  const auto size = static_cast<ssize_t>(content.bytes.size());
+  if (write(file.get(), content.bytes.data(), content.bytes.size()) != size ||
+      lseek(file.get(), 0, SEEK_SET) != 0)
+    return "";
+  calib::emmc::Table table(file.get());
+  calib::emmc::TableEntry entry{};
+  if (!table.find(kPartition, &entry)) return "";
+  char path[256];
+  calib::emmc::set_device_path(path, entry.device);
+  return in_tree(path);
+}
+
+std::string by_link(const FileTree& tree, std::vector<std::string>& notes) {
+  for (int i = 0; i <= calib::emmc::kLastController; ++i) {
+    char folder[64];
+    calib::emmc::set_by_name_folder(folder, i);
+    const auto link = tree.entries().find(in_tree(folder) + kPartition);
+    if (link == tree.entries().end() || link->second.target.empty()) continue;
+    const FileTree::Resolved device = tree.resolve(link->first);
+    if (device.trouble) {
+      notes.push_back(fmt::format("{}: {}", link->first, *device.trouble));
+      continue;
+    }
+    if (!link->second.target.starts_with('/'))
+      notes.push_back(fmt::format("{}: a relative link, which the phone cannot open", link->first));
+    return device.path;
+  }
+  return "";
+}
+
+std::string by_mtd_table(const FileTree& tree) {
+  const FileContent content = tree.read(in_tree(calib::mtd::kTable));
+  if (content.trouble) return "";
+  std::string text(text_of(content.bytes).substr(0, calib::mtd::kBackEndWindow - 1));
+  calib::mtd::ProcMtdEntry entry{};
+  if (!calib::mtd::find_entry(text.data(), kPartition, &entry)) return "";
+  char path[256];
+  calib::mtd::set_device_path(path, entry.number);
+  return in_tree(path);
+}
+
+/// Whether the tree knows the path, even if it cannot be read.
+bool is_listed(const FileTree& tree, const std::string& path) {
+  return !path.empty() && tree.entries().contains(path);
+}
+
+/// A block of zeros is passed over by the kernel's reader, as the library's.
+bool has_content(const PhoneFile& file, uint32_t block) {
+  const uint64_t begin = uint64_t{block} * file.block_size;
+  const Bytes& bytes = file.content.bytes;
+  if (file.block_size == 0 || begin + file.block_size > bytes.size()) return false;
+  const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(begin);
+  return std::any_of(first, first + static_cast<std::ptrdiff_t>(file.block_size),
+                     [](uint8_t byte) { return byte != 0; });
+}
+
+}  // namespace
+
+FoundPartition find_partition(const FileTree& tree) {
+  FoundPartition found;
+  // The first place that names a device decides; when that does not open, MTD is tried.
+  std::string device = by_emmc_table(tree);
+  if (device.empty()) device = by_link(tree, found.notes);
+  if (device.empty()) device = in_tree(calib::emmc::kFixedDevice);
+  for (const std::string& path : {device, by_mtd_table(tree)}) {
+    if (is_listed(tree, path)) {
+      found.path = path;
+      return found;
+    }
+  }
+  for (const char* pulled : {"mfg.img", "mfg.bin", "mfg.raw", "mfg"}) {
+    if (tree.holds(pulled)) found.path = pulled;
+  }
+  return found;
+}
+
+void take_good_blocks(const FileTree& tree, PhoneFile& file) {
+  const FileContent state = tree.read("nand");
+  std::istringstream lines{std::string(text_of(state.bytes))};
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string key;
+    uint32_t number = 0;
+    if (!(words >> key >> number)) continue;
+    if (key == "erase_size") file.block_size = number;
+    if (key == "block" && line.ends_with(" good") && has_content(file, number)) file.blocks.push_back(number);
+  }
+}
+
+}  // namespace awbcal

@@ -1,0 +1,24 @@
+// Which file of a phone is the calibration partition: the library's own search, in the files of a folder.
+#ifndef INSPECT_PARTITION_SEARCH_H
+#define INSPECT_PARTITION_SEARCH_H
+
+#include "inspect/file_tree.h"
+#include "inspect/phone.h"
+
+namespace awbcal {
+
+struct FoundPartition {
+  std::string path;  ///< in the tree; empty: there is none
+  std::vector<std::string> notes = {};
+};
+
+/// By /proc/emmc, the links by name, the fixed device and /proc/mtd, in the library's order; of a folder without
+/// a device, the names that people give to what they pull.
+FoundPartition find_partition(const FileTree& tree);
+
+/// The good blocks of a chip, by its state beside the phone; of a chip without one, none are told apart.
+void take_good_blocks(const FileTree& tree, PhoneFile& file);
+
+}  // namespace awbcal
+
+#endif

@@ -1,0 +1,253 @@
+#include "inspect/search.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <map>
+#include <set>
+
+#include "inspect/claims.h"
+#include "records/record_layouts.h"
+
+namespace awbcal {
+
+namespace {
+
+constexpr std::array<uint32_t, 2> kBases = {calib::kAreaBase4k, calib::kAreaBase2k};
+/// Bad blocks and boot loaders move the area by whole blocks; the smallest in use has this size.
+constexpr uint64_t kSmallestBlock = 0x4000;
+constexpr uint32_t kCommonBlock = 0x20000;
+
+// Bytes that were made to look like records everywhere end the search, not the patience.
+constexpr size_t kMostHits = 1024;
+constexpr size_t kMostChecked = 64 * 1024 * 1024;
+
+// ---- records in bytes -------------------------------------------------------------------------------------
+
+uint32_t word_at(std::span<const uint8_t> bytes, size_t at) {
+  uint32_t word = 0;
+  std::memcpy(&word, bytes.data() + at, sizeof word);
+  return word;
+}
+
+bool is_finished(uint64_t valid_word) {
+  return valid_word % calib::kVersionUnit == calib::kValidMark && valid_word / calib::kVersionUnit <= 3;
+}
+
+bool is_good(const Claims& claims) {
+  return claims.has_valid_word && claims.has_good_crc() && claims.words.stored_crc != 0;
+}
+
+/// A record with a wrong checksum that can hardly be there by chance.
+bool is_telling(const RecordSpec& spec, const Claims& claims, const Modules& modules) {
+  if (!claims.has_valid_word) return false;
+  const uint64_t valid_word = claims.words.valid_word;
+  const bool is_judged_bad = spec.is_judged && valid_word % calib::kVersionUnit == 0 && valid_word > 0 &&
+                             valid_word / calib::kVersionUnit <= 3;
+  if (is_finished(valid_word) || is_judged_bad) return true;
+  return std::any_of(modules.begin(), modules.end(), [&](const auto& module) {
+    return module.second != calib::FuseWords{} && claims.words.fuse == module.second;
+  });
+}
+
+struct Count {
+  int good = 0;
+  int telling = 0;
+};
+
+/// The records where the layout has them, if the area begins at `base`.
+Count count_at(std::span<const uint8_t> bytes, uint64_t base, const Modules& modules) {
+  Count count;
+  for (const RecordSpec& spec : record_specs()) {
+    if (!spec.offset) continue;
+    for (int camid = 0; camid < (spec.is_per_camera ? 3 : 1); ++camid) {
+      const uint64_t at = base + area_offset(spec, camid);
+      if (at + spec.size > bytes.size() || is_blank(bytes.subspan(at, spec.size))) continue;
+      const Claims claims = claims_of(spec, bytes.subspan(at, spec.size));
+      count.good += is_good(claims) ? 1 : 0;
+      count.telling += is_telling(spec, claims, modules) ? 1 : 0;
+    }
+  }
+  return count;
+}
+
+/// Places anywhere with a good record, and the bases that they would have the area at.
+std::map<uint64_t, int> bases_of_hits(std::span<const uint8_t> bytes) {
+  std::map<uint64_t, int> bases;
+  size_t hits = 0;
+  size_t checked = 0;
+  for (size_t at = 0; at + sizeof(calib::AwbRecord) <= bytes.size(); ++at) {
+    const uint32_t word = word_at(bytes, at);
+    if (word > calib::kFinishedValidWord || !is_finished(word)) continue;
+    std::set<uint64_t> here;
+    for (const RecordSpec& spec : record_specs()) {
+      if (!spec.offset || field_of_kind(spec, FieldKind::valid_word) == nullptr) continue;
+      if (at + spec.size > bytes.size()) continue;
+      checked += spec.size;
+      if (!is_good(claims_of(spec, bytes.subspan(at, spec.size)))) continue;
+      for (int camid = 0; camid < (spec.is_per_camera ? 3 : 1); ++camid) {
+        if (at >= area_offset(spec, camid)) here.insert(at - area_offset(spec, camid));
+      }
+    }
+    for (const uint64_t base : here) ++bases[base];
+    hits += here.empty() ? 0 : 1;
+    if (hits >= kMostHits || checked >= kMostChecked) break;
+  }
+  return bases;
+}
+
+// ---- what can be done to the bytes ------------------------------------------------------------------------
+
+/// A page of a NAND chip with its out-of-band bytes, and where those mark the block as bad.
+struct PageLayout {
+  uint32_t page;
+  uint32_t spare;
+  uint32_t pages_per_block;
+  uint32_t bad_mark;
+};
+
+constexpr PageLayout kPageLayouts[] = {{512, 16, 32, 5},    {2048, 64, 64, 0},  {2048, 128, 64, 0},
+                                       {4096, 128, 64, 0},  {4096, 224, 64, 0}, {4096, 256, 64, 0},
+                                       {8192, 512, 128, 0}, {8192, 640, 128, 0}};
+
+bool is_marked_bad(std::span<const uint8_t> block, const PageLayout& layout) {
+  const size_t step = layout.page + layout.spare;
+  for (size_t page = 0; page < 2; ++page) {
+    const size_t mark = page * step + layout.page + layout.bad_mark;
+    if (mark < block.size() && block[mark] != 0xFF) return true;
+  }
+  return false;
+}
+
+/// As the kernel's reader delivers the chip: the good blocks without their out-of-band bytes.
+Reading without_spare(std::span<const uint8_t> bytes, const PageLayout& layout) {
+  const size_t step = layout.page + layout.spare;
+  const size_t block_size = step * layout.pages_per_block;
+  Reading reading;
+  int bad_blocks = 0;
+  for (size_t begin = 0; begin < bytes.size(); begin += block_size) {
+    const auto block = bytes.subspan(begin, std::min(block_size, bytes.size() - begin));
+    if (is_marked_bad(block, layout)) {
+      ++bad_blocks;
+      continue;
+    }
+    for (size_t at = 0; at + layout.page <= block.size(); at += step) {
+      const auto page = block.subspan(at, layout.page);
+      reading.bytes.insert(reading.bytes.end(), page.begin(), page.end());
+    }
+  }
+  reading.how = fmt::format("raw NAND: pages of {} bytes, the {} out-of-band bytes after each left out",
+                            layout.page, layout.spare);
+  if (bad_blocks > 0)
+    reading.how += fmt::format(", {} bad block{} as well", bad_blocks, bad_blocks == 1 ? "" : "s");
+  return reading;
+}
+
+Reading with_words_turned(std::span<const uint8_t> bytes) {
+  Reading reading{.bytes = Bytes(bytes.begin(), bytes.end()),
+                  .how = "the four bytes of every word in reverse order: turned round"};
+  for (size_t at = 0; at + sizeof(uint32_t) <= bytes.size(); at += sizeof(uint32_t)) {
+    std::reverse(reading.bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                 reading.bytes.begin() + static_cast<std::ptrdiff_t>(at + sizeof(uint32_t)));
+  }
+  return reading;
+}
+
+/// The bytes as they are, and without the out-of-band bytes that they may have.
+std::vector<Reading> ways_to_read(const Bytes& bytes) {
+  std::vector<Reading> ways = {{.bytes = bytes}};
+  for (const PageLayout& layout : kPageLayouts) {
+    if (bytes.size() % (layout.page + layout.spare) == 0) ways.push_back(without_spare(bytes, layout));
+  }
+  return ways;
+}
+
+// ---- the best of them -------------------------------------------------------------------------------------
+
+/// The bases at which the phone looks, or where a file of the area alone has it.
+std::vector<uint64_t> expected_bases(const SearchOptions& options, size_t size) {
+  if (options.base) return {*options.base};
+  std::vector<uint64_t> bases(kBases.begin(), kBases.end());
+  if (size <= calib::kAreaBase2k) bases = {0};
+  return bases;
+}
+
+/// Keeps the readings that are as good as the best.
+class Best {
+ public:
+  void take(const Reading& way, uint64_t base, int score) {
+    if (score == 0 || score < score_) return;
+    if (score > score_) found_.clear();
+    score_ = score;
+    if (found_.size() < kMostReadings) found_.emplace_back(&way, base);
+  }
+  std::vector<Reading> readings() const {
+    std::vector<Reading> readings;
+    for (const auto& [way, base] : found_) readings.push_back({way->bytes, base, way->how});
+    return readings;
+  }
+
+ private:
+  static constexpr size_t kMostReadings = 8;
+  int score_ = 0;
+  std::vector<std::pair<const Reading*, uint64_t>> found_;
+};
+
+int rank_of(uint64_t base) {
+  if (base == kBases[0] || base == kBases[1] || base == 0) return 2;
+  return base % kSmallestBlock == 0 ? 1 : 0;
+}
+
+}  // namespace
+
+std::vector<Reading> search_records(const Bytes& bytes, const SearchOptions& options) {
+  std::vector<Reading> ways = ways_to_read(bytes);
+  for (int round = 0; round < 2; ++round) {
+    Best expected;
+    Best damaged;
+    Best elsewhere;
+    for (const Reading& way : ways) {
+      for (const uint64_t base : expected_bases(options, way.bytes.size())) {
+        const Count count = count_at(way.bytes, base, options.modules);
+        expected.take(way, base, count.good);
+        damaged.take(way, base, count.telling);
+      }
+    }
+    if (!expected.readings().empty()) return expected.readings();
+    if (!damaged.readings().empty()) return damaged.readings();
+    for (const Reading& way : ways) {
+      for (const auto& [base, hits] : bases_of_hits(way.bytes))
+        elsewhere.take(way, base, 3 * hits + rank_of(base));
+    }
+    if (!elsewhere.readings().empty()) return elsewhere.readings();
+    ways = {with_words_turned(bytes)};
+  }
+  return {};
+}
+
+std::string shift_text(uint64_t base, std::optional<uint32_t> expected) {
+  const uint64_t from =
+      expected.value_or(page_size_of(base, expected) == 4096 ? calib::kAreaBase4k : calib::kAreaBase2k);
+  if (base == from) return "";
+  if (base == 0) return "the record area alone";
+  if (base < from) return fmt::format("records 0x{:x} earlier than expected", from - base);
+  const uint64_t shift = base - from;
+  std::string text = fmt::format("records 0x{:x} later than expected", shift);
+  if (shift % kCommonBlock == 0) {
+    const uint64_t blocks = shift / kCommonBlock;
+    text += blocks == 1 ? ": one bad block before them" : fmt::format(": {} bad blocks before them", blocks);
+  }
+  return text;
+}
+
+int page_size_of(uint64_t base, std::optional<uint32_t> expected) {
+  if (expected) return *expected == calib::kAreaBase4k ? 4096 : 2048;
+  if (base == calib::kAreaBase2k) return 2048;
+  const bool fits_4k = base >= calib::kAreaBase4k && (base - calib::kAreaBase4k) % kCommonBlock == 0;
+  const bool fits_2k = base >= calib::kAreaBase2k && (base - calib::kAreaBase2k) % kCommonBlock == 0;
+  return fits_2k && !fits_4k ? 2048 : 4096;
+}
+
+}  // namespace awbcal
