@@ -382,7 +382,6 @@ void finish(Phone& phone, bool is_alone, const InputOptions& options) {
   phone.kind = is_alone ? phone.files.at(0).layout : Layout::phone;
   find_records(phone, options);
   if (is_alone && options.as.empty() && phone.kind == Layout::partition) drop_noise(phone);
-  if (!phone.holds_calibration()) phone.notes.emplace_back("no calibration found");
 }
 
 }  // namespace
