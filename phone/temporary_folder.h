@@ -6,8 +6,9 @@
 
 namespace phone {
 
-/// A new folder of its own name under the system's temporary one, removed with all that it holds when the
-/// scope ends. std::filesystem::filesystem_error if none can be made.
+/// A new folder with a name of its own: in $TMPDIR if that is set, else in memory where the machine has that to
+/// spare, else in /tmp. It is removed with all that it holds when the scope ends.
+/// std::filesystem::filesystem_error if none can be made.
 class TemporaryFolder {
  public:
   TemporaryFolder();

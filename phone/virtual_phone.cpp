@@ -20,7 +20,7 @@ namespace phone {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr const char* emmc_image = "dev/block/mmcblk0p6";
+constexpr const char* kEmmcImage = "dev/block/mmcblk0p6";
 
 std::unique_ptr<Nand>& attached_nand() {
   static auto* const nand = new std::unique_ptr<Nand>;
@@ -51,17 +51,19 @@ void create_emmc(const fs::path& dir, const Options& options) {
   fs::create_directories(by_name);
   constexpr std::array<std::pair<const char*, const char*>, 3> links = {
       {{"boot", "mmcblk0p5"}, {"mfg", "mmcblk0p6"}, {"system", "mmcblk0p7"}}};
-  for (const auto& [name, device] : links)
+  for (const auto& [name, device] : links) {
     fs::create_symlink(std::string("/dev/block/") + device, by_name / name);
-  write_text(dir / emmc_image, "");
+  }
+  write_text(dir / kEmmcImage, "");
   if (options.fill == 0) {
-    fs::resize_file(dir / emmc_image, options.partition_size);
+    fs::resize_file(dir / kEmmcImage, options.partition_size);
     return;
   }
-  std::ofstream image(dir / emmc_image, std::ios::binary);
+  std::ofstream image(dir / kEmmcImage, std::ios::binary);
   const std::string row(4096, static_cast<char>(options.fill));
-  for (uint64_t left = options.partition_size; left > 0; left -= std::min<uint64_t>(left, row.size()))
+  for (uint64_t left = options.partition_size; left > 0; left -= std::min<uint64_t>(left, row.size())) {
     image.write(row.data(), static_cast<std::streamsize>(std::min<uint64_t>(left, row.size())));
+  }
   if (!image.flush()) throw std::runtime_error("cannot write the image of the partition");
 }
 
@@ -105,15 +107,18 @@ void write_image(const fs::path& file, uint64_t offset, const void* data, size_t
 
 VirtualPhone VirtualPhone::create(const fs::path& dir, const Options& options) {
   const fs::path folder = fs::absolute(dir);
-  if (fs::exists(folder / "properties"))
+  if (fs::exists(folder / "properties")) {
     throw std::runtime_error("there is already a phone in " + folder.string());
-  for (const char* name : {"data/misc/camera", "sys/android_camera_awb_cal", "dev/block", "factory"})
+  }
+  for (const char* name : {"data/misc/camera", "sys/android_camera_awb_cal", "dev/block", "factory"}) {
     fs::create_directories(folder / name);
-  write_text(folder / "faults", fault_file_help);
-  if (options.storage == Storage::emmc)
+  }
+  write_text(folder / "faults", kFaultFileHelp);
+  if (options.storage == Storage::emmc) {
     create_emmc(folder, options);
-  else
+  } else {
     create_nand(folder, options.nand);
+  }
   // Last, because this file is what makes the folder a phone.
   write_text(folder / "properties",
              "# The phone's properties: name=value\nro.pagesize=" + std::to_string(options.page_size) + "\n");
@@ -126,22 +131,25 @@ VirtualPhone VirtualPhone::attach(const fs::path& dir) {
   const fs::path folder = fs::canonical(dir);
   if (attached) throw std::logic_error("another phone is attached");
   if (!fs::exists(folder / "properties")) throw std::runtime_error("there is no phone in " + folder.string());
-  if (redirected_on_host(folder.string()))
+  if (redirected_on_host(folder.string())) {
     throw std::runtime_error("a phone cannot be in a folder that phones redirect: " + folder.string());
+  }
   const FaultFile faults = read_fault_file(folder / "faults");
   attached_nand() = open_nand(folder);
-  if (!attached_nand() && !faults.nand.empty())
+  if (!attached_nand() && !faults.nand.empty()) {
     throw std::runtime_error("NAND faults on a phone without NAND");
-  disarm_faults();
+  }
   for (const NandFault& fault : faults.nand) attached_nand()->add_fault(fault);
-  for (const Fault& fault : faults.calls) arm_fault(fault);
   insert_nand(attached_nand().get());
   serve_properties_from(folder / "properties");
   open_log();
-  take_journal();
+  keep_journal(true);
   redirect_to(folder.string());
   attached = true;
-  return VirtualPhone(folder);
+  VirtualPhone phone(folder);
+  phone.clear_faults();
+  for (const Fault& fault : faults.calls) phone.add_fault(fault);
+  return phone;
 }
 
 VirtualPhone::VirtualPhone(fs::path dir) : dir_(std::move(dir)) {}
@@ -151,7 +159,7 @@ VirtualPhone::VirtualPhone(VirtualPhone&& other) noexcept : dir_(std::exchange(o
 VirtualPhone::~VirtualPhone() {
   if (dir_.empty()) return;
   redirect_to("");
-  disarm_faults();
+  clear_faults();
   close_log();
   stop_serving_properties();
   insert_nand(nullptr);
@@ -169,34 +177,6 @@ void VirtualPhone::set_redirection(bool on) {
   redirect_to(on ? dir_.string() : "");
 }
 
-void VirtualPhone::set_property(const std::string& name, const std::string& value) {
-  if (!write_property(name, value)) throw std::invalid_argument("not a property: " + name + "=" + value);
-}
-
-void VirtualPhone::unset_property(const std::string& name) {
-  remove_property(name);
-}
-
-std::string VirtualPhone::property(const std::string& name, const std::string& otherwise) const {
-  return read_property(name).value_or(otherwise);
-}
-
-std::vector<LogLine> VirtualPhone::take_log() {
-  return take_log_lines();
-}
-
-void VirtualPhone::set_log_mask(unsigned mask) {
-  set_mask_answer(mask);
-}
-
-void VirtualPhone::print_log_to(std::FILE* stream) {
-  set_log_stream(stream);
-}
-
-std::vector<std::string> VirtualPhone::take_mask_questions() {
-  return phone::take_mask_questions();
-}
-
 std::vector<uint8_t> VirtualPhone::partition() const {
   if (attached_nand()) {
     std::vector<uint8_t> bytes;
@@ -206,39 +186,20 @@ std::vector<uint8_t> VirtualPhone::partition() const {
     }
     return bytes;
   }
-  return read_file(dir_ / emmc_image);
+  return read_file(dir_ / kEmmcImage);
 }
 
 void VirtualPhone::write_partition(uint64_t offset, const void* data, size_t size) {
-  if (attached_nand())
+  if (attached_nand()) {
     write_nand(*attached_nand(), offset, static_cast<const uint8_t*>(data), size);
-  else
-    write_image(dir_ / emmc_image, offset, data, size);
+  } else {
+    write_image(dir_ / kEmmcImage, offset, data, size);
+  }
 }
 
 void VirtualPhone::reboot() {
   power_nand_on();
   export_calibration(dir_, partition(), property("ro.pagesize"));
-}
-
-void VirtualPhone::add_fault(const Fault& fault) {
-  arm_fault(fault);
-}
-
-void VirtualPhone::clear_faults() {
-  disarm_faults();
-}
-
-unsigned VirtualPhone::struck_faults() const {
-  return phone::struck_faults();
-}
-
-std::vector<Call> VirtualPhone::take_calls() {
-  return take_journal();
-}
-
-size_t VirtualPhone::open_descriptors() const {
-  return tracked_descriptors();
 }
 
 Nand& VirtualPhone::nand() {

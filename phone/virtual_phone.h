@@ -170,7 +170,9 @@ class VirtualPhone {
   void set_redirection(bool on);
 
   // ---- properties: <dir>/properties, lines as phone/services/properties_file.h reads them -----
+  /// std::invalid_argument for what cannot be a property. Many at once are written in one go.
   void set_property(const std::string& name, const std::string& value);
+  void set_properties(const std::map<std::string, std::string>& properties);
   void unset_property(const std::string& name);
   std::string property(const std::string& name, const std::string& otherwise = "") const;
 

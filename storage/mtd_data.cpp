@@ -1,5 +1,6 @@
 // Whole partitions, or their first block, by name: a handle with a buffer over the streams.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -45,15 +46,16 @@ void log_short_write(Extent extent, int64_t result) {
   }
 }
 
-/// Reads into a new buffer of the handle. A read that ends early is logged, not
-/// refused; the rest of the buffer is then zeros or what a rejected block held.
+/// Reads into a new buffer of the handle, which has room for either extent: the handle does not say which one
+/// was read, and a later write may want the other. A read that ends early is logged, not refused; the rest of
+/// the buffer is zeros or what a rejected block held.
 int32_t read_extent(mtd_data_handle* handle, Extent extent) {
   const mtd_partition& partition = *handle->partition;
   const uint32_t amount = bytes_of(extent, partition);
   mtd_read_context* context = mtd_read_partition(&partition);
   if (context == nullptr) return cannot_open(partition);
   free(handle->data);
-  handle->data = calib::mtd::allocate_zeroed(amount);
+  handle->data = calib::mtd::allocate_zeroed(std::max(partition.size, partition.erase_size));
   if (handle->data == nullptr) {
     mtd_read_close(context);
     return FAIL("cannot malloc %d bytes", static_cast<int>(amount));
@@ -74,6 +76,7 @@ int32_t write_extent(const mtd_data_handle& handle, Extent extent) {
   const int64_t result = mtd_write_data(context, handle.data, amount);
   if (result < int64_t{amount}) {
     log_short_write(extent, result);
+    const calib::KeepErrno keep;
     mtd_write_close(context);
     return -1;
   }
@@ -124,5 +127,6 @@ int32_t mtd_data_write(mtd_data_handle* handle) {
 }
 
 int32_t mtd_data_write_block(mtd_data_handle* handle) {
-  return can_write(handle) ? write_extent(*handle, Extent::block) : -1;
+  // Nothing is no block.
+  return can_write(handle) && handle->partition->erase_size > 0 ? write_extent(*handle, Extent::block) : -1;
 }

@@ -34,7 +34,7 @@ namespace {
 
 using calib::mtd::log_module;
 
-/// Releases a context of either kind. Returns what close() said.
+/// Releases a context of either kind, keeping errno unless close() fails. Returns what that said.
 template <class Context>
 int release(Context* context) {
   const int closed = context->fd >= 0 ? close(context->fd) : 0;
@@ -186,7 +186,8 @@ int64_t mtd_erase_blocks(mtd_write_context* context, int32_t blocks) {
 int32_t mtd_write_close(mtd_write_context* context) {
   if (context == nullptr) return -1;
 
-  const int64_t flushed = mtd_erase_blocks(context, 0);
-  const int closed = release(context);
-  return flushed < 0 || closed != 0 ? -1 : 0;
+  if (mtd_erase_blocks(context, 0) >= 0) return release(context) == 0 ? 0 : -1;
+  const calib::KeepErrno keep;
+  release(context);
+  return -1;
 }

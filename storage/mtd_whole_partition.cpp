@@ -31,18 +31,25 @@ ssize_t write_piece(int fd, void* buffer, size_t count) {
   return write(fd, buffer, count);
 }
 
-/// One pass over the buffer in pieces. Returns the bytes moved up to the first piece that failed.
-int64_t move_pieces(mtd_transfer transfer, int fd, uint8_t* buffer, uint32_t piece, int loops) {
-  int64_t moved = 0;
+/// A transfer that moved less than it was asked for says nothing about memory, whatever errno still holds.
+bool ran_out_of_memory(ssize_t moved) {
+  return moved < 0 && errno == ENOMEM;
+}
+
+enum class Pass { whole, out_of_memory, failed };
+
+/// One pass over the buffer in pieces, up to the first that fails.
+Pass move_pieces(mtd_transfer transfer, int fd, uint8_t* buffer, uint32_t piece, int loops) {
   for (int i = 0; i < loops; ++i) {
-    if (transfer(fd, buffer + moved, piece) != ssize_t{piece}) {
+    const ssize_t moved = transfer(fd, buffer + int64_t{piece} * i, piece);
+    if (moved != ssize_t{piece}) {
       LOGE("this try also fails: %s(%d)!\n", strerror(errno), errno);
-      break;
+      return ran_out_of_memory(moved) ? Pass::out_of_memory : Pass::failed;
     }
-    moved += piece;
-    LOGD("> loop %d, data size 0x%x, total 0x%x bytes\n", i, piece, static_cast<unsigned>(moved));
+    const int64_t total = int64_t{piece} * (i + 1);
+    LOGD("> loop %d, data size 0x%x, total 0x%x bytes\n", i, piece, static_cast<unsigned>(total));
   }
-  return moved;
+  return Pass::whole;
 }
 
 /// Erases the block at `position` unless it is bad or cannot be asked about. Returns whether no erase failed.
@@ -96,12 +103,14 @@ int32_t mtd_set_partition_erase_info(int32_t fd, uint32_t start, uint32_t end) {
     return FAIL("length %d is not a multiple of erase size %d", static_cast<int>(end),
                 static_cast<int>(erase_size));
   }
-  int32_t result = 0;
+  int failure = 0;
   // 64 bits wide: the position after the last block may be 4 GiB.
   for (uint64_t position = start; position < end; position += erase_size) {
-    if (!erase_if_good(fd, static_cast<uint32_t>(position))) result = -1;
+    if (!erase_if_good(fd, static_cast<uint32_t>(position))) failure = errno;
   }
-  return result;
+  if (failure == 0) return 0;
+  errno = failure;
+  return -1;
 }
 
 int32_t alloc_mtd_repeat_and_do(mtd_transfer transfer, int32_t fd, void* buffer, uint32_t total) {
@@ -114,9 +123,9 @@ int32_t alloc_mtd_repeat_and_do(mtd_transfer transfer, int32_t fd, void* buffer,
     loops *= 2;
     LOGD("try again: data size 0x%x, loops %d\n", piece, loops);
     // The descriptor is not rewound: a pass that fails part-way has moved its position on for good.
-    const int64_t moved = move_pieces(transfer, fd, static_cast<uint8_t*>(buffer), piece, loops);
-    if (moved == total) return 0;
-    if (moved < int64_t{piece} * loops && errno != ENOMEM) return -1;
+    const Pass pass = move_pieces(transfer, fd, static_cast<uint8_t*>(buffer), piece, loops);
+    if (pass == Pass::failed) return -1;
+    if (pass == Pass::whole && int64_t{piece} * loops == total) return 0;
   }
   return -1;
 }
@@ -131,9 +140,10 @@ int32_t mtd_read_partition_data(int32_t fd, uint32_t* size, void** out) {
 
   *out = calib::mtd::allocate_zeroed(*size);
   if (*out == nullptr) return -1;
-  if (read(fd, *out, *size) == ssize_t{*size}) return 0;
+  const ssize_t moved = read(fd, *out, *size);
+  if (moved == ssize_t{*size}) return 0;
   LOGE("cannot read %u bytes from partition! errno = %d", *size, errno);
-  if (errno == ENOMEM && alloc_mtd_repeat_and_do(read_piece, fd, *out, *size) == 0) return 0;
+  if (ran_out_of_memory(moved) && alloc_mtd_repeat_and_do(read_piece, fd, *out, *size) == 0) return 0;
   const calib::KeepErrno keep;
   free(*out);
   *out = nullptr;
@@ -144,8 +154,9 @@ int32_t mtd_write_partition_data(int32_t fd, uint32_t length, const void* buffer
   if (length == 0 || buffer == nullptr) return -1;
   if (mtd_set_partition_erase_info(fd, 0, length) < 0) return -1;
   if (lseek64(fd, 0, SEEK_SET) != 0) return -1;
-  if (write(fd, buffer, length) == ssize_t{length}) return 0;
+  const ssize_t moved = write(fd, buffer, length);
+  if (moved == ssize_t{length}) return 0;
   LOGE("cannot write %u bytes to partition! errno = %d", length, errno);
-  if (errno != ENOMEM) return -1;
+  if (!ran_out_of_memory(moved)) return -1;
   return alloc_mtd_repeat_and_do(write_piece, fd, const_cast<void*>(buffer), length);
 }

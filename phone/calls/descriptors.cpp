@@ -7,6 +7,8 @@
 #include <mutex>
 #include <utility>
 
+#include "phone/virtual_phone.h"
+
 namespace phone {
 namespace {
 
@@ -34,7 +36,7 @@ const Node* node_for(const std::string& path, NodeKind kind) {
   return &known->try_emplace({path, kind}, Node{path, kind}).first->second;
 }
 
-size_t tracked_descriptors() {
+size_t VirtualPhone::open_descriptors() const {
   return static_cast<size_t>(
       std::count_if(nodes.begin(), nodes.end(), [](const auto& node) { return node.load() != nullptr; }));
 }

@@ -23,8 +23,6 @@ void track(int fd, const Node* node);
 /// The one node of this path and kind; it lives as long as the process.
 const Node* node_for(const std::string& path, NodeKind kind);
 
-size_t tracked_descriptors();
-
 }  // namespace phone
 
 #endif

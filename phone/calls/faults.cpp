@@ -13,7 +13,7 @@
 
 namespace phone {
 
-const std::string_view fault_file_help = R"(# Faults, one a line; read when a program attaches the phone.
+const std::string_view kFaultFileHelp = R"(# Faults, one a line; read when a program attaches the phone.
 #
 #   CALL PATH NTH[+] EFFECT        a call of the C library or of a service
 #   nand OP BLOCK NTH[+] EFFECT    an operation of the NAND chip
@@ -60,8 +60,8 @@ bool path_matches(std::string_view pattern, std::string_view path) {
 }
 
 // Every fault counts the call, also when another fault strikes it.
-Verdict strike(std::string_view call, std::string_view path, bool any_name_counts) {
-  Verdict verdict;
+CallEffect strike(std::string_view call, std::string_view path, bool any_name_counts) {
+  CallEffect effect;
   bool decided = false;
   for (Armed& armed : state().armed) {
     const Fault& fault = armed.fault;
@@ -71,9 +71,9 @@ Verdict strike(std::string_view call, std::string_view path, bool any_name_count
     const bool due = armed.matches == fault.nth || (fault.from_then_on && armed.matches > fault.nth);
     if (!due || std::exchange(decided, true)) continue;
     ++state().struck;
-    verdict = fault.transfer >= 0 ? Verdict{.transfer = fault.transfer} : Verdict{.error = fault.error};
+    effect = fault.transfer >= 0 ? CallEffect{.transfer = fault.transfer} : CallEffect{.error = fault.error};
   }
-  return verdict;
+  return effect;
 }
 
 std::optional<int> errno_named(std::string_view name) {
@@ -88,8 +88,9 @@ template <typename Value>
 std::optional<Value> number(std::string_view text) {
   std::istringstream in{std::string(text)};
   Value value = {};
-  if (text.empty() || text[0] < '0' || text[0] > '9' || !(in >> value) || in.peek() != EOF)
+  if (text.empty() || text[0] < '0' || text[0] > '9' || !(in >> value) || in.peek() != EOF) {
     return std::nullopt;
+  }
   return value;
 }
 
@@ -162,20 +163,20 @@ bool read_fault_line(const std::string& line, FaultFile& faults) {
 
 }  // namespace
 
-Verdict judge_file_call(std::string_view call, std::string_view path, const char* journal_name) {
+CallEffect effect_on_file_call(std::string_view call, std::string_view path, const char* journal_name) {
   const std::lock_guard lock(state().mutex);
   const std::string_view name = journal_name != nullptr ? journal_name : call;
   if (state().journal_kept) state().journal.push_back({std::string(name), std::string(path)});
   return strike(call, path, true);
 }
 
-Verdict judge_service_call(std::string_view call, std::string_view subject) {
+CallEffect effect_on_service_call(std::string_view call, std::string_view subject) {
   if (!__atomic_load_n(&any_fault_armed, __ATOMIC_ACQUIRE)) return {};
   const std::lock_guard lock(state().mutex);
   return strike(call, subject, false);
 }
 
-void arm_fault(const Fault& fault) {
+void VirtualPhone::add_fault(const Fault& fault) {
   const std::lock_guard lock(state().mutex);
   state().armed.push_back({fault});
   // The journal and the matching know directories without their trailing slash.
@@ -184,14 +185,14 @@ void arm_fault(const Fault& fault) {
   __atomic_store_n(&any_fault_armed, true, __ATOMIC_RELEASE);
 }
 
-void disarm_faults() {
+void VirtualPhone::clear_faults() {
   const std::lock_guard lock(state().mutex);
   state().armed.clear();
   __atomic_store_n(&any_fault_armed, false, __ATOMIC_RELEASE);
   state().struck = 0;
 }
 
-unsigned struck_faults() {
+unsigned VirtualPhone::struck_faults() const {
   const std::lock_guard lock(state().mutex);
   return state().struck;
 }
@@ -202,7 +203,7 @@ void keep_journal(bool on) {
   state().journal.clear();
 }
 
-std::vector<Call> take_journal() {
+std::vector<Call> VirtualPhone::take_calls() {
   const std::lock_guard lock(state().mutex);
   return std::exchange(state().journal, {});
 }
@@ -211,9 +212,11 @@ FaultFile read_fault_file(const std::filesystem::path& file) {
   FaultFile faults;
   std::ifstream in(file);
   std::string line;
-  for (int row = 1; std::getline(in, line); ++row)
-    if (!read_fault_line(line, faults))
+  for (int row = 1; std::getline(in, line); ++row) {
+    if (!read_fault_line(line, faults)) {
       throw std::runtime_error(file.string() + ":" + std::to_string(row) + ": not a fault: " + line);
+    }
+  }
   return faults;
 }
 

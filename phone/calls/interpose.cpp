@@ -21,13 +21,13 @@ bool under(const std::string& path, std::string_view dir) {
   return path.starts_with(dir);
 }
 
-constexpr unsigned mmc_major = 179;
-constexpr unsigned mtd_major = 90;
+constexpr unsigned kMmcMajor = 179;
+constexpr unsigned kMtdMajor = 90;
 
 void show_node(const std::string& path, struct stat& status) {
   if (!S_ISREG(status.st_mode)) return;
-  if (under(path, "/dev/block/")) show_as_device(status, S_IFBLK, mmc_major, 0);
-  if (under(path, "/dev/mtd/")) show_as_device(status, S_IFCHR, mtd_major, 0);
+  if (under(path, "/dev/block/")) show_as_device(status, S_IFBLK, kMmcMajor, 0);
+  if (under(path, "/dev/mtd/")) show_as_device(status, S_IFCHR, kMtdMajor, 0);
 }
 
 void show_node_extended(const std::string& path, struct statx& extended) {
@@ -97,8 +97,9 @@ INTERPOSE(int, openat, (int dir, const char* path, int flags, ...)) {
   va_end(arguments);
   return on_path("open", path, phone::links_for(flags), [&](const char* at, const std::string* phone_path) {
     const int how = phone_path != nullptr ? phone::flags_for(*phone_path, flags) : flags;
-    if (phone_path != nullptr && phone::is_nand_path(*phone_path) && !phone::nand_powered())
+    if (phone_path != nullptr && phone::is_nand_path(*phone_path) && !phone::nand_powered()) {
       return fail<int>(EIO);
+    }
     return phone::opened(NEXT(openat)(dir, at, how, mode), phone_path);
   });
 }
@@ -133,7 +134,7 @@ INTERPOSE_ALIAS(creat64, creat);
 INTERPOSE(int, close, (int fd)) {
   const Node* node = node_of(fd);
   if (node == nullptr) return NEXT(close)(fd);
-  const int error = phone::decide([&] { return phone::judge_file_call("close", node->path).error; });
+  const int error = phone::decide([&] { return phone::effect_on_file_call("close", node->path).error; });
   phone::track(fd, nullptr);
   const int result = NEXT(close)(fd);
   return error != 0 ? fail<int>(error) : result;

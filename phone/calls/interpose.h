@@ -40,10 +40,11 @@ namespace phone {
 
 template <typename Result>
 Result failure() {
-  if constexpr (std::is_pointer_v<Result>)
+  if constexpr (std::is_pointer_v<Result>) {
     return nullptr;
-  else
+  } else {
     return static_cast<Result>(-1);
+  }
 }
 
 template <typename Result>
@@ -73,8 +74,8 @@ auto on_path(const char* call, const char* path, Links links, Real&& real)
   const int error = decide([&] {
     target = redirect(path, links);
     if (!target) return 0;
-    const Verdict verdict = judge_file_call(call, target->phone);
-    return verdict.error != 0 ? verdict.error : target->error;
+    const CallEffect effect = effect_on_file_call(call, target->phone);
+    return effect.error != 0 ? effect.error : target->error;
   });
   if (error != 0) return fail<Result>(error);
   return real(target ? target->host.c_str() : path, target ? &target->phone : nullptr);
@@ -88,9 +89,9 @@ auto on_descriptor(const char* call, int fd, size_t size, Real&& real, const cha
   const Node* node = node_of(fd);
   if (node == nullptr) return real(node, size);
   const int error = decide([&] {
-    const Verdict verdict = judge_file_call(call, node->path, journal_name);
-    if (verdict.transfer >= 0) size = std::min(size, static_cast<size_t>(verdict.transfer));
-    if (verdict.error != 0) return verdict.error;
+    const CallEffect effect = effect_on_file_call(call, node->path, journal_name);
+    if (effect.transfer >= 0) size = std::min(size, static_cast<size_t>(effect.transfer));
+    if (effect.error != 0) return effect.error;
     return node->kind == NodeKind::nand && !nand_powered() ? EIO : 0;
   });
   return error != 0 ? fail<decltype(real(node, size))>(error) : real(node, size);

@@ -21,9 +21,9 @@ Result on_stream(const char* call, std::FILE* stream, size_t size, Result failed
   const Node* node = node_of(descriptor_of(stream));
   if (node == nullptr) return real(size);
   const int error = decide([&] {
-    const Verdict verdict = judge_file_call(call, node->path);
-    if (verdict.transfer >= 0) size = std::min(size, static_cast<size_t>(verdict.transfer));
-    return verdict.error;
+    const CallEffect effect = effect_on_file_call(call, node->path);
+    if (effect.transfer >= 0) size = std::min(size, static_cast<size_t>(effect.transfer));
+    return effect.error;
   });
   if (error == 0) return real(size);
   errno = error;
@@ -101,7 +101,7 @@ INTERPOSE(int, fclose, (std::FILE * stream)) {
   const int fd = phone::descriptor_of(stream);
   const phone::Node* node = phone::node_of(fd);
   if (node == nullptr) return NEXT(fclose)(stream);
-  const int error = phone::decide([&] { return phone::judge_file_call("fclose", node->path).error; });
+  const int error = phone::decide([&] { return phone::effect_on_file_call("fclose", node->path).error; });
   phone::track(fd, nullptr);
   const int result = NEXT(fclose)(stream);
   return error != 0 ? phone::fail<int>(error) : result;

@@ -31,8 +31,9 @@ int look_in_object(dl_phdr_info* object, size_t, void* argument) {
   for (int i = 0; i < object->dlpi_phnum; ++i) {
     const ElfW(Phdr)& part = object->dlpi_phdr[i];
     const uintptr_t start = object->dlpi_addr + part.p_vaddr;
-    if (part.p_type == PT_LOAD && caller->address >= start && caller->address < start + part.p_memsz)
+    if (part.p_type == PT_LOAD && caller->address >= start && caller->address < start + part.p_memsz) {
       caller->in_library = true;
+    }
   }
   return 1;
 }
@@ -41,7 +42,7 @@ bool allocation_fails(void* return_address) {
   if (!__atomic_load_n(&any_fault_armed, __ATOMIC_ACQUIRE)) return false;
   Caller caller{reinterpret_cast<uintptr_t>(return_address), false};
   dl_iterate_phdr(look_in_object, &caller);
-  if (!caller.in_library || judge_service_call("malloc", "").error == 0) return false;
+  if (!caller.in_library || effect_on_service_call("malloc", "").error == 0) return false;
   errno = ENOMEM;
   return true;
 }

@@ -12,7 +12,7 @@
 namespace phone {
 namespace {
 
-constexpr std::string_view redirected_roots[] = {
+constexpr std::string_view kRedirectedRoots[] = {
     "/data/misc/camera", "/sys/android_camera_awb_cal", "/proc/emmc", "/proc/mtd", "/dev/block", "/dev/mtd",
 };
 
@@ -54,8 +54,9 @@ class PathBuffer {
 };
 
 const std::string_view* root_of(std::string_view path) {
-  for (const std::string_view& root : redirected_roots)
+  for (const std::string_view& root : kRedirectedRoots) {
     if (path.starts_with(root) && (path.size() == root.size() || path[root.size()] == '/')) return &root;
+  }
   return nullptr;
 }
 
@@ -95,8 +96,8 @@ std::optional<Target> redirect(const char* path, Links links) {
   // A trailing slash asks for a directory; the host's kernel is to answer that as the phone's would.
   const bool wants_directory = path[std::strlen(path) - 1] == '/';
   Target target{.phone = std::string(buffer.view()), .host = {}};
-  constexpr int max_links = 40;  // as Linux counts them
-  for (int hops = 0; hops <= max_links; ++hops) {
+  constexpr int kMaxLinks = 40;  // as Linux counts them
+  for (int hops = 0; hops <= kMaxLinks; ++hops) {
     const auto further = one_link_further(*dir, target.phone, wants_directory ? Links::follow : links);
     // A link that leads off the phone is left for the kernel to follow.
     if (!further || root_of(*further) == nullptr) {

@@ -14,7 +14,7 @@
 namespace phone {
 namespace {
 
-constexpr int sector_size = 512;
+constexpr int kSectorSize = 512;
 
 template <typename Value>
 int answer(void* argument, Value value) {
@@ -62,9 +62,9 @@ int block_device_ioctl(int fd, unsigned long request, void* argument) {
     case BLKGETSIZE64:
       return answer(argument, size);
     case BLKGETSIZE:
-      return answer(argument, static_cast<unsigned long>(size / sector_size));
+      return answer(argument, static_cast<unsigned long>(size / kSectorSize));
     case BLKSSZGET:
-      return answer(argument, sector_size);
+      return answer(argument, kSectorSize);
     case BLKFLSBUF:
       return 0;
     default:

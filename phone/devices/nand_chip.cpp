@@ -26,7 +26,7 @@ namespace {
 using Op = NandFault::Op;
 using Effect = NandFault::Effect;
 
-constexpr uint8_t erased = 0xFF;
+constexpr uint8_t kErased = 0xFF;
 
 std::vector<NandSegment> segments(uint64_t at, size_t size, uint32_t erase_size) {
   std::vector<NandSegment> parts;
@@ -57,8 +57,9 @@ bool makes_sense(Op op, Effect effect) {
 
 Chip::Chip(const fs::path& dir) : dir_(dir), state_(read_nand_state(dir)) {
   const fs::path content = dir.string() + nand_device_name(geometry());
-  if (!fs::exists(content) || fs::file_size(content) != size())
+  if (!fs::exists(content) || fs::file_size(content) != size()) {
     throw std::runtime_error("not the content of the NAND chip: " + content.string());
+  }
   const int fd = open(content.c_str(), O_RDWR | O_CLOEXEC);
   void* map = fd < 0 ? MAP_FAILED : mmap(nullptr, size(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   if (fd >= 0) close(fd);
@@ -79,8 +80,9 @@ void Chip::set_block_bytes(uint32_t block, const std::vector<uint8_t>& bytes) {
 void Chip::add_fault(const NandFault& fault) {
   const bool no_such_block = fault.block >= static_cast<int64_t>(geometry().blocks) ||
                              (fault.op == Op::ecc_stats && fault.block >= 0);
-  if (no_such_block || !makes_sense(fault.op, fault.effect))
+  if (no_such_block || !makes_sense(fault.op, fault.effect)) {
     throw std::invalid_argument("not a fault that this chip can have");
+  }
   const NandLock lock(nand_mutex);
   faults_.push_back({fault});
 }
@@ -121,8 +123,9 @@ int Chip::program_segment(const NandSegment& part, const uint8_t* from) {
   NandBlock& block = state_.blocks[part.block];
   uint8_t* to = content_ + part.at;
   if (block.bad) record_violation("program of a bad block", part.at);
-  if (std::any_of(to, to + part.size, [](uint8_t byte) { return byte != erased; }))
+  if (std::any_of(to, to + part.size, [](uint8_t byte) { return byte != kErased; })) {
     record_violation("program of a block that was not erased", part.at);
+  }
   const auto effect = strike(Op::program, part.block);
   const bool half_done = effect == Effect::fail || effect == Effect::power_cut;
   const size_t programmed = half_done ? part.size / 2 : part.size;
@@ -154,7 +157,7 @@ int Chip::erase_block(uint32_t block) {
   }
   const bool half_done = strike(Op::erase, block).has_value();
   std::fill_n(content_ + start_of(block), half_done ? geometry().erase_size / 2 : geometry().erase_size,
-              erased);
+              kErased);
   ++state_.blocks[block].erases;
   return half_done ? EIO : 0;
 }
@@ -170,8 +173,9 @@ int Chip::erase(uint64_t at, uint64_t length) {
     return EINVAL;
   }
   int error = 0;
-  for (uint64_t done = 0; done < length && error == 0; done += erase_size)
+  for (uint64_t done = 0; done < length && error == 0; done += erase_size) {
     error = erase_block(static_cast<uint32_t>((at + done) / erase_size));
+  }
   save();
   return error;
 }

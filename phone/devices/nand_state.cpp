@@ -87,8 +87,9 @@ std::string nand_device_name(const NandGeometry& geometry) {
 }
 
 void create_nand(const fs::path& dir, const NandGeometry& geometry) {
-  if (geometry.erase_size == 0 || geometry.blocks == 0)
+  if (geometry.erase_size == 0 || geometry.blocks == 0) {
     throw std::invalid_argument("a NAND chip without blocks");
+  }
   NandState state{.geometry = geometry, .blocks = std::vector<NandBlock>(geometry.blocks)};
   for (const uint32_t block : geometry.factory_bad) state.blocks.at(block).bad = true;
   const fs::path content = dir.string() + nand_device_name(geometry);
@@ -112,11 +113,13 @@ void save_nand_state(const fs::path& dir, const NandState& state) {
       << state.geometry.blocks << "\nfactory_bad " << state.geometry.factory_bad.size();
   for (const uint32_t block : state.geometry.factory_bad) out << ' ' << block;
   out << "\necc_corrected " << state.corrected << "\necc_failed " << state.failed << "\n";
-  for (size_t i = 0; i < state.blocks.size(); ++i)
+  for (size_t i = 0; i < state.blocks.size(); ++i) {
     out << "block " << i << " erased " << state.blocks[i].erases << " programmed " << state.blocks[i].programs
         << (state.blocks[i].bad ? " bad" : " good") << "\n";
-  for (const NandViolation& violation : state.violations)
+  }
+  for (const NandViolation& violation : state.violations) {
     out << "violation " << violation.offset << ' ' << violation.what << "\n";
+  }
   write_over(state_file(dir), out.str());
 }
 
@@ -125,9 +128,11 @@ NandState read_nand_state(const fs::path& dir) {
   NandState state;
   std::ifstream in(file);
   std::string line;
-  for (int row = 1; std::getline(in, line); ++row)
-    if (!read_state_line(line, state))
+  for (int row = 1; std::getline(in, line); ++row) {
+    if (!read_state_line(line, state)) {
       throw std::runtime_error(file.string() + ":" + std::to_string(row) + ": not a chip's state: " + line);
+    }
+  }
   state.blocks.resize(state.geometry.blocks);
   return state;
 }

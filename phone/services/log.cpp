@@ -28,9 +28,9 @@ State& state() {
 
 // logcat's brief format gives every line of a message its own prefix.
 void print_brief(std::FILE* stream, const LogLine& line) {
-  constexpr std::string_view letters = "??VDIWEFS";
+  constexpr std::string_view kLetters = "??VDIWEFS";
   const auto priority = static_cast<size_t>(line.priority);
-  const char letter = priority < letters.size() ? letters[priority] : '?';
+  const char letter = priority < kLetters.size() ? kLetters[priority] : '?';
   std::string_view text = line.text;
   do {
     const size_t end = text.find('\n');
@@ -46,7 +46,7 @@ void print_brief(std::FILE* stream, const LogLine& line) {
 
 bool record_log_line(int priority, const char* tag, const char* text) {
   const LogLine line{tag != nullptr ? tag : "", priority, text};
-  if (judge_service_call("__android_log_print", line.tag).error != 0) return false;
+  if (effect_on_service_call("__android_log_print", line.tag).error != 0) return false;
   const std::lock_guard lock(state().mutex);
   if (!state().open) return true;
   if (state().stream != nullptr) print_brief(state().stream, line);
@@ -60,22 +60,22 @@ unsigned answer_mask_question(const char* tag) {
   return state().mask;
 }
 
-std::vector<LogLine> take_log_lines() {
+std::vector<LogLine> VirtualPhone::take_log() {
   const std::lock_guard lock(state().mutex);
   return std::exchange(state().lines, {});
 }
 
-std::vector<std::string> take_mask_questions() {
+std::vector<std::string> VirtualPhone::take_mask_questions() {
   const std::lock_guard lock(state().mutex);
   return std::exchange(state().questions, {});
 }
 
-void set_mask_answer(unsigned mask) {
+void VirtualPhone::set_log_mask(unsigned mask) {
   const std::lock_guard lock(state().mutex);
   state().mask = mask;
 }
 
-void set_log_stream(std::FILE* stream) {
+void VirtualPhone::print_log_to(std::FILE* stream) {
   const std::lock_guard lock(state().mutex);
   state().stream = stream;
 }

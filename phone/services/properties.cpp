@@ -3,27 +3,32 @@
 #include <cutils/properties.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <fstream>
+#include <map>
 #include <mutex>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include "phone/calls/faults.h"
 #include "phone/calls/real.h"
 #include "phone/services/properties_file.h"
+#include "phone/virtual_phone.h"
 
 namespace phone {
 namespace {
 
 struct State {
   std::mutex mutex;
-  std::filesystem::path file;      // empty: no phone
-  std::vector<std::string> lines;  // comments and empty lines included, since they are written back
+  std::filesystem::path file;  // empty: no phone
+  std::string text;            // comments and empty lines included, since they are written back
+  std::map<std::string, std::string> values;
   struct stat seen = {};
-  time_t read_at = 0;
+  timespec read_at = {};
 };
 
 State& state() {
@@ -31,54 +36,77 @@ State& state() {
   return *instance;
 }
 
-bool same_file(const struct stat& a, const struct stat& b) {
-  return a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
-         a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+auto instant(const timespec& time) {
+  return std::pair(time.tv_sec, time.tv_nsec);
 }
 
+/// Reads the file again if it may be another than at the last look. Every question comes by here.
 void refresh() {
   struct stat now = {};
   if (stat(state().file.c_str(), &now) != 0) now = {};
-  // A file written within the same tick of the clock as our last look may have changed unseen.
-  const bool settled = state().read_at > now.st_mtim.tv_sec + 1;
-  if (settled && same_file(now, state().seen)) return;
+  // Within one tick of the clock that stamps files, a second change leaves the stamp as it is.
+  const bool settled = instant(now.st_mtim) < instant(state().read_at);
+  const bool same = now.st_ino == state().seen.st_ino && now.st_size == state().seen.st_size &&
+                    instant(now.st_mtim) == instant(state().seen.st_mtim);
+  if (settled && same) return;
   state().seen = now;
-  state().read_at = time(nullptr);
-  state().lines.clear();
-  std::ifstream in(state().file);
-  for (std::string line; std::getline(in, line);) state().lines.push_back(line);
+  clock_gettime(CLOCK_REALTIME_COARSE, &state().read_at);
+  std::string text(static_cast<size_t>(now.st_size), '\0');
+  std::ifstream in(state().file, std::ios::binary);
+  in.read(text.data(), now.st_size);
+  text.resize(static_cast<size_t>(in.gcount()));
+  if (text == state().text) return;
+  state().text = std::move(text);
+  state().values = parse_properties(state().text);
 }
 
 // A reader in another process sees the old file or the new one, never half of one.
-bool save() {
+bool replace_file(const std::string& text) {
   const std::filesystem::path fresh = state().file.string() + ".new";
   std::ofstream out(fresh, std::ios::trunc);
-  for (const std::string& line : state().lines) out << line << '\n';
+  out << text;
   out.close();
   std::error_code error;
   if (out) std::filesystem::rename(fresh, state().file, error);
-  if (!out || error) return false;
-  return true;
+  return out && !error;
 }
 
-bool is_line_of(std::string_view name, std::string_view line) {
-  const auto parsed = parse_property_line(line);
-  return parsed && parsed->name == name;
+/// `text` with one line for this property instead of all that it has; with none if there is no value.
+std::string with(const std::string& text, const std::string& name, const std::optional<std::string>& value) {
+  std::string fresh = value ? name + "=" + *value + "\n" : "";
+  std::string result;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    const auto parsed = parse_property_line(line);
+    result += parsed && parsed->name == name ? std::exchange(fresh, "") : line + "\n";
+  }
+  return result + fresh;
 }
 
-// The last line of a name wins.
-std::string* line_of(const std::string& name) {
-  const auto found = std::find_if(state().lines.rbegin(), state().lines.rend(),
-                                  [&](const std::string& line) { return is_line_of(name, line); });
-  return found == state().lines.rend() ? nullptr : &*found;
+bool can_be(const std::string& name, const std::string& value) {
+  return !name.empty() && name[0] != '#' && name[0] != '[' && name.find_first_of("= \t\r\n") == name.npos &&
+         value.size() < PROP_VALUE_MAX && value.find_first_of("\r\n") == value.npos;
 }
 
-bool can_be_name(std::string_view name) {
-  return !name.empty() && name[0] != '#' && name.find_first_of("= \t\r\n") == name.npos;
+std::optional<std::string> read_property(const std::string& name) {
+  const std::lock_guard lock(state().mutex);
+  if (state().file.empty()) return std::nullopt;
+  refresh();
+  const auto found = state().values.find(name);
+  return found == state().values.end() ? std::nullopt : std::optional(found->second);
 }
 
-bool can_be_value(std::string_view value) {
-  return value.size() < PROP_VALUE_MAX && value.find_first_of("\r\n") == value.npos;
+/// False: not what a property's name or value can be, or the file cannot be written.
+bool write_properties(const std::map<std::string, std::string>& properties) {
+  const std::lock_guard lock(state().mutex);
+  if (state().file.empty()) return false;
+  refresh();
+  std::string text = state().text;
+  for (const auto& [name, value] : properties) {
+    if (!can_be(name, value)) return false;
+    text = with(text, name, value);
+  }
+  return replace_file(text);
 }
 
 int copy_value(std::string_view from, char* to) {
@@ -90,7 +118,7 @@ int copy_value(std::string_view from, char* to) {
 
 int read_value(std::string_view service_call, const char* name, char* value) {
   value[0] = '\0';
-  if (name == nullptr || judge_service_call(service_call, name).error != 0) return 0;
+  if (name == nullptr || effect_on_service_call(service_call, name).error != 0) return 0;
   return copy_value(read_property(name).value_or(""), value);
 }
 
@@ -99,7 +127,8 @@ int read_value(std::string_view service_call, const char* name, char* value) {
 void serve_properties_from(const std::filesystem::path& file) {
   const std::lock_guard lock(state().mutex);
   state().file = file;
-  state().lines.clear();
+  state().text.clear();
+  state().values.clear();
   state().seen = {};
 }
 
@@ -107,33 +136,25 @@ void stop_serving_properties() {
   serve_properties_from({});
 }
 
-std::optional<std::string> read_property(const std::string& name) {
-  const std::lock_guard lock(state().mutex);
-  if (state().file.empty() || name.empty()) return std::nullopt;
-  refresh();
-  const std::string* line = line_of(name);
-  return line == nullptr ? std::nullopt : std::optional(std::string(parse_property_line(*line)->value));
+void VirtualPhone::set_property(const std::string& name, const std::string& value) {
+  set_properties({{name, value}});
 }
 
-bool write_property(const std::string& name, const std::string& value) {
-  const std::lock_guard lock(state().mutex);
-  if (state().file.empty() || !can_be_name(name) || !can_be_value(value)) return false;
-  refresh();
-  std::string fresh = name;
-  fresh.append("=").append(value);
-  if (std::string* line = line_of(name))
-    *line = fresh;
-  else
-    state().lines.push_back(fresh);
-  return save();
+void VirtualPhone::set_properties(const std::map<std::string, std::string>& properties) {
+  if (write_properties(properties)) return;
+  std::string names;
+  for (const auto& [name, value] : properties) names += " " + name + "=" + value;
+  throw std::invalid_argument("not properties, or the file cannot be written:" + names);
 }
 
-void remove_property(const std::string& name) {
+void VirtualPhone::unset_property(const std::string& name) {
   const std::lock_guard lock(state().mutex);
-  if (state().file.empty()) return;
   refresh();
-  std::erase_if(state().lines, [&](const std::string& line) { return is_line_of(name, line); });
-  save();
+  replace_file(with(state().text, name, std::nullopt));
+}
+
+std::string VirtualPhone::property(const std::string& name, const std::string& otherwise) const {
+  return read_property(name).value_or(otherwise);
 }
 
 }  // namespace phone
@@ -154,8 +175,8 @@ PHONE_EXPORT int property_get(const char* key, char* value, const char* default_
 
 PHONE_EXPORT int property_set(const char* key, const char* value) {
   const phone::ErrnoKeeper keeper;
-  if (key == nullptr || phone::judge_service_call("property_set", key).error != 0) return -1;
+  if (key == nullptr || phone::effect_on_service_call("property_set", key).error != 0) return -1;
   // The platform lets nobody change a read-only property once it has a value.
   if (std::string_view(key).starts_with("ro.") && phone::read_property(key)) return -1;
-  return phone::write_property(key, value == nullptr ? "" : value) ? 0 : -1;
+  return phone::write_properties({{key, value == nullptr ? "" : value}}) ? 0 : -1;
 }

@@ -5,12 +5,12 @@
 namespace phone {
 namespace {
 
-constexpr const char* blanks = " \t\r";
+constexpr const char* kBlanks = " \t\r";
 
 std::string_view trimmed(std::string_view text) {
-  const size_t first = text.find_first_not_of(blanks);
+  const size_t first = text.find_first_not_of(kBlanks);
   if (first == text.npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+  return text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
 }
 
 std::optional<PropertyLine> parse_getprop_line(std::string_view line) {
@@ -37,8 +37,9 @@ std::map<std::string, std::string> parse_properties(std::string_view text) {
   std::map<std::string, std::string> properties;
   while (!text.empty()) {
     const size_t end = std::min(text.find('\n'), text.size());
-    if (const auto line = parse_property_line(text.substr(0, end)))
+    if (const auto line = parse_property_line(text.substr(0, end))) {
       properties.insert_or_assign(std::string(line->name), std::string(line->value));
+    }
     text.remove_prefix(std::min(end + 1, text.size()));
   }
   return properties;

@@ -262,8 +262,9 @@ void flips(phone::VirtualPhone& phone) {
   phone.take_log();
   bool good = write_bytes(0, data);
   int reads = 0;
-  do good = good && reads_as(0, data);
-  while (good && ++reads < 100 && ecc_stats().corrected == 0);
+  do {
+    good = good && reads_as(0, data);
+  } while (good && ++reads < 100 && ecc_stats().corrected == 0);
   const mtd_ecc_stats stats = ecc_stats();
   fact(good, "four blocks written, and read back right %d times", reads);
   fact(stats.corrected > 0 && stats.failed == 0, "the kernel corrected %u flipped bit(s)", stats.corrected);
@@ -281,8 +282,9 @@ int main(int count, char** arguments) {
     phone.set_redirection(false);
     run(phone);
     if (failures == 0) return 0;
-    for (const auto& line : phone.take_log())
+    for (const auto& line : phone.take_log()) {
       std::printf("          %s: %s\n", line.tag.c_str(), line.text.c_str());
+    }
     return 1;
   }
   std::fprintf(stderr, "kernel_test: which subject?\n");

@@ -2,18 +2,16 @@
 // block? Guards against an erase too many, a block read twice and a failure that nobody can see on a phone.
 
 #include <climits>
+#include <regex>
 
 #include "tests/support/nand_phone.h"
 
 namespace {
 
 using phone::Fault;
-using phone::LogLine;
 using phone::NandFault;
 using support::Bytes;
 using support::kMtdPath;
-using support::MD;
-using support::ME;
 using Op = NandFault::Op;
 using Effect = NandFault::Effect;
 using Names = std::vector<std::string>;
@@ -55,7 +53,7 @@ TEST_F(MtdBackend, FindsTheFirstWholeNameInTheFirst511BytesOfProcMtd) {
   for (const Row& row : rows) {
     list_in_proc_mtd(row.text);
     mtd_partition found{};
-    const auto lines = lines_of([&] { EXPECT_EQ(mtd_open(&found, "mfg"), row.found ? 0 : -1) << row.what; });
+    const auto lines = said([&] { EXPECT_EQ(mtd_open(&found, "mfg"), row.found ? 0 : -1) << row.what; });
     EXPECT_STREQ(found.path, row.found ? kMtdPath : "") << row.what;
     EXPECT_EQ(found.size, row.found ? row.size : 0) << row.what;
     EXPECT_EQ(found.erase_size, row.found ? 0x1000U : 0U) << row.what;
@@ -65,7 +63,7 @@ TEST_F(MtdBackend, FindsTheFirstWholeNameInTheFirst511BytesOfProcMtd) {
       EXPECT_EQ(found.fd, -1);
       EXPECT_EQ(mtd_close(&found), 0) << "closed already";
     } else {
-      EXPECT_EQ(lines, (std::vector{ME("mtd_open(): cannot find MTD partition [mfg]!\n")})) << row.what;
+      EXPECT_EQ(lines, "Emtd_open(): cannot find MTD partition [mfg]!\n|") << row.what;
     }
   }
 }
@@ -74,14 +72,15 @@ TEST_F(MtdBackend, OpensWithOneReadAndSaysWhatDoesNotOpen) {
   mtd_partition found{};
   EXPECT_EQ(calls_of([&] { mtd_open(&found, "mfg"); }), (Names{"open", "read", "close", "open"}));
   mtd_close(&found);
+  const auto open = [&] { EXPECT_EQ(mtd_open(&found, "mfg"), -1); };
   for (const char* call : {"open", "read"}) {
     phone().add_fault({.call = call, .path = "/proc/mtd"});
-    EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_open(&found, "mfg"), -1); }),
-              (std::vector{ME("mtd_open(): cannot find MTD partition [mfg]!\n")}));
+    EXPECT_EQ(said(open), "Emtd_open(): cannot find MTD partition [mfg]!\n|");
+    EXPECT_EQ(error, EIO);
   }
   list_in_proc_mtd("mtd7: 00008000 00001000 \"mfg\"");
-  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_open(&found, "mfg"), -1); }),
-            (std::vector{ME("mtd_open(): /dev/mtd/mtd7: No such file or directory\n")}));
+  EXPECT_EQ(said(open), "Emtd_open(): /dev/mtd/mtd7: No such file or directory\n|");
+  EXPECT_EQ(error, ENOENT);
   EXPECT_EQ(found.fd, -1);
 }
 
@@ -141,119 +140,128 @@ TEST_F(MtdBackend, WritesWholeBlocksUnreadAndMergesTheOthers) {
 
 // ---- the exact lines --------------------------------------------------------------------------------------
 
+using Prepare = std::function<void(support::NandPhone&)>;
+
+void as_it_is(support::NandPhone&) {}
+void zero_first(support::NandPhone& phone) {
+  phone.nand().set_block_bytes(0, Bytes(4096, 0));
+}
+Prepare mark(uint32_t block) {
+  return [=](support::NandPhone& phone) { phone.nand().mark_bad(block); };
+}
+Prepare chip(Op op, int64_t block, Effect effect = Effect::fail, unsigned nth = 1) {
+  return [=](support::NandPhone& phone) {
+    phone.nand().add_fault({.op = op, .effect = effect, .block = block, .nth = nth});
+  };
+}
+Prepare chip_always(Op op, int64_t block) {
+  return [=](support::NandPhone& phone) {
+    phone.nand().add_fault({.op = op, .block = block, .from_then_on = true});
+  };
+}
+Prepare call(const char* name, unsigned nth, long transfer = -1) {
+  const char* path = std::string_view(name) == "malloc" ? "" : kMtdPath;
+  return [=](support::NandPhone& phone) {
+    phone.phone().add_fault({.call = name, .path = path, .nth = nth, .transfer = transfer});
+  };
+}
+Prepare operator+(const Prepare& first, const Prepare& second) {
+  return [=](support::NandPhone& phone) { first(phone), second(phone); };
+}
+
 struct LogRow {
-  const char* what;
-  std::vector<NandFault> faults;
-  int32_t result;
-  std::vector<LogLine> lines;
-  std::vector<uint32_t> bad = {};
-  bool first_block_zero = false;
-  std::vector<Fault> call_faults = {};
+  Prepare prepare;
+  std::string lines;
+  int error = 0;  ///< of a transfer that fails
 };
 
-void check(const std::vector<LogRow>& rows, const std::function<int32_t(mtd_partition*, Bytes&)>& transfer) {
-  for (const LogRow& row : rows) {
-    support::NandPhone phone({.erase_size = 4096, .blocks = 3, .factory_bad = row.bad});
-    if (row.first_block_zero) phone.nand().set_block_bytes(0, Bytes(4096, 0));
-    for (const auto& fault : row.faults) phone.nand().add_fault(fault);
-    for (const auto& fault : row.call_faults) phone.phone().add_fault(fault);
-    Bytes block = support::pattern(4096, 70);
-    int32_t result = 1;
-    EXPECT_EQ(phone.lines_of([&] { result = transfer(phone.state(), block); }), row.lines) << row.what;
-    EXPECT_EQ(result, row.result) << row.what;
-    const bool ran_out = row.result != 0 && row.lines.back().text.find("ECCGETSTATS") == std::string::npos;
-    EXPECT_TRUE(!ran_out || phone.error == ENOSPC) << row.what;
-    EXPECT_TRUE(phone.nand().violations().empty()) << row.what;
-  }
+/// A row's lines, where an error stands by its name.
+std::string spelled(const std::string& lines) {
+  return std::regex_replace(lines, std::regex("EIO"), "Input/output error");
 }
 
-TEST(MtdReadLog, NamesTheReasonForEveryBlockPassedOver) {
-  const auto eio = [](const char* text) { return ME(std::string(text) + " (Input/output error)\n"); };
-  const std::vector<LogRow> rows = {
-      {"all is well", {}, 0, {}},
-      {"corrected", {{.op = Op::read, .effect = Effect::ecc_corrected, .block = 0}}, 0, {}},
-      {"marked bad", {}, 0, {ME("mtd: MEMGETBADBLOCK returned 1 at 0x00000000 (errno=0)\n")}, {0}},
-      {"could not ask",
-       {{.op = Op::ask_bad, .block = 0}},
-       0,
-       {ME("mtd: MEMGETBADBLOCK returned -1 at 0x00000000 (errno=5)\n")}},
-      {"read fails", {{.op = Op::read, .block = 0}}, 0, {eio("mtd: read error at 0x00000000")}},
-      {"read is short",
-       {},
-       0,
-       {ME("mtd: read error at 0x00000000 (Success)\n")},
-       {},
-       false,
-       {{.call = "read", .path = kMtdPath, .transfer = 4095}}},
-      {"all zero", {}, 0, {ME("mtd: read all-zero block at 0x00000000; skipping\n")}, {}, true},
-      {"uncorrectable: none after it is trusted",
-       {{.op = Op::read, .effect = Effect::ecc_corrected, .block = 0},
-        {.op = Op::read, .effect = Effect::ecc_failed, .block = 1}},
-       -1,
-       {ME("mtd: read all-zero block at 0x00000000; skipping\n"),
-        ME("mtd: ECC errors (1 soft, 1 hard) at 0x00001000\n"),
-        ME("mtd: ECC errors (1 soft, 1 hard) at 0x00002000\n")},
-       {},
-       true},
-      {"no baseline", {{.op = Op::ecc_stats}}, -1, {eio("mtd: ECCGETSTATS error")}},
-      {"no statistics", {{.op = Op::ecc_stats, .nth = 2}}, -1, {eio("mtd: ECCGETSTATS error")}},
-      {"every ioctl fails",
-       {},
-       -1,
-       {eio("mtd: ECCGETSTATS error")},
-       {},
-       false,
-       {{.call = "ioctl", .from_then_on = true}}},
-  };
-  check(rows, [](mtd_partition* state, Bytes& block) { return mtd_read(state, 0, 4096, block.data()); });
+// Calls are counted from the transfer's seek to the start; the question for the position is the second.
+const LogRow kReads[] = {
+    {as_it_is, ""},
+    {chip(Op::read, 0, Effect::ecc_corrected), ""},
+    {mark(0), "Emtd: MEMGETBADBLOCK returned 1 at 0x00000000 (errno=0)\n|"},
+    {chip(Op::ask_bad, 0), "Emtd: MEMGETBADBLOCK returned -1 at 0x00000000 (errno=5)\n|"},
+    {chip(Op::read, 0), "Emtd: read error at 0x00000000 (EIO)\n|"},
+    {call("read", 1, 4095), "Emtd: read error at 0x00000000 (Success)\n|"},
+    {call("lseek", 3), "Emtd: read error at 0x00000000 (EIO)\n|"},
+    {zero_first, "Emtd: read all-zero block at 0x00000000; skipping\n|"},
+    // After an uncorrectable error no block is trusted.
+    {zero_first + chip(Op::read, 0, Effect::ecc_corrected) + chip(Op::read, 1, Effect::ecc_failed),
+     "Emtd: read all-zero block at 0x00000000; skipping\n|"
+     "Emtd: ECC errors (1 soft, 1 hard) at 0x00001000\n|"
+     "Emtd: ECC errors (1 soft, 1 hard) at 0x00002000\n|",
+     ENOSPC},
+    {chip(Op::ecc_stats, -1), "Emtd: ECCGETSTATS error (EIO)\n|", EIO},
+    {chip(Op::ecc_stats, -1, Effect::fail, 2), "Emtd: ECCGETSTATS error (EIO)\n|", EIO},
+    {call("lseek", 1), "Emtd_read(): lseek64(): EIO\n|", EIO},
+    {call("lseek", 2), "", EIO},
+    {call("malloc", 1), "Emtd_read(): malloc failed!\n|", ENOMEM},
+};
+
+const std::string kErase = "Emtd: erase failure at 0x00000000 (EIO)\n|";
+const std::string kWrite = "Emtd: write error at 0x00000000 (EIO)\n|";
+const std::string kReread = "Emtd: re-read error at 0x00000000 (EIO)\n|";
+const std::string kVerify = "Emtd: verification error at 0x00000000 (EIO)\n|";
+const std::string kSilent = "Emtd: verification error at 0x00000000 (Success)\n|";
+const std::string kRetried = "Emtd: wrote block after 1 retries\n|";
+const std::string kSkipped = "Emtd: skipping write block at 0x00000000\n|";
+
+const LogRow kWrites[] = {
+    {as_it_is, ""},
+    {mark(0), "Emtd: not writing bad block at 0x00000000\n|"},
+    {chip(Op::ask_bad, 0), ""},  // used all the same
+    {chip(Op::erase, 0), kErase + kRetried},
+    {chip_always(Op::erase, 0), kErase + kErase + kSkipped},
+    {chip(Op::program, 0), kWrite + kVerify + kRetried},
+    {chip_always(Op::program, 0), kWrite + kVerify + kWrite + kVerify + kSkipped},
+    {chip(Op::program, 0, Effect::corrupt), kSilent + kRetried},
+    {chip(Op::read, 0, Effect::corrupt), kSilent + kRetried},
+    {chip(Op::read, 0), kReread + kRetried},
+    {call("lseek", 3), kWrite + kVerify + kRetried},
+    {call("lseek", 4), kReread + kRetried},
+    {mark(1) + chip_always(Op::erase, -1),
+     kErase + kErase + kSkipped + "Emtd: not writing bad block at 0x00001000\n|" +
+         "Emtd: erase failure at 0x00002000 (EIO)\n|Emtd: erase failure at 0x00002000 (EIO)\n|" +
+         "Emtd: skipping write block at 0x00002000\n|",
+     ENOSPC},
+    {call("lseek", 1), "Emtd_write(): lseek64(): EIO\n|", EIO},
+    {call("lseek", 2), "", EIO},
+    {call("malloc", 1), "Emtd_write(): malloc failed!\n|", ENOMEM},
+    {call("malloc", 2), "Emtd_write(): malloc failed!\n|", ENOMEM},
+};
+
+void check(const LogRow& row, const std::function<int32_t(mtd_partition*, uint8_t*)>& transfer) {
+  SCOPED_TRACE(row.lines);
+  support::NandPhone phone({.erase_size = 4096, .blocks = 3});
+  row.prepare(phone);
+  Bytes block = support::pattern(4096, 70);
+  const auto run = [&] { EXPECT_EQ(transfer(phone.state(), block.data()), row.error == 0 ? 0 : -1); };
+  EXPECT_EQ(phone.said(run), spelled(row.lines));
+  EXPECT_TRUE(row.error == 0 || phone.error == row.error) << phone.error;
+  EXPECT_TRUE(phone.nand().violations().empty());
+  const bool nothing_tried = row.error != 0 && row.error != ENOSPC;
+  EXPECT_TRUE(!nothing_tried || phone.nand().erase_count(0) == 0) << "a block was lost for nothing";
 }
 
-TEST(MtdWriteLog, NamesEveryAttempt) {
-  const auto eio = [](const char* text) { return ME(std::string(text) + " (Input/output error)\n"); };
-  const LogLine retried = ME("mtd: wrote block after 1 retries\n");
-  const LogLine skipped = ME("mtd: skipping write block at 0x00000000\n");
-  const LogLine erase = eio("mtd: erase failure at 0x00000000");
-  const LogLine write = eio("mtd: write error at 0x00000000");
-  const LogLine verify = eio("mtd: verification error at 0x00000000");
-  const LogLine silent = ME("mtd: verification error at 0x00000000 (Success)\n");
-  const std::vector<LogRow> rows = {
-      {"all is well", {}, 0, {}},
-      {"marked bad", {}, 0, {ME("mtd: not writing bad block at 0x00000000\n")}, {0}},
-      {"could not ask: used", {{.op = Op::ask_bad, .block = 0}}, 0, {}},
-      {"erase fails once", {{.op = Op::erase, .block = 0}}, 0, {erase, retried}},
-      {"erase fails", {{.op = Op::erase, .block = 0, .from_then_on = true}}, 0, {erase, erase, skipped}},
-      {"program fails once: verified all the same", {{.op = Op::program}}, 0, {write, verify, retried}},
-      {"program fails",
-       {{.op = Op::program, .block = 0, .from_then_on = true}},
-       0,
-       {write, verify, write, verify, skipped}},
-      {"silently wrong once", {{.op = Op::program, .effect = Effect::corrupt}}, 0, {silent, retried}},
-      {"read back wrong once", {{.op = Op::read, .effect = Effect::corrupt}}, 0, {silent, retried}},
-      {"not read back once", {{.op = Op::read}}, 0, {eio("mtd: re-read error at 0x00000000"), retried}},
-      {"no block takes it",
-       {{.op = Op::erase, .from_then_on = true}},
-       -1,
-       {erase, erase, skipped, ME("mtd: not writing bad block at 0x00001000\n"),
-        eio("mtd: erase failure at 0x00002000"), eio("mtd: erase failure at 0x00002000"),
-        ME("mtd: skipping write block at 0x00002000\n")},
-       {1}},
-  };
-  check(rows, [](mtd_partition* state, Bytes& block) { return mtd_write(state, 0, 4096, block.data()); });
+TEST(MtdBackendLog, NamesTheReasonForEveryBlockPassedOverAndEveryAttempt) {
+  for (const LogRow& row : kReads)
+    check(row, [](auto* s, auto* block) { return mtd_read(s, 0, 4096, block); });
+  for (const LogRow& row : kWrites)
+    check(row, [](auto* s, auto* block) { return mtd_write(s, 0, 4096, block); });
 }
 
-TEST_F(MtdBackend, ReportsSeeksThatFail) {
-  uint8_t byte = 1;
-  // The seek to the start, then that back to the block which was read for the merge.
-  const std::pair<unsigned, bool> rows[] = {{1, false}, {1, true}, {2, true}, {5, true}};
-  for (const auto& row : rows) {
+TEST_F(MtdBackend, AMergeThatCannotSeekBackErasesNothing) {
+  const uint8_t byte = 1;
+  for (const unsigned nth : {2U, 5U}) {  // the position before the read; the way back to it
     phone().clear_faults();
-    phone().add_fault({.call = "lseek", .path = kMtdPath, .nth = row.first});
-    int32_t result = 0;
-    const auto lines = lines_of(
-        [&] { result = row.second ? mtd_write(state(), 1, 1, &byte) : mtd_read(state(), 1, 1, &byte); });
-    EXPECT_EQ(result, -1) << row.first;
-    EXPECT_EQ(lines, std::vector{ME(row.second ? "mtd_write(): lseek64(): Input/output error\n"
-                                               : "mtd_read(): lseek64(): Input/output error\n")});
+    phone().add_fault({.call = "lseek", .path = kMtdPath, .nth = nth});
+    EXPECT_EQ(said([&] { EXPECT_EQ(mtd_write(state(), 1, 1, &byte), -1); }),
+              "Emtd_write(): lseek64(): Input/output error\n|");
   }
   EXPECT_EQ(nand().erase_count(0), 0U);
 }
@@ -299,33 +307,6 @@ TEST_F(MtdBackend, OneByteMakesABlockMoreThanZeros) {
 
 // ---- bad input --------------------------------------------------------------------------------------------
 
-TEST_F(MtdBackend, BadArgumentsTouchNothing) {
-  uint8_t byte = 0xA5;
-  mtd_partition* const open = state();
-  const auto read_line = ME("mtd_read(): invalid argument!\n");
-  const auto write_line = ME("mtd_write(): invalid argument!\n");
-  const std::pair<std::function<int32_t()>, LogLine> rows[] = {
-      {[&] { return mtd_open(nullptr, "mfg"); }, ME("mtd_open(): invalid argument!\n")},
-      {[&] { return mtd_open(open, nullptr); }, ME("mtd_open(): invalid argument!\n")},
-      {[&] { return mtd_read(nullptr, 0, 1, &byte); }, read_line},
-      {[&] { return mtd_read(open, -1, 1, &byte); }, read_line},
-      {[&] { return mtd_read(open, 0, 0, &byte); }, read_line},
-      {[&] { return mtd_read(open, 0, 1, nullptr); }, read_line},
-      {[&] { return mtd_write(nullptr, 0, 1, &byte); }, write_line},
-      {[&] { return mtd_write(open, -1, 1, &byte); }, write_line},
-      {[&] { return mtd_write(open, 0, -1, &byte); }, write_line},
-      {[&] { return mtd_write(open, 0, 1, nullptr); }, write_line},
-      {[&] { return mtd_close(nullptr); }, ME("mtd_close(): invalid argument!\n")},
-  };
-  for (const auto& row : rows) {
-    std::vector<LogLine> lines;
-    const auto calls = calls_of([&] { lines = lines_of([&] { EXPECT_EQ(row.first(), -1); }); });
-    EXPECT_EQ(lines, std::vector{row.second});
-    EXPECT_TRUE(calls.empty()) << row.second.text;
-  }
-  EXPECT_EQ(byte, 0xA5);
-}
-
 TEST_F(MtdBackend, WhatDoesNotFitEndsWithoutSpaceOrErase) {
   struct Row {
     const char* what;
@@ -355,23 +336,6 @@ TEST_F(MtdBackend, WhatDoesNotFitEndsWithoutSpaceOrErase) {
     EXPECT_EQ(error, row.error) << row.what;
     for (uint32_t block = 0; block < 8; ++block) EXPECT_EQ(nand().erase_count(block), 0U) << row.what;
   }
-}
-
-TEST_F(MtdBackend, WithoutMemoryNothingIsErased) {
-  uint8_t byte = 0;
-  for (const unsigned nth : {1U, 2U}) {
-    for (const bool write : {true, false}) {
-      if (nth == 2 && !write) continue;  // a read has one block only
-      phone().clear_faults();
-      phone().add_fault({.call = "malloc", .nth = nth});
-      const auto lines = lines_of(
-          [&] { EXPECT_EQ(write ? mtd_write(state(), 0, 1, &byte) : mtd_read(state(), 0, 1, &byte), -1); });
-      EXPECT_EQ(lines,
-                std::vector{ME(write ? "mtd_write(): malloc failed!\n" : "mtd_read(): malloc failed!\n")});
-      EXPECT_EQ(error, ENOMEM);
-    }
-  }
-  EXPECT_EQ(nand().erase_count(0), 0U);
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 
 #include "awb_calibration/storage.h"
 
+#include <fcntl.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -10,7 +13,6 @@
 
 namespace {
 
-using phone::Fault;
 using phone::LogLine;
 using support::Bytes;
 
@@ -79,13 +81,10 @@ TEST_F(PartitionLookup, ProcEmmcTakesTheFirstWholeNameOfAWellFormedLine) {
   for (const Row& row : rows) {
     list_in_proc_emmc(row.text);
     EXPECT_EQ(chosen_path(), row.path != nullptr ? row.path : "/dev/block/mmcblk0p6") << row.what;
+    const std::string device = row.path != nullptr ? row.path + std::strlen("/dev/block/") : "";
+    const LogLine found = ED("found emmc partition [mfg]=[" + device + "]\n");
+    EXPECT_EQ(phone().take_log().front() == found, row.path != nullptr) << row.what;
   }
-}
-
-TEST_F(PartitionLookup, ProcEmmcLogsWhatItFound) {
-  list_in_proc_emmc("mmcblk0p6: 00100000 00000200 \"mfg\"\n");
-  EXPECT_EQ(chosen_path(), "/dev/block/mmcblk0p6");
-  EXPECT_EQ(phone().take_log(), (std::vector{ED("found emmc partition [mfg]=[mmcblk0p6]\n")}));
 }
 
 TEST_F(PartitionLookup, GptLinksAreTriedFrom0To10) {
@@ -109,22 +108,20 @@ TEST_F(PartitionLookup, GptLinksAreTriedFrom0To10) {
   }
 }
 
-TEST_F(PartitionLookup, AFolderWithoutTheNameMovesOnAndTheFirstHitWins) {
+TEST_F(PartitionLookup, OddLinksAreFollowedAsFarAsTheyGo) {
   link_by_name(0, "mfg", "");
   link_by_name(3, "mfg", "/dev/block/first");
   link_by_name(4, "mfg", "/dev/block/second");
-  EXPECT_EQ(chosen_path(), "/dev/block/first");
+  EXPECT_EQ(chosen_path(), "/dev/block/first")
+      << "a folder without the name moves on, and the first hit wins";
   EXPECT_EQ(phone().take_log().back(), EE("emmc_open(): /dev/block/first: No such file or directory\n"));
-}
 
-TEST_F(PartitionLookup, OverlongLinkTargetsAreCutToThePath) {
+  EXPECT_EQ(chosen_path(long_line(2000).c_str()), "/dev/block/mmcblk0p6") << "an overlong name";
   link_by_name(1, "mfg", "/dev/block/" + long_line(400));
-  EXPECT_EQ(chosen_path(), "/dev/block/" + long_line(255 - 11));
-}
-
-TEST_F(PartitionLookup, OverlongNamesAreNotFound) {
-  link_by_name(1, "mfg", "/dev/block/mmcblk0p6");
-  EXPECT_EQ(chosen_path(long_line(2000).c_str()), "/dev/block/mmcblk0p6") << "by the fixed fallback";
+  EXPECT_EQ(chosen_path(), "/dev/block/" + long_line(255 - 11)) << "an overlong target is cut to the path";
+  const auto log = phone().take_log();
+  const auto said = ED("found emmc GPT partition [mfg]=[/dev/block/" + long_line(256 - 11) + "]\n");
+  EXPECT_EQ(std::count(log.begin(), log.end(), said), 1) << "and to one byte more in the log";
 }
 
 TEST_F(PartitionLookup, TheFrontEndFallsBackToMtdWhenPartition6CannotBeOpened) {
@@ -175,88 +172,46 @@ TEST_F(PartitionTransfer, MovesExactlyTheBytesAskedFor) {
   }
 }
 
-TEST_F(PartitionTransfer, IsOneSeekAndOneTransferWithItsDebugLine) {
-  uint8_t byte = 0;
-  EXPECT_EQ(log_of([&] { partition_read(&handle_, 9, 1, &byte); }),
-            (std::vector{support::D("use emmc_read(), path = /dev/block/mmcblk0p6\n", kFrontTag)}));
-  EXPECT_EQ(log_of([&] { partition_write(&handle_, 9, 1, &byte); }),
-            (std::vector{support::D("use emmc_write(), path = /dev/block/mmcblk0p6\n", kFrontTag)}));
-  std::vector<std::string> names;
-  for (const auto& call : phone().take_calls()) names.push_back(call.name);
-  EXPECT_EQ(names, (std::vector<std::string>{"lseek", "read", "lseek", "write"}));
-}
-
-TEST_F(PartitionTransfer, BadArgumentsNeverReachABackEnd) {
-  uint8_t byte = 0;
-  partition_handle closed{};
-  using Call = std::function<int32_t()>;
-  const auto line = [](const char* text) { return std::vector{support::E(text, kFrontTag)}; };
-  const auto emmc_line = [](const char* text) { return std::vector{support::E(text, kEmmcTag)}; };
-  const auto read_line = line("partition_read(): invalid argument!\n");
-  const auto write_line = line("partition_write(): invalid argument!\n");
-  const std::pair<Call, std::vector<LogLine>> rows[] = {
-      {[&] { return partition_open(nullptr, "mfg"); }, line("partition_open(): invalid argument!\n")},
-      {[&] { return partition_open(&closed, nullptr); }, line("partition_open(): invalid argument!\n")},
-      {[&] { return partition_read(nullptr, 0, 1, &byte); }, read_line},
-      {[&] { return partition_read(&handle_, -1, 1, &byte); }, read_line},
-      {[&] { return partition_read(&handle_, 0, 0, &byte); }, read_line},
-      {[&] { return partition_read(&handle_, 0, -5, &byte); }, read_line},
-      {[&] { return partition_read(&handle_, 0, 1, nullptr); }, read_line},
-      {[&] { return partition_read(&closed, 0, 1, &byte); }, {}},
-      {[&] { return partition_write(nullptr, 0, 1, &byte); }, write_line},
-      {[&] { return partition_write(&handle_, INT64_MIN, 1, &byte); }, write_line},
-      {[&] { return partition_write(&handle_, 0, 0, &byte); }, write_line},
-      {[&] { return partition_write(&handle_, 0, 1, nullptr); }, write_line},
-      {[&] { return partition_write(&closed, 0, 1, &byte); }, {}},
-      {[&] { return partition_close(nullptr); }, line("partition_close(): invalid argument!\n")},
-      {[&] { return partition_close(&closed); }, {}},
-      {[&] { return emmc_open(nullptr, "mfg"); }, emmc_line("emmc_open(): invalid argument!\n")},
-      {[&] { return emmc_open(handle_.emmc, nullptr); }, emmc_line("emmc_open(): invalid argument!\n")},
-      {[&] { return emmc_read(nullptr, 0, 1, &byte); }, emmc_line("emmc_read(): invalid argument!\n")},
-      {[&] { return emmc_read(handle_.emmc, -1, 1, &byte); }, emmc_line("emmc_read(): invalid argument!\n")},
-      {[&] { return emmc_read(handle_.emmc, 0, 0, &byte); }, emmc_line("emmc_read(): invalid argument!\n")},
-      {[&] { return emmc_write(nullptr, 0, 1, &byte); }, emmc_line("emmc_write(): invalid argument!\n")},
-      {[&] { return emmc_write(handle_.emmc, 0, 1, nullptr); },
-       emmc_line("emmc_write(): invalid argument!\n")},
-      {[&] { return emmc_close(nullptr); }, emmc_line("emmc_close(): invalid argument!\n")},
-  };
-  for (const auto& [call, expected] : rows) {
-    EXPECT_EQ(log_of([&, c = &call] { EXPECT_EQ((*c)(), -1); }), expected);
-  }
-  EXPECT_TRUE(phone().take_calls().empty());
-}
-
-TEST_F(PartitionTransfer, FailuresAreLoggedWithTheirCause) {
+TEST_F(PartitionTransfer, IsOneSeekAndOneTransferThatSaysWhyItFailed) {
+  const std::string device = "/dev/block/mmcblk0p6";
   struct Row {
-    Fault fault;
-    bool write;
-    const char* line;
+    const char* call;
+    int error;
+    const char* text;
   };
-  const char* const device = "/dev/block/mmcblk0p6";
-  const Row rows[] = {
-      {{.call = "lseek", .path = device, .error = EIO},
-       false,
-       "emmc_read(): seek /dev/block/mmcblk0p6: Input/output error\n"},
-      {{.call = "lseek", .path = device, .error = EIO},
-       true,
-       "emmc_write(): seek /dev/block/mmcblk0p6: Input/output error\n"},
-      {{.call = "read", .path = device, .error = ETIMEDOUT},
-       false,
-       "emmc_read(): read /dev/block/mmcblk0p6: Connection timed out\n"},
-      {{.call = "write", .path = device, .error = EROFS},
-       true,
-       "emmc_write(): write /dev/block/mmcblk0p6: Read-only file system\n"},
-  };
-  for (const Row& row : rows) {
-    phone().add_fault(row.fault);
+  for (const bool write : {false, true}) {
+    const std::string verb = write ? "write" : "read";
+    const auto use = support::D("use emmc_" + verb + "(), path = " + device + "\n", kFrontTag);
     uint8_t bytes[8] = {};
-    const auto log = log_of([&] {
-      EXPECT_EQ(row.write ? partition_write(&handle_, 0, 8, bytes) : partition_read(&handle_, 0, 8, bytes),
-                -1);
-    });
-    EXPECT_EQ(log.back(), support::E(row.line, kEmmcTag));
-    phone().clear_faults();
+    const auto transfer = [&] {
+      return write ? partition_write(&handle_, 0, 8, bytes) : partition_read(&handle_, 0, 8, bytes);
+    };
+    phone().take_calls();
+    EXPECT_EQ(log_of([&] { EXPECT_EQ(transfer(), 0); }), std::vector{use});
+    EXPECT_EQ(phone().take_calls(), (std::vector<phone::Call>{{"lseek", device}, {verb, device}}));
+    for (const Row& row :
+         {Row{"lseek", EIO, "seek /dev/block/mmcblk0p6: Input/output error\n"},
+          Row{write ? "write" : "read", EROFS, " /dev/block/mmcblk0p6: Read-only file system\n"}}) {
+      phone().clear_faults();
+      phone().add_fault({.call = row.call, .path = device, .error = row.error});
+      const bool is_seek = row.error == EIO;
+      const std::string line = "emmc_" + verb + "(): " + (is_seek ? "" : verb) + row.text;
+      int error = 0;
+      EXPECT_EQ(log_of([&] {
+                  EXPECT_EQ(transfer(), -1);
+                  error = errno;
+                }),
+                (std::vector{use, EE(line)}));
+      EXPECT_EQ(error, row.error);
+      EXPECT_EQ(phone().take_calls().size(), is_seek ? 1U : 2U) << "nothing moves after a failed seek";
+    }
   }
+}
+
+TEST_F(PartitionTransfer, TheDeviceIsOpenedReadWriteWithoutOtherFlags) {
+  const int flags = fcntl(handle_.emmc->fd, F_GETFL);
+  EXPECT_EQ(flags & (O_ACCMODE | O_APPEND | O_DIRECT | O_NONBLOCK | O_SYNC), O_RDWR);
+  EXPECT_EQ(fcntl(handle_.emmc->fd, F_GETFD) & FD_CLOEXEC, 0);
 }
 
 TEST_F(PartitionTransfer, ShortTransfersFailAndTheImageNeverGrows) {
@@ -270,7 +225,7 @@ TEST_F(PartitionTransfer, ShortTransfersFailAndTheImageNeverGrows) {
   EXPECT_EQ(phone().partition().size(), static_cast<size_t>(kSize));
 }
 
-TEST_F(PartitionTransfer, CloseDispatchesToEmmcWhateverTheOtherPointerHolds) {
+TEST_F(PartitionTransfer, ClosesOnceWhateverTheOtherPointerHolds) {
   partition_handle handle{};
   handle.mtd = reinterpret_cast<mtd_partition*>(8);
   ASSERT_EQ(partition_open(&handle, "mfg"), 0);
@@ -280,9 +235,7 @@ TEST_F(PartitionTransfer, CloseDispatchesToEmmcWhateverTheOtherPointerHolds) {
   EXPECT_EQ(handle.mtd, nullptr);
   EXPECT_EQ(handle.emmc, nullptr);
   EXPECT_EQ(partition_close(&handle), -1);
-}
 
-TEST_F(PartitionTransfer, AnEmmcStateClosesOnce) {
   emmc_state state{};
   ASSERT_EQ(emmc_open(&state, "mfg"), 0);
   EXPECT_EQ(emmc_close(&state), 0);

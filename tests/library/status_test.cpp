@@ -127,14 +127,12 @@ TEST_F(Status, LensShadingMarkerIsSetAndRemoved) {
   EXPECT_EQ(QOR_Init_LSC(), -1) << "there is none";
   phone().add_fault({.call = "open", .path = kDone});
   EXPECT_EQ(log_of([&] { QOR_Set_LSC(data.data(), 9); }), (std::vector{I("QOR_Set_LSC\n"), kNotOpen}));
-  QOR_Set_LSC(nullptr, 9);
   EXPECT_EQ(camera_files(), std::vector<std::string>{});
 
   Bytes buffer(40, 0xEE);
   EXPECT_EQ(log_of([&] { EXPECT_EQ(QOR_Get_LSC(buffer.data(), 40), -1); }),
             (std::vector{I("QOR_Get_LSC\n"), kNotOpen}));
   EXPECT_EQ(buffer, Bytes(40, 0xEE));
-  EXPECT_EQ(QOR_Get_LSC(nullptr, 40), -1);
 }
 
 TEST_F(Status, LensShadingMarkerIsReadWithTheAwbRecordInFront) {
@@ -155,24 +153,6 @@ TEST_F(Status, LensShadingMarkerIsReadWithTheAwbRecordInFront) {
                 (std::vector{I("QOR_Get_LSC\n"), I("bytes_read :" + count + "\n")}));
       EXPECT_EQ(buffer, expected) << stored << ' ' << length;
     }
-  }
-}
-
-TEST_F(Status, NoFailingCallMakesAStepDoneOrLosesADescriptor) {
-  phone().set_property("mfg.calibration.status", "4");
-  put("/data/misc/camera/awb_calibration_success.txt", {});
-  Bytes buffer(64);
-  for (unsigned nth = 1, struck = 1; struck > 0; ++nth) {
-    put(kDone, support::pattern(64));
-    phone().add_fault({.nth = nth});
-    const uint32_t status = Sensor_get_Calibration_status();
-    const int32_t got = QOR_Get_LSC(buffer.data(), 64);
-    QOR_Set_LSC(buffer.data(), 64);
-    const int32_t removed = QOR_Init_LSC();
-    EXPECT_TRUE((status == 0 || status == 4) && (got == 1 || got == -1) && (removed == 0 || removed == -1));
-    EXPECT_EQ(phone().open_descriptors(), 0U) << nth;
-    struck = phone().struck_faults();
-    phone().clear_faults();
   }
 }
 

@@ -168,7 +168,7 @@ TEST_F(Writers, ACacheFileThatCannotBeCreatedIsToldButIsNoFailure) {
   }
 }
 
-// ---- dual camera ----
+// ---- dual camera --------------------------------------------------------------------------------------------
 
 struct DualWriter {
   std::string name;
@@ -285,36 +285,6 @@ TEST_F(Writers, DualCameraPayloadIsReadBackIntoItsFile) {
   for (const auto& [fault, console, log] : rows) {
     EXPECT_EQ(run_with(fault, name, QOR_DUAL_Calibration_ReadCalData),
               (Outcome{-1, begun + console, "I" + begun + "|" + log}));
-  }
-}
-
-TEST_F(Writers, EveryCallFailingInTurnGivesTheRecordOrTheOldBytes) {
-  std::vector<std::function<int32_t()>> calls = {QOR_DUAL_Calibration_ReadCalData};
-  for (const Writer& writer : kWriters) calls.push_back([&writer] { return writer.call(1); });
-  for (const DualWriter& writer : kDualWriters) calls.push_back(writer.call);
-  const Bytes before = phone().partition();
-  int32_t result = -2;
-  for (const auto& call : calls) {
-    const auto partition_after = [&](const Bytes& payload) {
-      put(kPayload, payload);
-      phone().write_partition(0, before.data(), before.size());
-      support::console_of([&] { result = call(); });
-      return phone().partition();
-    };
-    // A payload file that opens but cannot be read counts as empty.
-    const Bytes stored = partition_after(support::pattern(1700)), stored_empty = partition_after({});
-    for (const bool from_then_on : {false, true}) {
-      for (unsigned nth = 1, struck = 1; struck > 0; ++nth) {
-        phone().add_fault({.nth = nth, .from_then_on = from_then_on});
-        const Bytes now = partition_after(support::pattern(1700));
-        struck = phone().struck_faults();
-        phone().clear_faults();
-        EXPECT_TRUE(now == stored || now == stored_empty || (result == -1 && now == before))
-            << "call " << nth;
-        EXPECT_TRUE(result == 0 || result == -1) << "call " << nth;
-        EXPECT_EQ(phone().open_descriptors(), 0U) << "call " << nth;
-      }
-    }
   }
 }
 

@@ -154,8 +154,9 @@ TEST_F(VirtualNandTest, WhatTheKernelRefusesIsRefusedAndRecorded) {
     EXPECT_EQ(std::vector(all.begin() + static_cast<ptrdiff_t>(before), all.end()), row.violations)
         << row.what;
   }
-  for (uint32_t block = 0; block < blocks; ++block)
+  for (uint32_t block = 0; block < blocks; ++block) {
     EXPECT_EQ(nand().block_bytes(block), Bytes(erase_size, 0xFF)) << block;
+  }
 }
 
 TEST_F(VirtualNandTest, TransfersEndWithTheChipAndMoveThePosition) {
@@ -190,8 +191,9 @@ TEST_F(VirtualNandTest, MarksCountersViolationsAndContentSurviveInTheFolder) {
   reattach();
   EXPECT_EQ(violations(), std::vector<std::string>{"unaligned erase"});
   EXPECT_EQ(nand().violations().front().offset, page);
-  for (uint32_t block = 0; block < blocks; ++block)
+  for (uint32_t block = 0; block < blocks; ++block) {
     EXPECT_EQ(is_bad(block * erase_size), block == 2 || block == 5 || block == 6) << block;
+  }
   EXPECT_EQ(ecc().failed, 1u);
   EXPECT_EQ(ecc().badblocks, 3u);
   EXPECT_EQ(nand().erase_count(0), 1u);
@@ -286,8 +288,9 @@ TEST_F(VirtualNandTest, SenselessFaultsAreRefused) {
        {NandFault{.op = Op::erase, .effect = Effect::corrupt},
         NandFault{.op = Op::read, .effect = Effect::power_cut},
         NandFault{.op = Op::program, .effect = Effect::ecc_failed},
-        NandFault{.op = Op::read, .block = blocks}, NandFault{.op = Op::ecc_stats, .block = 1}})
+        NandFault{.op = Op::read, .block = blocks}, NandFault{.op = Op::ecc_stats, .block = 1}}) {
     EXPECT_THROW(nand().add_fault(fault), std::invalid_argument);
+  }
 }
 
 TEST_F(VirtualNandTest, FaultsOfTheFileReachTheChip) {
@@ -303,8 +306,9 @@ TEST_F(VirtualNandTest, FaultsOfTheFileReachTheChip) {
 // ---- what the kernel reads at boot ------------------------------------------------------------------------
 
 TEST_F(VirtualNandTest, ThePartitionIsItsGoodBlocksInOrder) {
-  for (uint32_t block = 0; block < blocks; ++block)
+  for (uint32_t block = 0; block < blocks; ++block) {
     nand().set_block_bytes(block, Bytes(erase_size, static_cast<uint8_t>(block == 4 ? 0 : block + 1)));
+  }
   Bytes expected;
   for (const uint8_t value : Bytes{1, 2, 4, 6, 7, 8}) expected.insert(expected.end(), erase_size, value);
   EXPECT_EQ(phone->partition(), expected);

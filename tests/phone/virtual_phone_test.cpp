@@ -73,13 +73,15 @@ TEST_F(VirtualPhoneTest, RedirectsItsPathsHoweverTheyAreWrittenAndNoOthers) {
   make();
   write_file(phone->host_path(cache), "record");
   for (const char* path : {cache, "//data//misc/./camera/awb_cal", "/data/misc/camera/x/../awb_cal",
-                           "/tmp/../data/misc/camera/awb_cal"})
+                           "/tmp/../data/misc/camera/awb_cal"}) {
     EXPECT_EQ(access(path, F_OK), 0) << path;
+  }
   fs::create_directories(root / "phone/dev/blocked");
   fs::create_directories(root / "phone/data/misc/cameras");
   for (const char* path : {"/dev/blocked", "/data/misc/cameras", "/dev/mtdx", "/proc/emmc2",
-                           "/data/misc/camera/../cameras", "data/misc/camera"})
+                           "/data/misc/camera/../cameras", "data/misc/camera"}) {
     EXPECT_EQ(access(path, F_OK), -1) << path;
+  }
   EXPECT_EQ(access("/proc/self/status", R_OK), 0);
 }
 
@@ -408,9 +410,11 @@ TEST_F(VirtualPhoneTest, BootExportsEachCamerasRecordsAtTheKernelsPlaces) {
     for (const auto& camera : cameras) {
       std::string expected(4000, '\0');
       if (camera.slot == 0x1000) expected.replace(64, 3584, 3584, 'L');
-      for (const auto& record : records)
-        for (size_t i = 0; i < record.size; ++i)
+      for (const auto& record : records) {
+        for (size_t i = 0; i < record.size; ++i) {
           expected[record.at + i] = static_cast<char>(bytes[base + camera.slot + record.from + i]);
+        }
+      }
       expected.replace(0xF68, 4, "\x01\xCA\x3A\xFF");
       EXPECT_EQ(read_file(std::string("/sys/android_camera_awb_cal/") + camera.node), expected)
           << camera.node;

@@ -12,16 +12,6 @@ namespace support {
 inline constexpr const char* kMtdTag = "camera_calibration_mtd";
 inline constexpr const char* kMtdPath = "/dev/mtd/mtd3";
 
-inline phone::LogLine MD(std::string text) {
-  return D(std::move(text), kMtdTag);
-}
-inline phone::LogLine MI(std::string text) {
-  return I(std::move(text), kMtdTag);
-}
-inline phone::LogLine ME(std::string text) {
-  return E(std::move(text), kMtdTag);
-}
-
 /// Every block of a chip with bytes of its own.
 inline std::vector<Bytes> patterned(const phone::NandGeometry& geometry) {
   std::vector<Bytes> contents;
@@ -59,6 +49,15 @@ class NandPhone : public PhoneTest {
       call();
       error = errno;
     });
+  }
+  /// Each line of that log as its level's letter and its text, with a '|' behind.
+  std::string said(const std::function<void()>& call) {
+    std::string text;
+    for (const auto& line : lines_of(call)) {
+      EXPECT_EQ(line.tag, kMtdTag);
+      text += "??VDIWE"[line.priority] + (line.text + "|");
+    }
+    return text;
   }
   std::vector<std::string> calls_of(const std::function<void()>& call) {
     phone().take_calls();

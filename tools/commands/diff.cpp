@@ -16,8 +16,8 @@ namespace awbcal {
 namespace {
 
 struct DiffArguments {
-  InputOptions a;
-  InputOptions b;
+  InputOptions a = {.paths = {""}};
+  InputOptions b = {.paths = {""}};
   bool json = false;
 };
 
@@ -139,14 +139,8 @@ int run_diff(const DiffArguments& arguments, Terminal& terminal) {
 Command add_diff(CLI::App& parent) {
   const auto arguments = std::make_shared<DiffArguments>();
   CLI::App* app = add_command(parent, "diff", "Compare two phones, images or files, field by field");
-  app->add_option("A", arguments->a.paths, "First phone, image or file; - is stdin")
-      ->required()
-      ->expected(1)
-      ->default_str("");
-  app->add_option("B", arguments->b.paths, "Second phone, image or file")
-      ->required()
-      ->expected(1)
-      ->default_str("");
+  app->add_option("A", arguments->a.paths.front(), "First phone, image or file; - is stdin")->required();
+  app->add_option("B", arguments->b.paths.front(), "Second phone, image or file")->required();
   app->add_option("--as-a", arguments->a.as, "What A is, by the names that show takes")->type_name("KIND");
   app->add_option("--as-b", arguments->b.as, "What B is, by the names that show takes")->type_name("KIND");
   add_json_option(*app, arguments->json);

@@ -14,18 +14,6 @@ namespace {
 
 constexpr const char* kDualCameraNode = "/sys/android_camera_awb_cal/awb_cal_3D";
 
-/// Good blocks in order, as the kernel's reader delivers them.
-Bytes partition_bytes(const PhoneFile& file) {
-  if (file.block_size == 0) return file.content.bytes;
-  Bytes bytes;
-  for (const uint32_t block : file.blocks) {
-    const auto first =
-        file.content.bytes.begin() + static_cast<std::ptrdiff_t>(uint64_t{block} * file.block_size);
-    bytes.insert(bytes.end(), first, first + static_cast<std::ptrdiff_t>(file.block_size));
-  }
-  return bytes;
-}
-
 Bytes padded(const Bytes& bytes, size_t offset, size_t size) {
   Bytes image(size);
   std::copy_n(bytes.begin(), std::min(bytes.size(), size - offset),
@@ -38,10 +26,10 @@ void put_record(const PhoneFile& file, ScratchPhone& copy) {
   const RecordSpec& spec = record_spec(file.kind.value());
   const calib::Camera camera = file.camera.value_or(calib::Camera::main);
   const Bytes& bytes = file.content.bytes;
-  if (const char* cache = spec.cache.of(camera)) {
-    copy.put(std::string("/data/misc/camera/") + cache, bytes);
-  } else if (spec.export_offset) {
-    copy.put(calib::kExportNode.of(camera), padded(bytes, *spec.export_offset, calib::kExportSize));
+  if (const std::string cache(spec.cache_file(camera)); !cache.empty()) {
+    copy.put("/data/misc/camera/" + cache, bytes);
+  } else if (spec.export_offset()) {
+    copy.put(calib::kExportNode.of(camera), padded(bytes, *spec.export_offset(), calib::kExportSize));
   } else if (spec.offset) {
     copy.put(kDualCameraNode,
              padded(bytes, *spec.offset - calib::kAreaDualCameraFirstForm, calib::kSlotSize));
@@ -51,10 +39,7 @@ void put_record(const PhoneFile& file, ScratchPhone& copy) {
 void copy_file(const PhoneFile& file, ScratchPhone& copy) {
   if (file.content.trouble) return;
   const Bytes& bytes = file.content.bytes;
-  if (file.layout == Layout::partition) {
-    const Bytes content = partition_bytes(file);
-    copy.phone().write_partition(0, content.data(), content.size());
-  } else if (file.layout == Layout::dual_camera_node) {
+  if (file.layout == Layout::dual_camera_node) {
     copy.put(kDualCameraNode, bytes);
   } else if (file.source == Source::cache) {
     copy.put("/data/misc/camera/" + fs::path(file.path).filename().string(), bytes);
@@ -81,12 +66,8 @@ void copy_properties(const Phone& phone, ScratchPhone& copy) {
 
 phone::Options phone_options_for(const Phone& phone) {
   phone::Options options;
-  for (const PhoneFile& file : phone.files) {
-    if (file.layout == Layout::partition) {
-      options.partition_size = std::max<uint64_t>(options.partition_size, file.content.bytes.size());
-    }
-  }
-  if (phone.area) options.page_size = phone.area->base == calib::kAreaBase4k ? 4096 : 2048;
+  options.partition_size = std::max<uint64_t>(options.partition_size, partition_bytes(phone).size());
+  if (phone.area) options.page_size = phone.area->page_size;
   return options;
 }
 
@@ -107,6 +88,8 @@ void copy_phone(const Phone& phone, const Modules& modules, bool reboot, Scratch
   }
   copy_properties(phone, copy);
   for (const auto& [camera, module] : modules) copy.fit(camera, module);
+  const Bytes partition = partition_bytes(phone);
+  copy.phone().write_partition(0, partition.data(), partition.size());
   for (const PhoneFile& file : phone.files) copy_file(file, copy);
   if (reboot || phone.kind == Layout::partition) copy.phone().reboot();
 }
