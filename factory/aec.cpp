@@ -57,7 +57,7 @@ void write_cache(uint8_t camid, const AecRecord& record) {
     return;
   }
   LOGI("[AWB Calibration] write aec_cabuff to /data/misc/camera/aec_cal");
-  calib::finish_replacement(fd, &record, sizeof record, path);
+  calib::finish_cache(fd, &record, sizeof record, path);
 }
 
 /// Says what the record holds and whether it is this module's good one.

@@ -69,9 +69,8 @@ const RunFiles& run_files() {
 
 /// Replaces the fail file by one line.
 void write_fail_file(const char* line) {
-  const char* path = run_files().fail.of(run_camera());
-  const int fd = calib::create_replacement(path);
-  if (fd >= 0) calib::finish_replacement(fd, line, strlen(line), path);
+  const int fd = calib::create_replacement(run_files().fail.of(run_camera()));
+  if (fd >= 0) calib::finish_marker(fd, line, strlen(line));
 }
 
 // ---- judgement --------------------------------------------------------------------------------------------
@@ -163,9 +162,8 @@ void log_record_in_one_line(const AwbRecord& record) {
 /// decides when it has waited too long.
 void begin_run(const Tolerance& tolerance) {
   const Camera camera = run_camera();
-  const char* path = run_files().fail.of(camera);
   remove(run_files().success.of(camera));
-  const int fd = calib::create_replacement(path);
+  const int fd = calib::create_replacement(run_files().fail.of(camera));
   if (fd < 0) {
     LOGI("[AWB Calibration] can't open /data/misc/camera/awb_calibration_fail.txt");
     return;
@@ -174,7 +172,7 @@ void begin_run(const Tolerance& tolerance) {
   MarkerText text;
   text.add("Calibration fail: Time out!!\n");
   add_run_lines(text, factory_state.awb_record, tolerance.percent, tolerance.fraction);
-  calib::finish_replacement(fd, text.data(), text.size(), path);
+  calib::finish_marker(fd, text.data(), text.size());
 }
 
 void add_frame(uint32_t rg, uint32_t bg) {
@@ -187,12 +185,10 @@ void add_frame(uint32_t rg, uint32_t bg) {
 
 /// The front camera has no AEC calibration.
 bool is_aec_wanted(uint8_t camid) {
+  if (factory_state.calibration_status != calib::kCalibrationMode || (camid != 0 && camid != 2)) return false;
   const int32_t trigger = calib::property_number("mfg.awb.calibration.trigger", "0");
   const int32_t enable = calib::property_number("mfg.awb.calibration.ae.k.eb", "0");
-  if (factory_state.calibration_status != calib::kCalibrationMode || trigger != 1 || enable != 1 ||
-      (camid != 0 && camid != 2)) {
-    return false;
-  }
+  if (trigger != 1 || enable != 1) return false;
   LOGI("calibration_trigger %d, aec_calibration_enable %d", trigger, enable);
   return true;
 }
@@ -230,10 +226,6 @@ bool do_aec_step(uint8_t camid) {
   return false;
 }
 
-void write_marker(int fd, const char* path, const MarkerText& text) {
-  if (fd >= 0) calib::finish_replacement(fd, text.data(), text.size(), path);
-}
-
 void end_run() {
   awb_disable_calibration();
   aec_reset_status();
@@ -257,7 +249,7 @@ void finish_run(const Tolerance& tolerance, const RunResult& result) {
   add_run_lines(text, record, tolerance.percent, result.margin.limit);
   add_result_lines(text, result);
   log_lines(text);
-  write_marker(marker_fd, marker, text);
+  if (marker_fd >= 0) calib::finish_marker(marker_fd, text.data(), text.size());
 
   if (cache_fd < 0) {
     LOGI("[AWB Calibration] open file(data/awb_cal) error");
@@ -265,7 +257,7 @@ void finish_run(const Tolerance& tolerance, const RunResult& result) {
     return;
   }
   LOGI("[AWB Calibration] write cabuff to /data/misc/camera/awb_cal");
-  calib::finish_replacement(cache_fd, &record, sizeof record, cache);
+  calib::finish_cache(cache_fd, &record, sizeof record, cache);
   end_run();
   LOGI("[AWB Calibration] ok, calibration finish!!");
 }

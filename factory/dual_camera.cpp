@@ -52,7 +52,7 @@ int32_t leave_success_marker() {
     printf("\n can not open calibration_success.txt file");
     return -1;
   }
-  calib::finish_replacement(fd, nullptr, 0, kSuccessMarker);
+  calib::finish_marker(fd, nullptr, 0);
   return 0;
 }
 
@@ -129,6 +129,6 @@ int32_t QOR_DUAL_Calibration_ReadCalData() {
   }
   LOGE("%s, [Dual Calibration] dump the calibration data...", kName);
   printf("%s: [Dual Calibration] dump the calibration data...\n", kName);
-  calib::finish_replacement(fd, payload->bytes, sizeof *payload, kPayloadFile);
+  calib::finish_marker(fd, payload->bytes, sizeof *payload);
   return 0;
 }

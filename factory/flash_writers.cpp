@@ -46,7 +46,8 @@ uint32_t offset_of(const Writer& writer, uint8_t camid) {
 
 void write_cache(const Writer& writer, uint8_t camid, const void* record, size_t size) {
   const calib::Camera camera = calib::camera_of_camid(camid);
-  const int fd = calib::create_replacement(writer.cache.of(camera));
+  const char* path = writer.cache.of(camera);
+  const int fd = calib::create_replacement(path);
   if (fd < 0) {
     PRINT_AND_LOGE("%s", writer.not_created.of(camera));
     return;
@@ -54,8 +55,8 @@ void write_cache(const Writer& writer, uint8_t camid, const void* record, size_t
   LOGI("[Flash Calibration] write cabuff to /data/misc/camera/awb_cal");
   // The sub camera's record goes into the main camera's file, yet the mode is set on the front camera's.
   // Kept.
-  calib::finish_replacement(fd, record, size,
-                            writer.cache.of(camid != 0 ? calib::Camera::front : calib::Camera::main));
+  calib::finish_cache(fd, record, size, path,
+                      writer.cache.of(camid != 0 ? calib::Camera::front : calib::Camera::main));
 }
 
 template <class Record>

@@ -19,7 +19,7 @@ void write_cache(uint8_t camid, const GyroRecord& record) {
   const int fd = calib::create_replacement(path);
   if (fd >= 0) {
     LOGE("[ISP Calibration] write isp_cabuff to /data/misc/camera/awb_cal_ISP_sub_qor_CAM");
-    calib::finish_replacement(fd, &record, sizeof record, path);
+    calib::finish_cache(fd, &record, sizeof record, path);
   } else if (camera == calib::Camera::front) {
     PRINT_AND_LOGE("%s: create /data/misc/camera/gyro_cal_front_qor_CAM fail\n", kName);
   } else {

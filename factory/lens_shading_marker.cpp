@@ -31,7 +31,7 @@ void QOR_Set_LSC(const void* buffer, uint32_t length) {
     LOGI("[AWB Calibration] can't open /data/misc/camera/lsc_calibration_done.txt");
     return;
   }
-  calib::finish_replacement(fd, buffer, length, kMarker);
+  calib::finish_marker(fd, buffer, length);
 }
 
 int32_t QOR_Get_LSC(void* buffer, uint32_t length) {

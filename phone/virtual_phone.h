@@ -1,41 +1,38 @@
 // An Android phone in a folder, for a host without a phone.
 //
-// The library under it is the shipped one: what is replaced is the C library's file calls, the property
-// service and the log, by symbol interposition. Linked into a program (phone_linked) or preloaded
-// (libvirtual_phone.so, see preload.cpp), it redirects these paths, and nothing else, into the phone's
-// folder:
+// The library on it is the shipped one: what is replaced is the C library's file calls, the property service,
+// the log and the log-mask service, by symbol interposition. Linked into a program (phone_linked) or preloaded
+// (libvirtual_phone.so, see preload.cpp), it redirects these paths, and nothing else, into the phone's folder:
 //
 //   /data/misc/camera  /sys/android_camera_awb_cal  /proc/emmc  /proc/mtd  /dev/block  /dev/mtd
 //
 // The folder is plain, and may be looked at and edited between and during runs:
 //
-//   properties          name=value lines
-//   faults              faults that strike from the next attach on; its first lines explain the format
-//   factory/            lens_shading_{main,front,sub}.bin and inhouse_3d.bin, for the boot export
-//   nand                bad-block marks, counters and violations of a NAND chip
+//   properties              lines as services/properties_file.h reads them
+//   faults                  faults that strike from the next attach on; its first lines explain the format
+//   factory/                lens_shading_{main,front,sub}.bin and inhouse_3d.bin, for the boot export
+//   nand                    of a phone with a NAND chip: its bad blocks, counters and violations
 //   data/ dev/ proc/ sys/   the phone's files under their own names
 //
-// One phone is attached at a time; every call here is for one thread at a time, except that interposed calls
-// of other threads pass through safely.
+// One phone is attached at a time. A VirtualPhone is for one thread at a time; the interposed calls may come
+// from any thread. The log and log-mask services leave a foreign value in errno behind each call, as the
+// platform's may: code that needs its errno has to keep it.
 //
 // What it does not simulate:
-//   - permissions, SELinux and sysfs or procfs rules: a phone's file has what the host's file has;
+//   - permissions, SELinux and the rules of sysfs and procfs: a phone's file has what the host's file has;
 //   - paths relative to a working directory or to a directory's descriptor inside the phone, calls that name
-//   paths
-//     and are not interposed (scandir, realpath, utimensat, mmap, ...), and programs that make system calls
-//     themselves or were linked against a C library older than 2.33 (their stat());
-//   - streams on a device: fopen() opens it, but what the stream transfers is plain file I/O on the content,
-//   as
+//     paths and are not interposed (scandir, realpath, utimensat, ...), memory maps of a device, and programs
+//     that make system calls themselves or were linked against a C library older than 2.33 (their stat());
+//   - streams on a device: fopen() opens it, but what the stream transfers is plain file I/O on the content, as
 //     the C library makes those calls where nobody can be put in between. The streams' calls that are
 //     intercepted are fopen, freopen, fclose, fread, fwrite, fgets, fputs, fseek, fflush; a fault leaves
 //     ferror() unset;
 //   - caches: what is written is on the medium at once, on eMMC also after a power cut;
-//   - NAND out-of-band data, page order within a block, wear, bit rot without a fault. The chip shows one
-//   erase
+//   - NAND out-of-band data, page order within a block, wear, bit rot without a fault. The chip shows one erase
 //     region, as a NOR chip's driver would, so that MEMGETREGIONINFO can be tried;
 //   - two processes that use one NAND chip at the same time: each writes its own counters;
 //   - property triggers, watches and persistence rules; "ro." properties alone are protected, from
-//   property_set.
+//     property_set.
 #ifndef PHONE_VIRTUAL_PHONE_H
 #define PHONE_VIRTUAL_PHONE_H
 
@@ -111,8 +108,8 @@ struct NandFault {
   enum class Effect {
     fail,     ///< the call fails with EIO; an erase or program leaves the first half of the block, or of
               ///< what was to be written in it, done
-    corrupt,  ///< the call succeeds, but the lowest bit of the first byte that it moves in the block is
-              ///< wrong, from now on (program) or in this transfer only (read)
+    corrupt,  ///< the call succeeds, but the lowest bit of one byte that it moves in the block is wrong, from
+              ///< now on (program) or in this transfer only (read)
     ecc_corrected,  ///< read: the data is right, the `corrected` counter moves by one
     ecc_failed,     ///< read: the data is as stored, the `failed` counter moves by one, the call succeeds
     power_cut  ///< erase, program: half done, and from then on every call on the device but close() fails
@@ -121,6 +118,8 @@ struct NandFault {
   int64_t block = -1;  ///< -1: any block
   unsigned nth = 1;
   bool from_then_on = false;
+  int64_t byte = 0;  ///< for corrupt: which of the bytes moved in the block; from their end if negative, and
+                     ///< the nearest one if there is no such byte
 };
 
 /// Something that a real chip or kernel would refuse or suffer from, and that correct software never asks

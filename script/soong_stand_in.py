@@ -17,11 +17,12 @@ import subprocess
 import sys
 
 LISTS = {"cflags", "cppflags", "ldflags", "srcs", "exclude_srcs", "local_include_dirs", "export_include_dirs",
-         "defaults", "shared_libs", "whole_static_libs"}
+         "defaults", "shared_libs", "static_libs", "whole_static_libs"}
 SCALARS = {"name", "cpp_std", "vendor", "host_supported", "version_script", "stl", "allow_undefined_symbols",
            "isolated"}
 PLATFORM_LIBRARIES = {"libcutils", "liblog"}
 GTEST = "/usr/src/googletest/googletest"
+GMOCK = "/usr/src/googletest/googlemock"
 COMPILER = {"host": ["clang++", "-O1"], "android": ["clang++", "--target=aarch64-linux-gnu"]}
 
 
@@ -95,6 +96,10 @@ class Build:
         flags = self.flags(module)
         if module["kind"] == "cc_test_host":
             flags += ["-isystem", f"{GTEST}/include"]
+            for library in module.get("static_libs", []):
+                if library != "libgmock":
+                    sys.exit(f"Android.bp: nothing is known of '{library}'")
+                flags += ["-isystem", f"{GMOCK}/include"]
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             jobs = [pool.submit(self.compile, s, flags, module["name"]) for s in self.sources(module)]
         return [job.result() for job in jobs]
@@ -106,8 +111,9 @@ class Build:
                   *module["ldflags"], *self.objects(module), "-lm", "-o", made])
 
     def test(self, module, made):
-        gtest = [self.compile(f"{GTEST}/src/{part}.cc", ["-I", GTEST, "-I", f"{GTEST}/include"], "gtest")
-                 for part in ("gtest-all", "gtest_main")]
+        folders = [f"-I{folder}{part}" for folder in (GTEST, GMOCK) for part in ("", "/include")]
+        gtest = [self.compile(f"{source}.cc", folders, "gtest")
+                 for source in (f"{GTEST}/src/gtest-all", f"{GTEST}/src/gtest_main", f"{GMOCK}/src/gmock-all")]
         libraries = [self.make(library) for library in module["shared_libs"]]
         whole = [part for library in module["whole_static_libs"] for part in self.objects(self.flattened(library))]
         self.run(["clang++", *module["ldflags"], *self.objects(module), *whole, *gtest, *libraries,

@@ -2,9 +2,9 @@
  *  Factory calibration: the production line's steps that measure, judge and store records.
  *
  *  The factory tool steers a run through system properties; the camera stack calls the per-frame entries from
- * its frame thread and the others when a camera is opened. All state is process-wide and unsynchronised: one
- * call at a time. Files are written under /data/misc/camera with mode 0644; the lines that go to standard
- * output are the factory tool's console.
+ *  its frame thread and the others when a camera is opened. All state is process-wide and unsynchronised: one
+ *  call at a time. Files are written under /data/misc/camera with mode 0644; the lines that go to standard
+ *  output are the factory tool's console.
  */
 #ifndef AWB_CALIBRATION_FACTORY_H
 #define AWB_CALIBRATION_FACTORY_H
@@ -34,15 +34,15 @@ AWB_CALIBRATION_API extern uint32_t QOR_AWB_Calibration_aec_ready;
 /* ---- AWB calibration run ---- */
 
 /** Called when the camera is opened: stops a run and reads the properties "mfg.awb.calibration.Alight" and
- *  "mfg.calibration.status"; when the status is 3 also "mfg.awb.calibration.threshold" (default 20),
- * "...camid",
- *  "...rg_ratio" and "...bg_ratio" (golden sample, taken when rg_ratio is above 0).
+ *  "mfg.calibration.status". When the status is 3 it also takes "mfg.awb.calibration.threshold" (default 20),
+ *  "...camid", "...rg_ratio" and "...bg_ratio" (both ratios become the golden sample of all three light-source
+ *  versions when rg_ratio is above 0), and sets the light-source version back to 3. Nothing is checked.
  *  @return 0 */
 AWB_CALIBRATION_API int32_t check_and_init_awb_calibration(void);
 
 /** One preview frame: the sums of its R/G and B/G ratios times 1024 over `count` samples. Starts a run when
- * the property "mfg.awb.calibration.trigger" has changed from 0 to 1, and passes the rounded means of a frame
- * in a run to QOR_AWB_Calibration_write_to_flash(). A count of 0 counts as means of 0. */
+ *  the property "mfg.awb.calibration.trigger" has changed from 0 to 1, and passes the rounded means of a frame
+ *  in a run to QOR_AWB_Calibration_write_to_flash(). A count of 0 counts as means of 0. */
 AWB_CALIBRATION_API void QOR_AWB_Calibration_collect(int32_t rg_sum, int32_t bg_sum, int32_t count);
 
 /** Looks for the trigger's rising edge; only while the calibration status is 3.
@@ -58,23 +58,25 @@ AWB_CALIBRATION_API void awb_disable_calibration(void);
 /** @return 1 while a run is active, else 0 */
 AWB_CALIBRATION_API uint32_t awb_if_enabled(void);
 
-/** Sets the tolerance (percent) and the light-source version (1 to 3) of the next run. */
+/** Sets the tolerance (percent) and the light-source version (1 to 3). Both act from the next frame on, also
+ *  in the middle of a run, until check_and_init_awb_calibration() sets them again. */
 AWB_CALIBRATION_API void awb_calibration_set_parm(uint32_t threshold, uint32_t light_source_version);
 
 /** One frame of a run: R/G and B/G times 1024, taken as signed.
  *
- *  The first frame creates the fail file as the verdict of a run that never ends. Ten frames are summed. Each
- * later one judges: the distance of the mean ratios from the golden sample against the tolerance. It writes
- * the AEC record (when that is asked for, and never on the front camera) and the AWB record into the slot of
- *  awb_get_camid(), and, when the partition has it, the success file and the cache file, or the fail file for
- * a record out of tolerance (which is stored without its valid mark). The run ends there; after a failed
- * write, or while AEC has not settled, the next frame tries again. */
+ *  The first frame creates the fail file as the answer of a run that never ends. Ten frames are summed. Each
+ *  later one judges: the distance of the mean ratios from the golden sample must not be greater than the
+ *  tolerance times the larger golden ratio (so that a golden sample of nan or inf lets every module pass, and so does
+ *  a threshold of -1, which is 4294967295 %). It writes the AEC record (when that is asked for, and only on the main and the sub camera) and
+ *  the AWB record into the slot of awb_get_camid(), and, when the partition has it, the success file and the
+ *  cache file, or the fail file for a record out of tolerance (which is stored without its valid mark). The run
+ *  ends there; after a failed write, or while AEC has not settled, the next frame tries again. */
 AWB_CALIBRATION_API void QOR_AWB_Calibration_write_to_flash(uint32_t rg, uint32_t bg);
 
 /* ---- AEC calibration ---- */
 
 /** The exposure control asks for its target when the camera is opened; settled values are dropped.
- *  @param luma_target,tolerance  written only on success, in the exposure control's units
+ *  @param luma_target,tolerance written only on success, in the exposure control's units
  *  @return 0; -1 when the property "mfg.calibration.status" is not 3, or for a null pointer */
 AWB_CALIBRATION_API int32_t QOR_Calibration_AEC_get_params(uint32_t* luma_target, uint32_t* tolerance);
 
@@ -83,7 +85,8 @@ AWB_CALIBRATION_API int32_t QOR_Calibration_AEC_get_params(uint32_t* luma_target
 AWB_CALIBRATION_API uint32_t QOR_Calibration_AEC_set_ready(uint32_t gain, uint32_t exp_time,
                                                            uint32_t luma_value);
 
-/** Sets the ready flag while the status is 3 and "mfg.awb.calibration.trigger" and "...ae.k.eb" are both 1.
+/** Sets the ready flag, and the settled values to 0, on every call while the status is 3 and
+ *  "mfg.awb.calibration.trigger" and "...ae.k.eb" are both 1. Never takes the flag back.
  *  @return 0 */
 AWB_CALIBRATION_API int32_t aec_check_calibration_trigger(void);
 
@@ -102,7 +105,7 @@ AWB_CALIBRATION_API int32_t aec_write_calibration(uint8_t camid, struct awb_fuse
                                                   uint32_t exp_time, uint32_t luma_value);
 
 /** The settled values stored for the selected camera's module; all 0 when there is no good record of it.
- * Nothing is written if a pointer is null. */
+ *  Nothing is written if a pointer is null. */
 AWB_CALIBRATION_API void QOR_Calibration_AEC_get_calibration_data(uint32_t* gain, uint32_t* exp_time,
                                                                   uint32_t* luma_value);
 
@@ -110,41 +113,41 @@ AWB_CALIBRATION_API void QOR_Calibration_AEC_get_calibration_data(uint32_t* gain
  * They store what the factory tool measured. `camid` is the slot (0 main, 1 front, 2 sub), `fuse` the fuse ID
  * that the record is bound to. The outcome is printed on standard output: "<function>: writeflash() OK" or
  * "<function>: writeflash() fail". For the first three the partition alone decides the result; a cache file
- * that cannot be created is logged and printed. Sub camera: their cache files are the main camera's, and
- * flash and dual flash then set the mode of the front camera's file instead. */
+ * that cannot be created is logged and printed. Sub camera: their cache files are the main camera's, whose own
+ * record is gone from there, and flash and dual flash then set the mode of the front camera's file instead. */
 
 /** Writes the flash record (32 bytes at 0xE08 of the slot) and its cache file.
- *  @param camid,fuse  slot and module
- *  @param x,y  white-balance gains of R and B under flash light, times 1024
+ *  @param camid,fuse slot and module
+ *  @param x,y        white-balance gains of R and B under flash light, times 1024
  *  @return 0 when the partition has the record, else -1 */
 AWB_CALIBRATION_API int32_t QOR_FLASH_Calibration_write_to_flash(uint8_t camid, struct awb_fuse_id fuse,
                                                                  int32_t x, int32_t y);
 
 /** Writes the dual-flash record (48 bytes at 0xE6C of the slot) and its cache file.
- *  @param camid,fuse  slot and module
- *  @param x1a,x1b  gains of R and B times 1024 under the first LED
- *  @param x2a,x2b  the same under the second LED
- *  @param x3a,x3b  the same under both
+ *  @param camid,fuse slot and module
+ *  @param x1a,x1b    gains of R and B times 1024 under the first LED
+ *  @param x2a,x2b    the same under the second LED
+ *  @param x3a,x3b    the same under both
  *  @return 0 when the partition has the record, else -1 */
 AWB_CALIBRATION_API int32_t QOR_Dual_FLASH_Calibration_write_to_flash(uint8_t camid, struct awb_fuse_id fuse,
                                                                       int32_t x1a, int32_t x1b, int32_t x2a,
                                                                       int32_t x2b, int32_t x3a, int32_t x3b);
 
 /** Writes the gyro record (48 bytes at 0xEA0 of the slot), the mark that the module's gyro is calibrated, and
- * its cache file. It overlaps the A-light AWB record of the same slot, which is good no longer.
+ *  its cache file. It overlaps the A-light AWB record of the same slot, which is good no longer.
  *  @return 0 when the partition has the record, else -1 */
 AWB_CALIBRATION_API int32_t gyro_write_calibration(uint8_t camid, struct awb_fuse_id fuse);
 
 /** Writes the dual-camera record (1667 bytes at area offset 0x3200, once per phone) with the first 1643 bytes
- * of /data/misc/camera/CalibrationData.dat as payload (zeros where the file is shorter), and reads its
- * checksum back. The verdict is the file dual_calibration_success.txt: removed first, created empty when the
- * checksum came back.
+ *  of /data/misc/camera/CalibrationData.dat as payload, and reads its checksum back. What the file does not
+ *  have, or does not give because it opens and cannot be read, is zeros in the record, and no failure. The
+ *  answer is the file dual_calibration_success.txt: removed first, created empty when the checksum came back.
  *  @return 0, also when the checksum that came back differs; -1 when there is no memory or no payload file,
- * or when the write, the read or the creation of the success file fails */
+ *  or when the write, the read or the creation of the success file fails */
 AWB_CALIBRATION_API int32_t QOR_DUAL_CalibrationData_write_to_flash(struct awb_fuse_id fuse);
 
 /** Writes the dual-camera record of the first form (465 bytes at area offset 0x3000): 464 bytes of the
- * payload file and the low byte of their checksum, bound to no module. All of it is read back and compared.
+ *  payload file and the low byte of their checksum, bound to no module. All of it is read back and compared.
  *  @return as QOR_DUAL_CalibrationData_write_to_flash() */
 AWB_CALIBRATION_API int32_t QOR_DUAL_Calibration_write_to_flash(void);
 
@@ -161,7 +164,7 @@ AWB_CALIBRATION_API int32_t QOR_DUAL_Calibration_ReadCalData(void);
 AWB_CALIBRATION_API int32_t Sensor_set_Calibration_status(uint32_t status);
 
 /** The step of the production line: 1, 3, 5, 7 and 8 as they stand; 2, 4 and 6 only once their step has left
- * its success file under /data/misc/camera (LSC_Calibration_Success.txt, awb_calibration_success.txt,
+ *  its success file under /data/misc/camera (LSC_Calibration_Success.txt, awb_calibration_success.txt,
  *  flash_calibration_success.txt); otherwise 0. */
 AWB_CALIBRATION_API uint32_t Sensor_get_Calibration_status(void);
 
@@ -190,9 +193,9 @@ AWB_CALIBRATION_API int32_t QOR_Init_LSC(void);
 AWB_CALIBRATION_API void QOR_Set_LSC(const void* buffer, uint32_t length);
 
 /** Reads the marker into `buffer` of `length` bytes, then puts the AWB record of this process's last run over
- * the first 32 of them (over `length` of them if that is less): zeros when there was no run.
- *  @param buffer  `length` bytes
- *  @param length  at least 32 to get the whole record
+ *  the first 32 of them (over `length` of them if that is less): zeros when there was no run.
+ *  @param buffer `length` bytes
+ *  @param length at least 32 to get the whole record
  *  @return 1; -1, with the buffer untouched, when there is no marker or `buffer` is null */
 AWB_CALIBRATION_API int32_t QOR_Get_LSC(void* buffer, uint32_t length);
 

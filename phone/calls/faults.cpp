@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -23,11 +25,13 @@ const std::string_view kFaultFileHelp = R"(# Faults, one a line; read when a pro
 # NTH     the nth matching call from 1; with + also all later ones
 # EFFECT  an errno name (EIO), or short=N: the transfer moves N bytes
 # OP      erase, program, read, ask_bad, ecc_stats;  BLOCK is a number, or * for any
-#         EFFECT is fail, corrupt, ecc_corrected, ecc_failed or power_cut
+#         EFFECT is fail, corrupt, corrupt=BYTE, ecc_corrected, ecc_failed or power_cut; BYTE counts what is
+#         moved in the block, from its end if negative (-1 is the last byte)
 #
 #   write /dev/block/mmcblk0p6 3 EIO
 #   read /data/misc/camera/* 1+ short=10
-#   nand program 4 1 corrupt
+#   read /data/misc/camera/awb_cal 1 EINTR
+#   nand program 4 1 corrupt=-1
 )";
 
 constinit bool any_fault_armed = false;
@@ -84,36 +88,38 @@ std::optional<int> errno_named(std::string_view name) {
   return std::nullopt;
 }
 
-template <typename Value>
-std::optional<Value> number(std::string_view text) {
-  std::istringstream in{std::string(text)};
-  Value value = {};
-  if (text.empty() || text[0] < '0' || text[0] > '9' || !(in >> value) || in.peek() != EOF) {
-    return std::nullopt;
-  }
-  return value;
+std::optional<int64_t> number(std::string_view text) {
+  int64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && stop == end ? std::optional(value) : std::nullopt;
 }
 
 struct Words {
   std::string call, op, place, nth, effect;
 };
 
+/// NTH[+] of a line; false if it is none.
+template <typename AnyFault>
+bool take_count(std::string_view text, AnyFault& fault) {
+  fault.from_then_on = text.ends_with('+');
+  const auto nth = number(text.substr(0, text.size() - fault.from_then_on));
+  if (!nth || *nth < 1 || *nth > UINT32_MAX) return false;
+  fault.nth = static_cast<unsigned>(*nth);
+  return true;
+}
+
 std::optional<Fault> call_fault(const Words& words) {
+  constexpr std::string_view kShort = "short=";
   Fault fault{.call = words.call, .path = words.place == "*" ? "" : words.place};
-  fault.from_then_on = words.nth.ends_with('+');
-  const auto nth = number<unsigned>(words.nth.substr(0, words.nth.size() - fault.from_then_on));
-  if (!nth || *nth == 0) return std::nullopt;
-  fault.nth = *nth;
-  if (words.effect.starts_with("short=")) {
-    const auto transfer = number<long>(std::string_view(words.effect).substr(6));
-    if (!transfer) return std::nullopt;
-    fault.transfer = *transfer;
-  } else {
-    const auto error = errno_named(words.effect);
-    if (!error) return std::nullopt;
-    fault.error = *error;
+  if (!take_count(words.nth, fault)) return std::nullopt;
+  if (words.effect.starts_with(kShort)) {
+    fault.transfer = number(std::string_view(words.effect).substr(kShort.size())).value_or(-1);
+    return fault.transfer < 0 ? std::nullopt : std::optional(fault);
   }
-  return fault;
+  const auto error = errno_named(words.effect);
+  fault.error = error.value_or(0);
+  return error ? std::optional(fault) : std::nullopt;
 }
 
 template <typename Enum>
@@ -122,26 +128,38 @@ std::optional<Enum> named(const std::map<std::string_view, Enum>& names, std::st
   return found == names.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::optional<NandFault> nand_fault(const Words& words) {
+std::optional<NandFault> nand_fault(Words words) {
   using Op = NandFault::Op;
   using Effect = NandFault::Effect;
-  static const std::map<std::string_view, Op> ops = {{"erase", Op::erase},
-                                                     {"program", Op::program},
-                                                     {"read", Op::read},
-                                                     {"ask_bad", Op::ask_bad},
-                                                     {"ecc_stats", Op::ecc_stats}};
-  static const std::map<std::string_view, Effect> effects = {{"fail", Effect::fail},
-                                                             {"corrupt", Effect::corrupt},
-                                                             {"ecc_corrected", Effect::ecc_corrected},
-                                                             {"ecc_failed", Effect::ecc_failed},
-                                                             {"power_cut", Effect::power_cut}};
-  const auto op = named(ops, words.op);
-  const auto effect = named(effects, words.effect);
-  const bool onwards = words.nth.ends_with('+');
-  const auto nth = number<unsigned>(words.nth.substr(0, words.nth.size() - onwards));
-  const auto block = words.place == "*" ? std::optional<int64_t>(-1) : number<int64_t>(words.place);
-  if (!op || !effect || !nth || *nth == 0 || !block) return std::nullopt;
-  return NandFault{.op = *op, .effect = *effect, .block = *block, .nth = *nth, .from_then_on = onwards};
+  static const std::map<std::string_view, Op> kOps = {{"erase", Op::erase},
+                                                      {"program", Op::program},
+                                                      {"read", Op::read},
+                                                      {"ask_bad", Op::ask_bad},
+                                                      {"ecc_stats", Op::ecc_stats}};
+  static const std::map<std::string_view, Effect> kEffects = {{"fail", Effect::fail},
+                                                              {"corrupt", Effect::corrupt},
+                                                              {"ecc_corrected", Effect::ecc_corrected},
+                                                              {"ecc_failed", Effect::ecc_failed},
+                                                              {"power_cut", Effect::power_cut}};
+  constexpr std::string_view kCorruptByte = "corrupt=";
+  NandFault fault;
+  std::optional<int64_t> byte = 0;
+  if (words.effect.starts_with(kCorruptByte)) {
+    byte = number(std::string_view(words.effect).substr(kCorruptByte.size()));
+    words.effect = "corrupt";
+  }
+  const auto op = named(kOps, words.op);
+  const auto effect = named(kEffects, words.effect);
+  const bool any_block = words.place == "*";
+  const auto block = any_block ? std::optional<int64_t>(-1) : number(words.place);
+  if (!op || !effect || !byte || !block || (*block < 0 && !any_block) || !take_count(words.nth, fault)) {
+    return std::nullopt;
+  }
+  fault.op = *op;
+  fault.effect = *effect;
+  fault.block = *block;
+  fault.byte = *byte;
+  return fault;
 }
 
 bool read_fault_line(const std::string& line, FaultFile& faults) {

@@ -38,6 +38,12 @@ std::vector<NandSegment> segments(uint64_t at, size_t size, uint32_t erase_size)
   return parts;
 }
 
+/// `byte` as of NandFault.
+void flip_bit(uint8_t* bytes, size_t size, int64_t byte) {
+  const auto count = static_cast<int64_t>(size);
+  bytes[std::clamp<int64_t>(byte < 0 ? count + byte : byte, 0, count - 1)] ^= 1;
+}
+
 bool makes_sense(Op op, Effect effect) {
   switch (effect) {
     case Effect::fail:
@@ -93,28 +99,29 @@ void Chip::record_violation(const char* what, uint64_t at) {
 }
 
 // Every fault counts the operation, also when another fault strikes it.
-std::optional<Effect> Chip::strike(Op op, int64_t block) {
-  std::optional<Effect> effect;
+std::optional<NandFault> Chip::strike(Op op, int64_t block) {
+  std::optional<NandFault> striking;
   for (Armed& armed : faults_) {
     const NandFault& fault = armed.fault;
     if (fault.op != op || (fault.block >= 0 && fault.block != block)) continue;
     ++armed.matches;
     const bool due = armed.matches == fault.nth || (fault.from_then_on && armed.matches > fault.nth);
-    if (due && !effect) effect = fault.effect;
+    if (due && !striking) striking = fault;
   }
-  if (effect == Effect::power_cut) powered_ = false;
-  return effect;
+  if (striking && striking->effect == Effect::power_cut) powered_ = false;
+  return striking;
 }
 
 int Chip::read(uint64_t at, uint8_t* to, size_t size) {
   for (const NandSegment& part : segments(at, size, geometry().erase_size)) {
     std::memcpy(to + part.done, content_ + part.at, part.size);
-    const auto effect = strike(Op::read, part.block);
-    if (effect == Effect::fail) return EIO;
-    if (effect == Effect::corrupt) to[part.done] ^= 1;
-    if (effect == Effect::ecc_corrected) ++state_.corrected;
-    if (effect == Effect::ecc_failed) ++state_.failed;
-    if (effect) save();
+    const auto fault = strike(Op::read, part.block);
+    if (!fault) continue;
+    if (fault->effect == Effect::fail) return EIO;
+    if (fault->effect == Effect::corrupt) flip_bit(to + part.done, part.size, fault->byte);
+    if (fault->effect == Effect::ecc_corrected) ++state_.corrected;
+    if (fault->effect == Effect::ecc_failed) ++state_.failed;
+    save();
   }
   return 0;
 }
@@ -126,12 +133,13 @@ int Chip::program_segment(const NandSegment& part, const uint8_t* from) {
   if (std::any_of(to, to + part.size, [](uint8_t byte) { return byte != kErased; })) {
     record_violation("program of a block that was not erased", part.at);
   }
-  const auto effect = strike(Op::program, part.block);
-  const bool half_done = effect == Effect::fail || effect == Effect::power_cut;
+  const auto fault = strike(Op::program, part.block);
+  const bool corrupts = fault && fault->effect == Effect::corrupt;
+  const bool half_done = fault && !corrupts;
   const size_t programmed = half_done ? part.size / 2 : part.size;
   // A cell that was discharged stays so until its block is erased.
   for (size_t i = 0; i < programmed; ++i) to[i] = static_cast<uint8_t>(to[i] & from[i]);
-  if (effect == Effect::corrupt) to[0] ^= 1;
+  if (corrupts) flip_bit(to, part.size, fault->byte);
   ++block.programs;
   return half_done ? EIO : 0;
 }

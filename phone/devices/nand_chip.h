@@ -89,7 +89,7 @@ class Chip final : public Nand {
     return uint64_t{block} * geometry().erase_size;
   }
   void save() const { save_nand_state(dir_, state_); }
-  std::optional<NandFault::Effect> strike(NandFault::Op op, int64_t block);
+  std::optional<NandFault> strike(NandFault::Op op, int64_t block);
   int program_segment(const NandSegment& part, const uint8_t* from);
   int erase_block(uint32_t block);
   void record_violation(const char* what, uint64_t at);

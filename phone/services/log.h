@@ -3,13 +3,17 @@
 #ifndef PHONE_SERVICES_LOG_H
 #define PHONE_SERVICES_LOG_H
 
-#include <cstdio>
+#include <cerrno>
 #include <string>
 #include <vector>
 
 #include "phone/virtual_phone.h"
 
 namespace phone {
+
+/// What errno is after a call of either service: nobody promises that they leave it alone, and no other call on
+/// the phone fails with this value.
+inline constexpr int kForeignErrno = EXFULL;
 
 /// False if a fault loses the line.
 bool record_log_line(int priority, const char* tag, const char* text);

@@ -14,18 +14,17 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include "awb_calibration/factory.h"
 #include "awb_calibration/records.h"
 #include "awb_calibration/storage.h"
-#include "phone/virtual_phone.h"
 #include "records/record_layouts.h"
+#include "tests/support/support.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using support::Bytes;
+using support::pattern;
 
 constexpr uint32_t kBlock = 128 * 1024;
 constexpr const char* kNand = "/dev/mtd/mtd1";
@@ -42,22 +41,6 @@ __attribute__((format(printf, 2, 3))) void fact(bool holds, const char* format, 
   va_end(arguments);
   std::printf("\n");
   if (!holds) ++failures;
-}
-
-Bytes pattern(size_t size, uint32_t salt) {
-  Bytes bytes(size);
-  uint32_t state = salt * 2654435761U + 1;
-  for (uint8_t& byte : bytes) byte = static_cast<uint8_t>((state = state * 1664525U + 1013904223U) >> 24);
-  return bytes;
-}
-
-uint32_t bitwise_crc(const Bytes& bytes) {
-  uint32_t crc = 0;
-  for (const uint8_t byte : bytes) {
-    crc ^= byte;
-    for (int bit = 0; bit < 8; ++bit) crc = (crc & 1) != 0 ? (crc >> 1) ^ 0xEDB88320U : crc >> 1;
-  }
-  return crc;
 }
 
 /// The bytes of a device as the kernel gives them, without the library.
@@ -131,17 +114,6 @@ void every_record_position(const char* device, uint64_t shift) {
   fact(raw(device, shift, size) == expected, "the kernel reads the same bytes, and no other byte changed");
 }
 
-/// The record of a good run, byte by byte.
-Bytes expected_record() {
-  Bytes bytes;
-  for (const uint32_t word : {3099U, 772U, 576U, 11U, 22U, 33U, 44U}) {
-    for (int shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<uint8_t>(word >> shift));
-  }
-  const uint32_t crc = bitwise_crc(bytes);
-  for (int shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<uint8_t>(crc >> shift));
-  return bytes;
-}
-
 /// The production line calibrates one camera.
 void calibrate(phone::VirtualPhone& phone, uint32_t camera) {
   phone.set_property("mfg.awb.calibration.camid", std::to_string(camera));
@@ -157,19 +129,14 @@ void factory_run(phone::VirtualPhone& phone, const char* device, uint64_t shift)
   phone.set_property("mfg.calibration.status", "3");
   phone.set_property("mfg.awb.calibration.rg_ratio", "0.7539");
   phone.set_property("mfg.awb.calibration.bg_ratio", "0.5625");
-  for (const char* camera : {"main", "front", "sub"}) {
-    for (int word = 1; word <= 4; ++word) {
-      phone.set_property("qor.camera.sensor." + std::string(camera) + "_fuse" + std::to_string(word),
-                         std::to_string(word * 11));
-    }
-  }
+  for (const char* camera : {"main", "front", "sub"}) support::fit_module(phone, camera, {11, 22, 33, 44});
+  const Bytes expected = support::sealed32({3099, 772, 576, 11, 22, 33, 44});
   const char* caches[] = {"awb_cal", "awb_cal_front_CAM", "awb_cal_sub_CAM"};
   for (uint32_t camera = 0; camera < 3; ++camera) {
     calibrate(phone, camera);
-    std::ifstream cache("/data/misc/camera/" + std::string(caches[camera]), std::ios::binary);
-    const Bytes cached(std::istreambuf_iterator<char>(cache), {});
+    const auto cached = support::read_bytes("/data/misc/camera/" + std::string(caches[camera]));
     const uint64_t place = shift + calib::kAreaBase4k + camera * calib::kSlotSize;
-    fact(raw(device, place, 32) == expected_record() && cached == expected_record(),
+    fact(raw(device, place, 32) == expected && cached == expected,
          "factory run of camera %u: its record is on the device and in %s", camera, caches[camera]);
   }
 }

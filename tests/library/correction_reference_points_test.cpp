@@ -187,7 +187,6 @@ TEST_F(ReferencePoints, NeitherADamagedNorACutRecordMovesAnythingNorBringsTheLas
   }
   put_words(kAwbFile, {});
   expect_untouched("no record");
-  QOR_AWB_Calibration_Reference_Points_Correction(nullptr);
 }
 
 /// The bits of what the ratios move.

@@ -86,7 +86,6 @@ TEST_F(ModuleIdentity, EachCameraHasItsOwnFuseIdAndItsLines) {
 
 TEST_F(ModuleIdentity, SmallEntries) {
   EXPECT_EQ(log_of([] { awb_read_fuseid(-7); }), (std::vector{I("awb_read_fuseid: ctrlfd = -7\n")}));
-  EXPECT_TRUE(log_of([] { awb_get_fuseid(nullptr); }).empty());
   EXPECT_EQ(awb_get_camid(), 0);
   awb_set_camid(200);
   EXPECT_EQ(awb_get_camid(), 200);

@@ -7,14 +7,13 @@
 #include <cutils/properties.h>
 #include <dirent.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <thread>
 
@@ -24,43 +23,27 @@ namespace {
 
 namespace fs = std::filesystem;
 using phone::VirtualPhone;
+using support::expect_calls;
+using support::read_text;
+using support::write_text;
 
-constexpr const char* device = "/dev/block/mmcblk0p6";
-constexpr const char* by_name = "/dev/block/platform/msm_sdcc.1/by-name/mfg";
-constexpr const char* cache = "/data/misc/camera/awb_cal";
+constexpr const char* kDevice = "/dev/block/mmcblk0p6";
+constexpr const char* kByName = "/dev/block/platform/msm_sdcc.1/by-name/mfg";
+constexpr const char* kCache = "/data/misc/camera/awb_cal";
+constexpr off_t kSize = 256 * 1024;
 
 class VirtualPhoneTest : public testing::Test {
  protected:
-  VirtualPhoneTest() {
-    char name[] = "/tmp/virtual_phone_XXXXXX";
-    root = mkdtemp(name);
-  }
-  ~VirtualPhoneTest() override {
-    phone.reset();
-    fs::remove_all(root);
-  }
-  VirtualPhone& make(const phone::Options& options = {.partition_size = 256 * 1024, .fill = 0x5A}) {
-    phone.emplace(VirtualPhone::create(root / "phone", options));
-    return *phone;
-  }
-  fs::path root;
+  VirtualPhoneTest() : phone(VirtualPhone::create(root / "phone", {.partition_size = kSize, .fill = 0x5A})) {}
+  const support::TemporaryFolder folder;
+  const fs::path& root = folder.path();
   std::optional<VirtualPhone> phone;
 };
-
-void write_file(const fs::path& file, const std::string& text) {
-  std::ofstream out(file, std::ios::binary);
-  out << text;
-}
-
-std::string read_file(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 /// Opens, or fails the test.
 class Open {
  public:
-  explicit Open(const char* path, int flags = O_RDWR, mode_t mode = 0644) : fd(open(path, flags, mode)) {
+  explicit Open(const char* path, int flags = O_RDWR) : fd(open(path, flags, 0644)) {
     EXPECT_GE(fd, 0) << path << ": " << strerror(errno);
   }
   ~Open() { close(fd); }
@@ -70,9 +53,8 @@ class Open {
 // ---- paths ------------------------------------------------------------------------------------------------
 
 TEST_F(VirtualPhoneTest, RedirectsItsPathsHoweverTheyAreWrittenAndNoOthers) {
-  make();
-  write_file(phone->host_path(cache), "record");
-  for (const char* path : {cache, "//data//misc/./camera/awb_cal", "/data/misc/camera/x/../awb_cal",
+  write_text(phone->host_path(kCache), "record");
+  for (const char* path : {kCache, "//data//misc/./camera/awb_cal", "/data/misc/camera/x/../awb_cal",
                            "/tmp/../data/misc/camera/awb_cal"}) {
     EXPECT_EQ(access(path, F_OK), 0) << path;
   }
@@ -86,79 +68,58 @@ TEST_F(VirtualPhoneTest, RedirectsItsPathsHoweverTheyAreWrittenAndNoOthers) {
 }
 
 TEST_F(VirtualPhoneTest, FollowsLinksInsideThePhoneAndReadsThemRaw) {
-  make();
   char target[64] = {};
-  ASSERT_EQ(readlink(by_name, target, sizeof target), 20);
-  EXPECT_STREQ(target, device);
-  const Open link(by_name);
+  ASSERT_EQ(readlink(kByName, target, sizeof target), 20);
+  EXPECT_STREQ(target, kDevice);
+  const Open link(kByName);
   ASSERT_EQ(write(link.fd, "linked", 6), 6);
-  EXPECT_EQ(read_file(phone->host_path(device)).substr(0, 6), "linked");
-  EXPECT_EQ(phone->take_calls().back(), (phone::Call{"write", device}));
-
-  ASSERT_EQ(symlink("/dev/block/b", "/dev/block/a"), 0);
-  ASSERT_EQ(symlink("a", "/dev/block/b"), 0);
-  EXPECT_EQ(open("/dev/block/a", O_RDONLY), -1);
-  EXPECT_EQ(errno, ELOOP);
+  EXPECT_EQ(read_text(phone->host_path(kDevice))->substr(0, 6), "linked");
+  EXPECT_EQ(phone->take_calls().back(), (phone::Call{"write", kDevice}));
+  expect_calls({{"a link", [] { return symlink("/dev/block/b", "/dev/block/a"); }, 0},
+                {"and one back", [] { return symlink("a", "/dev/block/b"); }, 0},
+                {"in circles", [] { return open("/dev/block/a", O_RDONLY); }, -1, ELOOP}});
 }
 
-TEST_F(VirtualPhoneTest, EveryCallOnANameReachesTheFolder) {
-  make();
-  const std::string host = phone->host_path("/data/misc/camera").string();
+TEST_F(VirtualPhoneTest, EveryCallOnANameReachesTheFolderAndLeavesErrnoAloneWhenItSucceeds) {
+  const fs::path host = phone->host_path("/data/misc/camera");
   struct stat status = {};
-  ASSERT_EQ(mkdir("/data/misc/camera/d", 0700), 0);
-  ASSERT_EQ(close(creat("/data/misc/camera/d/f", 0600)), 0);
-  ASSERT_EQ(chmod("/data/misc/camera/d/f", 0644), 0);
-  ASSERT_EQ(truncate("/data/misc/camera/d/f", 7), 0);
-  ASSERT_EQ(stat((host + "/d/f").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0644u);
-  EXPECT_EQ(status.st_size, 7);
-  ASSERT_EQ(rename("/data/misc/camera/d/f", "/data/misc/camera/g"), 0);
-  EXPECT_EQ(lstat("/data/misc/camera/g", &status), 0);
-  EXPECT_EQ(rmdir("/data/misc/camera/d"), 0);
-  EXPECT_EQ(remove("/data/misc/camera/g"), 0);
+  expect_calls({
+      {"mkdir", [] { return mkdir("/data/misc/camera/d", 0700); }, 0},
+      {"creat", [] { return close(creat("/data/misc/camera/d/f", 0600)); }, 0},
+      {"chmod", [] { return chmod("/data/misc/camera/d/f", 0644); }, 0},
+      {"truncate", [] { return truncate("/data/misc/camera/d/f", 7); }, 0},
+      {"stat on the host", [&] { return stat((host / "d/f").c_str(), &status); }, 0},
+      {"mode", [&] { return status.st_mode & 07777; }, 0644},
+      {"size", [&] { return status.st_size; }, 7},
+      {"rename", [] { return rename("/data/misc/camera/d/f", "/data/misc/camera/g"); }, 0},
+      {"lstat", [&] { return lstat("/data/misc/camera/g", &status); }, 0},
+      {"rmdir", [] { return rmdir("/data/misc/camera/d"); }, 0},
+      {"remove", [] { return remove("/data/misc/camera/g"); }, 0},
+      {"opendir", [] { return closedir(opendir("/data/misc/camera")); }, 0},
+      {"access to what is gone", [] { return access("/data/misc/camera/g", F_OK); }, -1, ENOENT},
+      {"property_set", [] { return property_set("a", "1"); }, 0},
+  });
   EXPECT_TRUE(fs::is_empty(host));
-  DIR* dir = opendir("/data/misc/camera");
-  ASSERT_NE(dir, nullptr);
-  closedir(dir);
 }
 
 TEST_F(VirtualPhoneTest, StreamsReachTheFolderAndLeaveNoDescriptor) {
-  make();
-  std::FILE* out = fopen(cache, "w");
+  std::FILE* out = fopen(kCache, "w");
   ASSERT_NE(out, nullptr);
   EXPECT_EQ(phone->open_descriptors(), 1u);
   EXPECT_EQ(fwrite("12345678", 4, 2, out), 2u);
   EXPECT_EQ(fclose(out), 0);
-  EXPECT_EQ(read_file(phone->host_path(cache)), "12345678");
+  EXPECT_EQ(read_text(phone->host_path(kCache)), "12345678");
   EXPECT_EQ(phone->open_descriptors(), 0u);
   phone->set_redirection(false);
   errno = 0;
-  EXPECT_EQ(fopen(cache, "r"), nullptr);
+  EXPECT_EQ(fopen(kCache, "r"), nullptr);
   EXPECT_EQ(errno, ENOENT);
-}
-
-TEST_F(VirtualPhoneTest, ACallThatSucceedsLeavesErrnoAlone) {
-  make();
-  errno = 77;
-  const int fd = open(by_name, O_RDWR);
-  char byte = 0;
-  EXPECT_EQ(read(fd, &byte, 1), 1);
-  EXPECT_EQ(write(fd, &byte, 1), 1);
-  EXPECT_EQ(lseek(fd, 0, SEEK_SET), 0);
-  EXPECT_EQ(access(cache, F_OK), -1);
-  EXPECT_EQ(errno, ENOENT);
-  errno = 77;
-  EXPECT_EQ(close(fd), 0);
-  EXPECT_EQ(property_set("a", "1"), 0);
-  __android_log_print(ANDROID_LOG_INFO, "t", "x");
-  EXPECT_EQ(errno, 77);
 }
 
 TEST_F(VirtualPhoneTest, ThreadsOpenAndCloseSideBySide) {
-  make();
   const auto work = [] {
     for (int i = 0; i < 200; ++i) {
-      const Open block(device);
+      const Open block(kDevice);
       char bytes[16];
       EXPECT_EQ(pread(block.fd, bytes, sizeof bytes, 0), 16);
     }
@@ -173,65 +134,49 @@ TEST_F(VirtualPhoneTest, ThreadsOpenAndCloseSideBySide) {
 
 // ---- the eMMC partition -----------------------------------------------------------------------------------
 
-TEST_F(VirtualPhoneTest, BlockDeviceNeverGrowsOrShrinks) {
-  make();
-  constexpr off_t size = 256 * 1024;
-  const Open block(device, O_RDWR | O_TRUNC | O_CREAT | O_APPEND);
-  const std::string bytes(100, 'w');
-  char back[100];
-  EXPECT_EQ(lseek(block.fd, 0, SEEK_END), size);
-  EXPECT_EQ(write(block.fd, bytes.data(), 100), -1);
-  EXPECT_EQ(errno, ENOSPC);
-  EXPECT_EQ(write(block.fd, bytes.data(), 0), 0);
-  EXPECT_EQ(read(block.fd, back, 100), 0);
-  EXPECT_EQ(lseek(block.fd, -40, SEEK_END), size - 40);
-  EXPECT_EQ(write(block.fd, bytes.data(), 100), 40);
-  EXPECT_EQ(lseek(block.fd, 0, SEEK_CUR), size);
-  EXPECT_EQ(pread(block.fd, back, 100, size - 60), 60);
-  EXPECT_EQ(pwrite(block.fd, bytes.data(), 100, size - 1), 1);
-  EXPECT_EQ(pwrite(block.fd, bytes.data(), 100, size + 1), -1);
-  EXPECT_EQ(ftruncate(block.fd, 5), -1);
-  EXPECT_EQ(truncate(device, 5), -1);
-  EXPECT_EQ(fclose(fopen(device, "w")), 0);
-  EXPECT_EQ(phone->partition().size(), static_cast<size_t>(size));
-}
-
-TEST_F(VirtualPhoneTest, BlockDeviceSeeksOnlyWithinItself) {
-  make();
-  constexpr off_t size = 256 * 1024;
-  const Open block(device);
-  struct {
-    off_t offset;
-    int whence;
-    off_t result;
-  } const rows[] = {{size, SEEK_SET, size}, {size + 1, SEEK_SET, -1},  {-1, SEEK_SET, -1},
-                    {-size, SEEK_END, 0},   {1, SEEK_END, -1},         {512, SEEK_CUR, 512},
-                    {-513, SEEK_CUR, -1},   {INT64_MAX, SEEK_CUR, -1}, {0, 99, -1}};
-  for (const auto& row : rows) {
-    errno = 0;
-    EXPECT_EQ(lseek64(block.fd, row.offset, row.whence), row.result) << row.offset;
-    EXPECT_EQ(errno, row.result < 0 ? EINVAL : 0) << row.offset;
-  }
-}
-
-TEST_F(VirtualPhoneTest, BlockDeviceLooksLikeOne) {
-  make();
-  const Open block(device, O_RDONLY);
+TEST_F(VirtualPhoneTest, BlockDeviceHasOneSizeAndLooksLikeADevice) {
+  const Open block(kDevice, O_RDWR | O_TRUNC | O_CREAT | O_APPEND), read_only(kDevice, O_RDONLY);
+  const int fd = block.fd;
+  char bytes[100] = "w";
   struct stat status = {};
-  ASSERT_EQ(fstat(block.fd, &status), 0);
-  EXPECT_TRUE(S_ISBLK(status.st_mode));
-  EXPECT_EQ(status.st_size, 0);
-  EXPECT_TRUE(fs::is_block_file(by_name));
-  uint64_t bytes = 0;
-  EXPECT_EQ(ioctl(block.fd, BLKGETSIZE64, &bytes), 0);
-  EXPECT_EQ(bytes, 256u * 1024);
-  EXPECT_EQ(write(block.fd, "x", 1), -1);
-  EXPECT_EQ(errno, EBADF);
+  uint64_t size = 0;
+  expect_calls({
+      {"opened at its start", [&] { return lseek64(fd, 0, SEEK_CUR); }, 0},
+      {"seek to the end", [&] { return lseek64(fd, 0, SEEK_END); }, kSize},
+      {"write at the end", [&] { return write(fd, bytes, 100); }, -1, ENOSPC},
+      {"write of nothing", [&] { return write(fd, bytes, 0); }, 0},
+      {"read at the end", [&] { return read(fd, bytes, 100); }, 0},
+      {"seek back from the end", [&] { return lseek64(fd, -40, SEEK_END); }, kSize - 40},
+      {"write across the end", [&] { return write(fd, bytes, 100); }, 40},
+      {"where that ended", [&] { return lseek64(fd, 0, SEEK_CUR); }, kSize},
+      {"pread across the end", [&] { return pread(fd, bytes, 100, kSize - 60); }, 60},
+      {"pwrite across the end", [&] { return pwrite(fd, bytes, 100, kSize - 1); }, 1},
+      {"pwrite past the end", [&] { return pwrite(fd, bytes, 100, kSize + 1); }, -1, ENOSPC},
+      {"seek to the size", [&] { return lseek64(fd, kSize, SEEK_SET); }, kSize},
+      {"seek past the size", [&] { return lseek64(fd, kSize + 1, SEEK_SET); }, -1, EINVAL},
+      {"seek before the start", [&] { return lseek64(fd, -1, SEEK_SET); }, -1, EINVAL},
+      {"seek the size back", [&] { return lseek64(fd, -kSize, SEEK_END); }, 0},
+      {"seek behind the end", [&] { return lseek64(fd, 1, SEEK_END); }, -1, EINVAL},
+      {"seek on", [&] { return lseek64(fd, 512, SEEK_CUR); }, 512},
+      {"seek back too far", [&] { return lseek64(fd, -513, SEEK_CUR); }, -1, EINVAL},
+      {"seek that overflows", [&] { return lseek64(fd, INT64_MAX, SEEK_CUR); }, -1, EINVAL},
+      {"seek from nowhere", [&] { return lseek64(fd, 0, 99); }, -1, EINVAL},
+      {"ftruncate", [&] { return ftruncate(fd, 5); }, -1, EINVAL},
+      {"truncate", [] { return truncate(kDevice, 5); }, -1, EINVAL},
+      {"fopen for writing", [] { return fclose(fopen(kDevice, "w")); }, 0},
+      {"fstat", [&] { return fstat(fd, &status); }, 0},
+      {"its type", [&] { return S_ISBLK(status.st_mode); }, 1},
+      {"its size there", [&] { return status.st_size; }, 0},
+      {"stat of the link", [] { return fs::is_block_file(kByName); }, 1},
+      {"BLKGETSIZE64", [&] { return ioctl(fd, BLKGETSIZE64, &size); }, 0},
+      {"its answer", [&] { return static_cast<int64_t>(size); }, kSize},
+      {"write without leave", [&] { return write(read_only.fd, "x", 1); }, -1, EBADF},
+  });
+  EXPECT_EQ(phone->partition().size(), static_cast<size_t>(kSize));
 }
 
 TEST_F(VirtualPhoneTest, DuplicatesOfADescriptorKeepTheDevicesRules) {
-  make();
-  const Open block(device);
+  const Open block(kDevice);
   for (const int copy : {dup(block.fd), fcntl(block.fd, F_DUPFD, 0), dup2(block.fd, 60)}) {
     EXPECT_EQ(lseek(copy, 1 << 30, SEEK_SET), -1);
     EXPECT_EQ(close(copy), 0);
@@ -242,22 +187,22 @@ TEST_F(VirtualPhoneTest, DuplicatesOfADescriptorKeepTheDevicesRules) {
 // ---- faults and journal -----------------------------------------------------------------------------------
 
 TEST_F(VirtualPhoneTest, AFaultStrikesTheNthMatchingCall) {
-  make();
   struct {
     phone::Fault fault;
     std::vector<ssize_t> results;
   } const rows[] = {
       {{.call = "write", .nth = 2, .error = ENOSPC}, {8, -1, 8, 8}},
-      {{.call = "write", .path = device, .nth = 3, .from_then_on = true}, {8, 8, -1, -1}},
+      {{.call = "write", .path = kDevice, .nth = 3, .from_then_on = true}, {8, 8, -1, -1}},
       {{.call = "write", .path = "/dev/block/*", .transfer = 3}, {3, 8, 8, 8}},
-      {{.call = "*", .path = device, .nth = 2}, {-1, 8, 8, 8}},  // the open is the first
-      {{.call = "write", .path = cache}, {8, 8, 8, 8}},
+      {{.call = "*", .path = kDevice, .nth = 2}, {-1, 8, 8, 8}},  // the open is the first
+      {{.call = "write", .path = kCache}, {8, 8, 8, 8}},
       {{.call = "read"}, {8, 8, 8, 8}},
+      {{.call = "write", .error = EINTR}, {-1, 8, 8, 8}},
   };
   for (const auto& row : rows) {
     phone->clear_faults();
     phone->add_fault(row.fault);
-    const Open block(device);
+    const Open block(kDevice);
     for (const ssize_t result : row.results) {
       errno = 0;
       EXPECT_EQ(write(block.fd, "abcdefgh", 8), result) << row.fault.call << row.fault.nth;
@@ -267,18 +212,17 @@ TEST_F(VirtualPhoneTest, AFaultStrikesTheNthMatchingCall) {
 }
 
 TEST_F(VirtualPhoneTest, EveryInterceptedCallCanFail) {
-  make();
-  write_file(phone->host_path(cache), "0123456789");
+  write_text(phone->host_path(kCache), "0123456789");
   const auto use_it_all = [] {
     char bytes[8] = {};
-    bool well = access(cache, F_OK) == 0 && readlink(by_name, bytes, 8) == 8 && chmod(cache, 0600) == 0;
-    if (std::FILE* in = fopen(cache, "r")) {
+    bool well = access(kCache, F_OK) == 0 && readlink(kByName, bytes, 8) == 8 && chmod(kCache, 0600) == 0;
+    if (std::FILE* in = fopen(kCache, "r")) {
       well = fseek(in, 2, SEEK_SET) == 0 && fread(bytes, 1, 4, in) == 4 && fgets(bytes, 3, in) && well;
       well = fclose(in) == 0 && well;
     } else {
       well = false;
     }
-    const int fd = open(device, O_RDWR);
+    const int fd = open(kDevice, O_RDWR);
     well = lseek(fd, 8, SEEK_SET) == 8 && write(fd, bytes, 8) == 8 && read(fd, bytes, 8) == 8 && well;
     return close(fd) == 0 && well;
   };
@@ -291,20 +235,19 @@ TEST_F(VirtualPhoneTest, EveryInterceptedCallCanFail) {
 }
 
 TEST_F(VirtualPhoneTest, FaultsAreReadFromTheFileAndMistakesNamed) {
-  make();
   const fs::path dir = phone->dir();
   phone.reset();
-  std::ofstream(dir / "faults", std::ios::app) << "open " << device << " 2 EBUSY\nread * 1+ short=10\n";
+  std::ofstream(dir / "faults", std::ios::app) << "open " << kDevice << " 2 EBUSY\nread * 1+ short=10\n";
   phone.emplace(VirtualPhone::attach(dir));
-  const Open block(device);
+  const Open block(kDevice);
   char bytes[32];
   EXPECT_EQ(read(block.fd, bytes, 32), 10);
-  EXPECT_EQ(open(device, O_RDONLY), -1);
+  EXPECT_EQ(open(kDevice, O_RDONLY), -1);
   EXPECT_EQ(errno, EBUSY);
   phone.reset();
   for (const char* wrong : {"read", "read * 0 EIO", "read * 1 EWHAT", "read * x EIO", "read * 1 short=-1",
-                            "read * 1 EIO again", "nand program 1 1 corrupt"}) {
-    write_file(dir / "faults", wrong);
+                            "read * 1 EIO again", "read * 1 short=", "nand program 1 1 corrupt"}) {
+    write_text(dir / "faults", wrong);
     EXPECT_THROW(VirtualPhone::attach(dir), std::runtime_error) << wrong;
   }
 }
@@ -312,10 +255,9 @@ TEST_F(VirtualPhoneTest, FaultsAreReadFromTheFileAndMistakesNamed) {
 // ---- properties and log -----------------------------------------------------------------------------------
 
 TEST_F(VirtualPhoneTest, PropertiesLiveInAFileThatKeepsItsCommentsAndCanBeEdited) {
-  make();
   const fs::path file = phone->dir() / "properties";
   char value[PROPERTY_VALUE_MAX];
-  write_file(file, "# mine\n\nro.pagesize=4096\n a.b =1=2\n[d.e]: [ 3]\r\n #f=1\n");
+  write_text(file, "# mine\n\nro.pagesize=4096\n a.b =1=2\n[d.e]: [ 3]\r\n #f=1\n");
   EXPECT_EQ(property_get("a.b", value, "x"), 3);
   EXPECT_STREQ(value, "1=2");
   EXPECT_EQ(phone->property("d.e"), " 3");
@@ -323,15 +265,14 @@ TEST_F(VirtualPhoneTest, PropertiesLiveInAFileThatKeepsItsCommentsAndCanBeEdited
   EXPECT_EQ(property_set("a.b", "7"), 0);
   EXPECT_EQ(property_set("c", "8"), 0);
   EXPECT_EQ(property_set("ro.pagesize", "2048"), -1);
-  EXPECT_EQ(read_file(file), "# mine\n\nro.pagesize=4096\na.b=7\n[d.e]: [ 3]\r\n #f=1\nc=8\n");
-  write_file(file, "# mine\n\nro.pagesize=4096\na.b=9\nc=8\n");
+  EXPECT_EQ(read_text(file), "# mine\n\nro.pagesize=4096\na.b=7\n[d.e]: [ 3]\r\n #f=1\nc=8\n");
+  write_text(file, "# mine\n\nro.pagesize=4096\na.b=9\nc=8\n");
   EXPECT_EQ(phone->property("a.b"), "9");
   phone->unset_property("c");
   EXPECT_EQ(phone->property("c", "none"), "none");
 }
 
 TEST_F(VirtualPhoneTest, PropertyValuesHaveTheirPlatformsLimits) {
-  make();
   const std::string longest(PROPERTY_VALUE_MAX - 1, 'v');
   char value[PROPERTY_VALUE_MAX];
   EXPECT_EQ(property_set("long", longest.c_str()), 0);
@@ -352,13 +293,14 @@ TEST_F(VirtualPhoneTest, PropertyValuesHaveTheirPlatformsLimits) {
 extern "C" unsigned __qorlog_init_mask(const char* tag, unsigned mask, signed char* byte);
 
 TEST_F(VirtualPhoneTest, LogLinesAreKeptAndPrintedAsLogcatDoes) {
-  make();
   char* text = nullptr;
   size_t size = 0;
   std::FILE* stream = open_memstream(&text, &size);
   phone->print_log_to(stream);
+  errno = 0;
   __android_log_print(ANDROID_LOG_ERROR, "tag", "%d\ntwo\n", 1);
   __android_log_print(ANDROID_LOG_DEBUG, "a_longer_tag", "%s", std::string(2000, 'x').c_str());
+  EXPECT_NE(errno, 0) << "the service promises nothing about errno";
   phone->print_log_to(nullptr);
   fclose(stream);
   char pid[16];
@@ -373,23 +315,18 @@ TEST_F(VirtualPhoneTest, LogLinesAreKeptAndPrintedAsLogcatDoes) {
 }
 
 TEST_F(VirtualPhoneTest, TheMaskServiceReturnsTheMaskAndLeavesTheByte) {
-  make();
   signed char byte = -128;
   EXPECT_EQ(__qorlog_init_mask("one", ~0u, &byte), ~0u);
   phone->set_log_mask(0x14);
   EXPECT_EQ(__qorlog_init_mask("two", ~0u, &byte), 0x14u);
   EXPECT_EQ(byte, -128);
-  EXPECT_EQ(phone->take_mask_questions(), (std::vector<std::string>{"one", "two"}));
+  errno = 0;
+  __qorlog_init_mask("", ~0u, &byte);
+  EXPECT_NE(errno, 0) << "the service promises nothing about errno";
+  EXPECT_EQ(phone->take_mask_questions(), (std::vector<std::string>{"one", "two", ""}));
 }
 
 // ---- boot -------------------------------------------------------------------------------------------------
-
-/// A partition whose every byte tells its place, so that a wrong offset shows.
-std::vector<uint8_t> pattern(size_t size) {
-  std::vector<uint8_t> bytes(size);
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>((i * 31 + i / 251) % 255 + 1);
-  return bytes;
-}
 
 TEST_F(VirtualPhoneTest, BootExportsEachCamerasRecordsAtTheKernelsPlaces) {
   struct {
@@ -400,10 +337,9 @@ TEST_F(VirtualPhoneTest, BootExportsEachCamerasRecordsAtTheKernelsPlaces) {
     size_t at, from, size;
   } const records[] = {{0, 0, 32},         {0xE40, 0xE08, 32}, {0xE80, 0xE28, 36},
                        {0xEC8, 0xEC0, 32}, {0xF08, 0xE6C, 48}, {0xF70, 0xEA0, 48}};
-  make();
-  const std::vector<uint8_t> bytes = pattern(256 * 1024);
+  const support::Bytes bytes = support::pattern(kSize);
   phone->write_partition(0, bytes.data(), bytes.size());
-  write_file(phone->dir() / "factory/lens_shading_front.bin", std::string(4000, 'L'));
+  write_text(phone->dir() / "factory/lens_shading_front.bin", std::string(4000, 'L'));
   for (const size_t base : {0x20000u, 0x10000u}) {
     phone->set_property("ro.pagesize", base == 0x20000 ? "4096" : "2048");
     phone->reboot();
@@ -416,28 +352,28 @@ TEST_F(VirtualPhoneTest, BootExportsEachCamerasRecordsAtTheKernelsPlaces) {
         }
       }
       expected.replace(0xF68, 4, "\x01\xCA\x3A\xFF");
-      EXPECT_EQ(read_file(std::string("/sys/android_camera_awb_cal/") + camera.node), expected)
+      EXPECT_EQ(read_text(std::string("/sys/android_camera_awb_cal/") + camera.node), expected)
           << camera.node;
     }
     const auto from = bytes.begin() + static_cast<ptrdiff_t>(base) + 0x3000;
-    EXPECT_EQ(read_file("/sys/android_camera_awb_cal/awb_cal_3D"), std::string(from, from + 4096));
+    EXPECT_EQ(read_text("/sys/android_camera_awb_cal/awb_cal_3D"), std::string(from, from + 4096));
   }
 }
 
 TEST_F(VirtualPhoneTest, BootOfAShortPartitionExportsZerosAndInHouseDataOnlyIfThere) {
-  make({.partition_size = 0x21000, .fill = 0xEE});
-  EXPECT_EQ(read_file("/sys/android_camera_awb_cal/awb_cal")[0], '\xEE');
-  EXPECT_EQ(read_file("/sys/android_camera_awb_cal/awb_cal_3D"), std::string(4096, '\0'));
+  phone.reset();
+  phone.emplace(VirtualPhone::create(root / "short", {.partition_size = 0x21000, .fill = 0xEE}));
+  EXPECT_EQ(read_text("/sys/android_camera_awb_cal/awb_cal")->front(), '\xEE');
+  EXPECT_EQ(read_text("/sys/android_camera_awb_cal/awb_cal_3D"), std::string(4096, '\0'));
   EXPECT_EQ(access("/sys/android_camera_awb_cal/awb_cal_InHouse3D", F_OK), -1);
-  write_file(phone->dir() / "factory/inhouse_3d.bin", "in house");
+  write_text(phone->dir() / "factory/inhouse_3d.bin", "in house");
   phone->reboot();
-  EXPECT_EQ(read_file("/sys/android_camera_awb_cal/awb_cal_InHouse3D"), "in house");
+  EXPECT_EQ(read_text("/sys/android_camera_awb_cal/awb_cal_InHouse3D"), "in house");
 }
 
 // ---- phones as folders ------------------------------------------------------------------------------------
 
 TEST_F(VirtualPhoneTest, APhoneIsMadeOnceAndOneIsAttachedAtATime) {
-  make();
   const fs::path dir = phone->dir();
   EXPECT_THROW(VirtualPhone::create(dir), std::runtime_error);
   EXPECT_THROW(VirtualPhone::attach(dir), std::logic_error);
@@ -446,7 +382,7 @@ TEST_F(VirtualPhoneTest, APhoneIsMadeOnceAndOneIsAttachedAtATime) {
   EXPECT_EQ(access("/proc/emmc", F_OK), -1);
   EXPECT_THROW(VirtualPhone::attach(root), std::runtime_error);
   phone.emplace(VirtualPhone::attach(dir));
-  EXPECT_NE(read_file("/proc/emmc").find("mmcblk0p6: 00040000 00000200 \"mfg\""), std::string::npos);
+  EXPECT_THAT(*read_text("/proc/emmc"), testing::HasSubstr("mmcblk0p6: 00040000 00000200 \"mfg\""));
 }
 
 }  // namespace

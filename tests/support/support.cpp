@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -98,9 +100,22 @@ void write_bytes(const fs::path& path, const Bytes& bytes) {
   ASSERT_TRUE(file.good()) << path;
 }
 
+void write_text(const fs::path& path, std::string_view text) {
+  write_bytes(path, Bytes(text.begin(), text.end()));
+}
+
 int mode_of(const fs::path& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? static_cast<int>(status.st_mode & 07777) : -1;
+}
+
+Outcome run_shell(const std::string& command) {
+  std::FILE* pipe = popen(command.c_str(), "r");
+  std::string output;
+  char part[4096];
+  for (size_t count; (count = std::fread(part, 1, sizeof part, pipe)) > 0;) output.append(part, count);
+  const int status = pclose(pipe);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, std::move(output)};
 }
 
 std::string console_of(const std::function<void()>& call) {
@@ -133,6 +148,23 @@ std::vector<phone::LogLine> with_tag(std::vector<phone::LogLine> lines, std::str
   return lines;
 }
 
+void expect_calls(const std::vector<CallRow>& rows) {
+  constexpr int kNothingSetsThis = 4711;
+  for (const CallRow& row : rows) {
+    errno = kNothingSetsThis;
+    EXPECT_EQ(row.call(), row.result) << row.what;
+    EXPECT_EQ(errno, row.error != 0 ? row.error : kNothingSetsThis) << row.what;
+  }
+}
+
+void fit_module(phone::VirtualPhone& phone, const std::string& camera, const uint32_t (&words)[4]) {
+  std::map<std::string, std::string> properties;
+  for (int i = 0; i < 4; ++i) {
+    properties["qor.camera.sensor." + camera + "_fuse" + std::to_string(i + 1)] = std::to_string(words[i]);
+  }
+  phone.set_properties(properties);
+}
+
 PhoneTest::PhoneTest(const phone::Options& options) {
   phone_.emplace(phone::VirtualPhone::create(folder_.path() / "phone", options));
   reset_library_state();
@@ -144,13 +176,6 @@ PhoneTest::PhoneTest(const phone::Options& options) {
 
 PhoneTest::~PhoneTest() {
   EXPECT_EQ(phone_->open_descriptors(), 0U) << "a descriptor was left open";
-}
-
-void PhoneTest::fit_module(const std::string& camera, const uint32_t (&words)[4]) {
-  for (int i = 0; i < 4; ++i) {
-    phone_->set_property("qor.camera.sensor." + camera + "_fuse" + std::to_string(i + 1),
-                         std::to_string(words[i]));
-  }
 }
 
 void PhoneTest::put(std::string_view phone_path, const Bytes& bytes) {

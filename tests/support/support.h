@@ -48,10 +48,19 @@ uint32_t word_at(const Bytes& bytes, size_t offset);
 
 std::optional<Bytes> read_bytes(const std::filesystem::path& path);  ///< nothing when it does not exist
 std::optional<std::string> read_text(const std::filesystem::path& path);
-void write_bytes(const std::filesystem::path& path, const Bytes& bytes);
+void write_bytes(const std::filesystem::path& path, const Bytes& bytes);  ///< its folders as well
+void write_text(const std::filesystem::path& path, std::string_view text);
 int mode_of(const std::filesystem::path& path);  ///< permission bits; -1 when it does not exist
 
 using phone::TemporaryFolder;
+
+struct Outcome {
+  int exit_code;  ///< -1: it did not end by itself
+  std::string output;
+  bool operator==(const Outcome&) const = default;
+};
+/// Runs a command line and takes its standard output.
+Outcome run_shell(const std::string& command);
 
 /// Everything that `call` printed on standard output.
 std::string console_of(const std::function<void()>& call);
@@ -75,6 +84,9 @@ std::vector<phone::LogLine> with_tag(std::vector<phone::LogLine> lines, std::str
 
 inline constexpr uint32_t kModule[4] = {0x11223344, 0x55667788, 0x99AABBCC, 0xDDEEFF01};
 
+/// Sets the four fuse properties of `camera` ("main", "front" or "sub"), in decimal as the driver does.
+void fit_module(phone::VirtualPhone& phone, const std::string& camera, const uint32_t (&words)[4] = kModule);
+
 class PhoneTest : public ::testing::Test {
  protected:
   explicit PhoneTest(const phone::Options& options = {});
@@ -82,8 +94,9 @@ class PhoneTest : public ::testing::Test {
 
   phone::VirtualPhone& phone() { return *phone_; }
 
-  /// Sets the four fuse properties of `camera` ("main", "front" or "sub"), in decimal as the driver does.
-  void fit_module(const std::string& camera, const uint32_t (&words)[4] = kModule);
+  void fit_module(const std::string& camera, const uint32_t (&words)[4] = kModule) {
+    support::fit_module(*phone_, camera, words);
+  }
 
   std::filesystem::path host(std::string_view phone_path) { return phone_->host_path(phone_path); }
   void put(std::string_view phone_path, const Bytes& bytes);  ///< a file of the phone, with its folders
@@ -101,6 +114,16 @@ class PhoneTest : public ::testing::Test {
   TemporaryFolder folder_;
   std::optional<phone::VirtualPhone> phone_;
 };
+
+/// One row of a table of calls: what a call returns and the errno that it leaves (0: as it was).
+struct CallRow {
+  const char* what;
+  std::function<int64_t()> call;
+  int64_t result;
+  int error = 0;
+};
+/// Makes the calls in order, each with an errno that nothing sets.
+void expect_calls(const std::vector<CallRow>& rows);
 
 /// Runs `body` with the first of its calls failing, then with the second, and so on until it makes no more;
 /// then all that again with every later call failing too. `call` is as in phone::Fault. What the body opens it

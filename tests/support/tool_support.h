@@ -4,10 +4,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <sstream>
 #include <string>
 
@@ -31,10 +29,7 @@ inline std::string unwrapped(const std::string& text) {
   return result;
 }
 
-struct Outcome {
-  int exit_code;
-  std::string output;
-
+struct Outcome : support::Outcome {
   bool says(const std::string& text) const { return output.find(text) != std::string::npos; }
   bool tells(const std::string& text) const {
     return unwrapped(output).find(unwrapped(text)) != std::string::npos;
@@ -43,12 +38,7 @@ struct Outcome {
 
 /// Runs the built tool through the shell; `how` is where its output goes.
 inline Outcome run(const std::string& arguments, const std::string& how = "2>&1") {
-  std::FILE* pipe = popen((AWBCAL " " + arguments + " " + how).c_str(), "r");
-  std::string output;
-  char part[4096];
-  for (size_t count; (count = std::fread(part, 1, sizeof part, pipe)) > 0;) output.append(part, count);
-  const int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, std::move(output)};
+  return {support::run_shell(AWBCAL " " + arguments + " " + how)};
 }
 
 inline size_t longest_line(const std::string& text) {

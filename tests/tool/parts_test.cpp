@@ -104,6 +104,16 @@ TEST(Judge, PassesGoodRecordsAndSeesEveryDamagedByte) {
   }
 }
 
+TEST(Judge, MeasuresTheDistanceFromTheGoldenSample) {
+  // 3/8 and 4/8 off, so that the distance is 5/8; a fifth of the larger golden ratio is allowed.
+  const Bytes off = sealed32({3000, 640, 512, 0, 0, 0, 0});
+  const calib::Margin far = awbcal::margin_of(off, {1.0F, 1.0F}, 20.0F);
+  EXPECT_FLOAT_EQ(static_cast<float>(far.delta), 0.625F);
+  EXPECT_FLOAT_EQ(static_cast<float>(far.limit), 0.2F);
+  EXPECT_FALSE(far.is_kept());
+  EXPECT_TRUE(awbcal::margin_of(off, {1.0F, 1.0F}, 62.5F).is_kept()) << "a distance on the limit passes";
+}
+
 TEST(Wrap, KeepsEveryWordAndTheWidth) {
   using Lines = std::vector<std::string>;
   EXPECT_EQ(awbcal::wrap("one two three", 7), (Lines{"one two", "three"}));

@@ -26,11 +26,10 @@ void put_record(const PhoneFile& file, ScratchPhone& copy) {
   const RecordSpec& spec = record_spec(file.kind.value());
   const calib::Camera camera = file.camera.value_or(calib::Camera::main);
   const Bytes& bytes = file.content.bytes;
-  const std::string cache(spec.cache_file(camera));
-  if (!cache.empty()) {
+  if (const std::string cache(spec.cache_file(camera)); !cache.empty()) {
     copy.put("/data/misc/camera/" + cache, bytes);
-  } else if (const auto offset = spec.export_offset()) {
-    copy.put(calib::kExportNode.of(camera), padded(bytes, *offset, calib::kExportSize));
+  } else if (spec.export_offset()) {
+    copy.put(calib::kExportNode.of(camera), padded(bytes, *spec.export_offset(), calib::kExportSize));
   } else if (spec.offset) {
     copy.put(kDualCameraNode,
              padded(bytes, *spec.offset - calib::kAreaDualCameraFirstForm, calib::kSlotSize));

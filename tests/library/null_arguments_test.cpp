@@ -1,0 +1,88 @@
+// What does each entry that takes a pointer do with a null one?
+// Guards against a crash of the camera's process, and against half of a call's effect.
+
+#include <array>
+
+#include "awb_calibration/records.h"
+#include "tests/support/correction_support.h"
+
+namespace {
+
+using namespace support;
+
+/// A call with one null pointer; every other one points at `m`.
+struct Row {
+  const char* name;
+  int32_t (*call)(float* m);
+  int32_t result = 0;
+};
+
+#define NOTHING(function, ...)               \
+  {                                          \
+#function, []([[maybe_unused]] float* m) { \
+      function(__VA_ARGS__);                \
+      return 0;                             \
+    } \
+  }
+#define RESULT(result, function, ...)                                                  \
+  {                                                                                    \
+#function, []([[maybe_unused]] float* m) { return function(__VA_ARGS__); }, result \
+  }
+
+uint32_t* words(float* m) {
+  return reinterpret_cast<uint32_t*>(m);
+}
+
+const Row kRows[] = {
+    NOTHING(awb_get_fuseid, nullptr),
+    RESULT(0, ReadFlash, nullptr, words(m)),
+    RESULT(0, ReadFlash, m, nullptr),
+    RESULT(-1, ReadFlashForFlashCalibration, nullptr, 32),
+    RESULT(-1, ReadFlashForDualFlashCali, nullptr, 48),
+    RESULT(-1, ReadFlashForDualCam, nullptr, 32, 0),
+    RESULT(-1, ReadFlashForDualCam, nullptr, 32, 1),
+    RESULT(-1, aec_read_calibration, nullptr, 36),
+    NOTHING(awb_calibration_set_GS, nullptr, m),
+    NOTHING(awb_calibration_set_GS, m, nullptr),
+    NOTHING(QOR_Show_LSC, nullptr),
+    NOTHING(QOR_AWB_Calibration_Reference_Points_Correction, nullptr),
+    NOTHING(Correct_Reference_Points_qorModule, nullptr, m, m, m),
+    NOTHING(Correct_Reference_Points_qorModule, m, nullptr, m, m),
+    NOTHING(Correct_Reference_Points_qorModule, m, m, nullptr, m),
+    NOTHING(Correct_Reference_Points_qorModule, m, m, m, nullptr),
+    NOTHING(Dual_Cam_Correction, nullptr, m, m, m),
+    NOTHING(Dual_Cam_Correction, m, nullptr, m, m),
+    NOTHING(Dual_Cam_Correction, m, m, nullptr, m),
+    NOTHING(Dual_Cam_Correction, m, m, m, nullptr),
+    RESULT(0, Sensor_set_mesh, nullptr, 0, 0.5F, 0.5F),
+};
+
+class NullArguments : public CorrectionTest {};
+
+TEST_F(NullArguments, AreRefusedWithoutALineOrAnEffect) {
+  for (const char* name : {"awb_cal", "awb_A_light_cal", "flash_cal", "flash_dual_cal", "aec_cal"})
+    put_words(std::string("/data/misc/camera/") + name, record(3099, kAny, {1024, 1024}));
+  const Floats untouched(12464 / 4, 77);
+  for (const Row& row : kRows) {
+    Floats memory = untouched;
+    EXPECT_EQ(log_of([&] { EXPECT_EQ(row.call(memory.data()), row.result) << row.name; }), Log{}) << row.name;
+    EXPECT_EQ(memory, untouched) << row.name;
+  }
+}
+
+TEST_F(NullArguments, BuffersOfTheRecordAreaFailLikeTheirTransfers) {
+  const Row rows[] = {RESULT(-1, ReadEmmcFlash, nullptr, 32),
+                      RESULT(-1, ReadEmmcOffset, nullptr, 32, 0),
+                      RESULT(-1, WriteFlash, nullptr, 32),
+                      RESULT(-1, WriteFlash_for_front_Cam, nullptr, 32),
+                      RESULT(-1, WriteFlash_for_bayer_Cam, nullptr, 32, 0),
+                      RESULT(-1, WriteFlashOffset, nullptr, 32, 0)};
+  const Bytes before = phone().partition();
+  for (const Row& row : rows) {
+    for (const auto& line : log_of([&] { EXPECT_EQ(row.call(nullptr), row.result) << row.name; }))
+      EXPECT_FALSE(line.text.starts_with("write partition data")) << row.name;
+  }
+  EXPECT_EQ(phone().partition(), before);
+}
+
+}  // namespace
