@@ -3,10 +3,11 @@
 #include <cstdlib>
 
 #include "inspect/errors.h"
-#include "inspect/input.h"
 #include "inspect/json_form.h"
+#include "inspect/open_phone.h"
 #include "inspect/redaction.h"
 #include "inspect/verdict.h"
+#include "phone/services/properties_file.h"
 
 namespace {
 
@@ -29,11 +30,11 @@ constexpr const char* kKinds[] = {"",
                                   "dual_camera_payload"};
 
 void inspect(const std::string& name, const std::string& kind, const awbcal::Bytes& bytes) {
-  awbcal::Input input = awbcal::recognise(name, bytes, {.path = name, .as = kind, .base = {}, .camera = {}});
-  awbcal::judge_input(input, {{calib::Camera::main, {1, 2, 3, 4}}});
-  const awbcal::Packed packed = awbcal::pack_document(awbcal::show_document(input, true), {});
-  if (packed.files.at(0).bytes != bytes) std::abort();
-  awbcal::redact(input);
+  awbcal::Phone phone = awbcal::phone_of_bytes(name, bytes, {.as = kind});
+  awbcal::verdicts_of(phone, {{calib::Camera::main, {1, 2, 3, 4}}});
+  const awbcal::Packed packed = awbcal::pack_document(awbcal::show_document(phone, true), {});
+  if (phone.notes.empty() && packed.files.at(0).bytes != bytes) std::abort();
+  awbcal::redact(phone);
 }
 
 }  // namespace
@@ -48,6 +49,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   awbcal::FuseMap map;
   awbcal::redact_text(awbcal::text_of(bytes), map);
-  awbcal::parse_properties(awbcal::text_of(bytes));
+  phone::parse_properties(awbcal::text_of(bytes));
   return 0;
 }

@@ -17,7 +17,7 @@ _awbcal() {
   )
   local words=""
   if [ "$COMP_CWORD" -eq 1 ]; then
-    words="${!options[*]} --help"
+    words="${!options[*]} --help --version"
   elif [[ $word == -* ]]; then
     words=${options[$command]}
   else

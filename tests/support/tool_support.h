@@ -2,6 +2,7 @@
 #ifndef TESTS_SUPPORT_TOOL_SUPPORT_H
 #define TESTS_SUPPORT_TOOL_SUPPORT_H
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -79,14 +79,13 @@ TEST_F(Inspect, ReadsStandardInputAndWhatItIsTold) {
 }
 
 TEST_F(Inspect, FindsTheRecordAreaAtEitherBase) {
-  for (const auto& [base, name, other] :
-       {std::tuple{0x10000U, "2k", "0x20000"}, std::tuple{0x20000U, "4k", "0x10000"}}) {
+  for (const auto& [base, name] : {std::pair{0x10000U, "2k"}, std::pair{0x20000U, "4k"}}) {
     Bytes image(0x30000);
     put(image, base + 0x1E28, aec());
     const std::string file_name = file("mfg.img", image);
     const Outcome shown = run("show " + file_name);
     EXPECT_TRUE(shown.says("front camera, AEC record")) << shown.output;
-    EXPECT_TRUE(shown.says("good checksums there: 1, at " + std::string(other) + ": 0"));
+    EXPECT_TRUE(shown.says("(found by its records)"));
     const Outcome decided = run("show " + file_name + " --base " + (base == 0x10000 ? "4k" : "2k"));
     EXPECT_FALSE(decided.says("front camera, AEC record")) << name;
     EXPECT_TRUE(decided.says("(as --base says)"));
@@ -119,7 +118,7 @@ TEST_F(Inspect, PointsOutTheOverlapOfGyroAndALight) {
   EXPECT_TRUE(shown.says("overlap: 16 of its bytes are those of the gyro record, which is good"));
   const Outcome verified = run("verify " + path("mfg.img"));
   EXPECT_TRUE(verified.says("good                     main camera, gyro record"));
-  EXPECT_TRUE(verified.says("bad CRC                  main camera, A-light AWB record"));
+  EXPECT_TRUE(verified.says("overwritten              main camera, A-light AWB record"));
   put(image, 0x20EC0, Bytes(32));
   put(image, 0x20EA0, gyro());
   EXPECT_EQ(run("verify " + file("mfg.img", image)).exit_code, 0)
@@ -134,14 +133,14 @@ TEST_F(Inspect, NamesTheFileAndTheCause) {
   fs::create_directories(path("folder/sub"));
   symlink("loop", path("loop").c_str());
   const std::pair<std::string, std::string> rows[] = {
-      {path("no"), path("no") + ": is absent"},
-      {path("loop"), path("loop") + ": is unreadable: Too many levels of symbolic links"},
-      {odd, odd + ": 7 bytes are neither a record, an export nor a partition; --as names it"},
-      {empty, empty + ": is empty"},
-      {path("folder"), path("folder") + ": holds no file of a phone's calibration"},
-      {odd + " --as phone", odd + ": is not a folder"},
-      {odd + " --as rubbish", "--as rubbish: there is no such kind"},
-      {path("folder") + " --as awb", path("folder") + ": is a folder and not a file to read as awb"},
+      {path("no"), path("no") + ": no such file"},
+      {path("loop"), path("loop") + ": cannot be read: Too many levels of symbolic links"},
+      {odd, odd + ": 7 bytes match no record, export or partition; say what it is with --as"},
+      {empty, empty + ": empty"},
+      {path("folder"), path("folder") + ": no file of a phone's calibration in it"},
+      {odd + " --as phone", odd + ": not a folder"},
+      {odd + " --as rubbish", "--as rubbish: no such kind"},
+      {path("folder") + " --as awb", path("folder") + ": a folder, not a file to read as awb"},
   };
   for (const auto& [arguments, message] : rows) {
     for (const char* command : {"show ", "verify ", "explain main "}) {
@@ -155,7 +154,7 @@ TEST_F(Inspect, NamesTheFileAndTheCause) {
 TEST_F(Inspect, StopsReadingWhatNeverEnds) {
   const Outcome refused = run("show /dev/zero");
   EXPECT_EQ(refused.exit_code, 2);
-  EXPECT_EQ(refused.output, "awbcal: /dev/zero: is unreadable: larger than 64 MiB\n");
+  EXPECT_EQ(refused.output, "awbcal: /dev/zero: cannot be read: larger than 64 MiB\n");
 }
 
 TEST_F(Inspect, TakesNoFullDiskForAVerdict) {

@@ -53,7 +53,7 @@ TEST(Manual, NamesEveryCommand) {
   std::set<std::string> commands(std::begin(kCommands), std::end(kCommands));
   EXPECT_EQ(matches(run("--help").output, "\n  ([a-z]+)  "), commands);
   EXPECT_EQ(matches(page("awbcal"), "awbcal-([a-z]+) 1"), commands);
-  commands.insert("--help");
+  commands.insert({"--help", "--version"});
   EXPECT_EQ(completions("\"\"", 1), commands);
 }
 
@@ -67,6 +67,7 @@ TEST(Manual, RefusesToRunWithoutACommand) {
   EXPECT_EQ(run("").exit_code, 2);
   EXPECT_EQ(run("rubbish").exit_code, 2);
   EXPECT_EQ(run("--help").exit_code, 0);
+  EXPECT_THAT(run("--version").output, ::testing::MatchesRegex("awbcal [0-9.]+( \\([0-9a-f]+\\))?\n"));
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "inspect/errors.h"
-#include "inspect/input.h"
 #include "inspect/json_form.h"
+#include "inspect/open_phone.h"
 #include "inspect/redaction.h"
 #include "inspect/verdict.h"
 #include "tests/support/tool_support.h"
@@ -17,13 +17,13 @@ using support::Bytes;
 /// Everything that is done with bytes; false when they were refused with a message.
 bool survives(const std::string& name, const Bytes& bytes, const std::string& as = "") {
   try {
-    awbcal::Input input = awbcal::recognise(name, bytes, {.path = name, .as = as, .base = {}, .camera = {}});
-    const awbcal::Json document = awbcal::show_document(input, true);
+    awbcal::Phone phone = awbcal::phone_of_bytes(name, bytes, {.as = as});
+    const awbcal::Json document = awbcal::show_document(phone, true);
     const awbcal::Packed packed = awbcal::pack_document(document, {});
     EXPECT_EQ(packed.files.at(0).bytes, bytes) << name;
-    awbcal::judge_input(input, {{calib::Camera::main, {1, 2, 3, 4}}});
-    awbcal::redact(input);
-    EXPECT_EQ(input.files[0].content.bytes.size(), bytes.size());
+    awbcal::verdicts_of(phone, {{calib::Camera::main, {1, 2, 3, 4}}});
+    awbcal::redact(phone);
+    EXPECT_EQ(phone.files[0].content.bytes.size(), bytes.size());
     return true;
   } catch (const awbcal::InputError& error) {
     EXPECT_NE(std::string(error.what()), "");
@@ -71,18 +71,17 @@ TEST(Mutation, APartitionCutAnywhereIsAnswered) {
 }
 
 TEST(Mutation, DamagedDocumentsAreRefusedOrPacked) {
-  const awbcal::Input input = awbcal::recognise("awb_cal", tool::awb(), {});
-  const std::string text = awbcal::show_document(input, false).dump();
+  const awbcal::Phone phone = awbcal::phone_of_bytes("awb_cal", tool::awb(), {});
+  const std::string text = awbcal::show_document(phone, false).dump();
   int packed = 0;
   for (size_t at = 0; at < text.size(); ++at) {
     for (const char with : {'"', '9', '{', '\0', 'x'}) {
       std::string damaged = text;
       damaged[at] = with;
       try {
-        awbcal::pack_document(awbcal::Json::parse(damaged), {});
+        awbcal::pack_document(awbcal::parse_document(damaged), {});
         ++packed;
       } catch (const awbcal::InputError&) {
-      } catch (const awbcal::Json::parse_error&) {
       }
     }
   }
@@ -94,7 +93,6 @@ TEST(Mutation, AnyTextIsPropertiesOrARedactedReport) {
     Bytes bytes = support::pattern(300, salt);
     for (uint8_t& byte : bytes) byte = static_cast<uint8_t>("[]: =#-_fuseFuse_ID[0x129\n"[byte % 26]);
     const std::string_view text = awbcal::text_of(bytes);
-    awbcal::parse_properties(text);
     awbcal::FuseMap map;
     const std::string redacted = awbcal::redact_text(text, map);
     EXPECT_EQ(std::count(redacted.begin(), redacted.end(), '\n'), std::count(text.begin(), text.end(), '\n'));

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "inspect/claims.h"
 #include "inspect/decode.h"
-#include "inspect/judge.h"
 #include "run/sensor_model.h"
 #include "tests/support/support.h"
 #include "text/terminal.h"
@@ -62,7 +62,7 @@ std::vector<Sample> samples() {
 }
 
 size_t passed_rules(const Sample& sample, const Bytes& bytes, const calib::FuseWords& module) {
-  const auto rules = awbcal::judge_record(awbcal::record_spec(sample.kind), bytes, module);
+  const auto rules = awbcal::rules_of(awbcal::record_spec(sample.kind), bytes, module);
   return static_cast<size_t>(
       std::count_if(rules.begin(), rules.end(), [](const auto& rule) { return rule.passed; }));
 }
@@ -107,11 +107,11 @@ TEST(Judge, PassesGoodRecordsAndSeesEveryDamagedByte) {
 TEST(Judge, MeasuresTheDistanceFromTheGoldenSample) {
   // 3/8 and 4/8 off, so that the distance is 5/8; a fifth of the larger golden ratio is allowed.
   const Bytes off = sealed32({3000, 640, 512, 0, 0, 0, 0});
-  const awbcal::AwbVerdict far = awbcal::awb_verdict(off, 1.0F, 1.0F, 20.0F);
+  const calib::Margin far = awbcal::margin_of(off, {1.0F, 1.0F}, 20.0F);
   EXPECT_FLOAT_EQ(static_cast<float>(far.delta), 0.625F);
   EXPECT_FLOAT_EQ(static_cast<float>(far.limit), 0.2F);
-  EXPECT_FALSE(far.passed());
-  EXPECT_TRUE(awbcal::awb_verdict(off, 1.0F, 1.0F, 62.5F).passed()) << "a distance on the limit passes";
+  EXPECT_FALSE(far.is_kept());
+  EXPECT_TRUE(awbcal::margin_of(off, {1.0F, 1.0F}, 62.5F).is_kept()) << "a distance on the limit passes";
 }
 
 TEST(Wrap, KeepsEveryWordAndTheWidth) {

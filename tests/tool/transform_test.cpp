@@ -52,7 +52,7 @@ TEST_F(Transform, PacksAPhoneIntoAFolder) {
   ASSERT_EQ(run(repack(path("phone")) + " --output " + path("copy"), "").exit_code, 0);
   EXPECT_EQ(run("verify " + path("copy"), "| tail -n +2").output,
             run("verify " + path("phone"), "| tail -n +2").output);
-  EXPECT_EQ(std::system(("diff -r " + path("phone") + " " + path("copy")).c_str()), 0);
+  EXPECT_EQ(std::system(("diff -r -x .made-by-awbcal " + path("phone") + " " + path("copy")).c_str()), 0);
   EXPECT_EQ(run("pack " + path("no")).exit_code, 2);
 }
 
@@ -70,14 +70,12 @@ TEST_F(Transform, SealsOnlyWhenAsked) {
 TEST_F(Transform, SealsOneOfTwoRecordsThatShareBytesOnlyByName) {
   Bytes both(0x24000);
   put(both, 0x20EC0, awb());
-  put(both, 0x20EA0, damaged(gyro(), 1));
+  put(both, 0x20EA0, damaged(gyro(), 40));
   file("image", both);
   const Outcome refused = run(repack(path("image")) + " --seal");
   EXPECT_EQ(refused.exit_code, 2);
   EXPECT_TRUE(refused.says("name the one to seal, --seal-only gyro")) << refused.output;
   EXPECT_EQ(run(repack(path("image")) + " --seal-only gyro >" + path("out"), "").exit_code, 0);
-  EXPECT_TRUE(run("verify " + path("out")).says("good                     main camera, gyro record") == false)
-      << "its valid word is still damaged";
   EXPECT_EQ(support::word_at(bytes("out"), 0x20EC8), support::bitwise_crc(&bytes("out")[0x20EA0], 40));
 }
 
@@ -85,22 +83,22 @@ TEST_F(Transform, RefusesJsonThatIsNoDump) {
   const std::string head = R"({"awbcal_json":1,"command":"show","input":{"name":"x","kind":"record"},)";
   const std::string one_file = R"("files":[{"path":"x","layout":"record","size":32,"rest":[]}],)";
   const std::pair<std::string, const char*> rows[] = {
-      {"rubbish", "is no JSON"},
+      {"rubbish", "bad.json: not JSON: error at byte 1"},
       {"{}", "not a document of \"awbcal show\""},
-      {R"({"awbcal_json":2,"command":"show"})", "version 2 where 1 is known"},
+      {R"({"awbcal_json":2,"command":"show"})", "version 2 of the document: only 1 is known"},
       {R"({"awbcal_json":1,"command":"diff"})", "not a document of \"awbcal show\""},
       {head + R"("files":[{"path":"../x","size":0,"rest":[]}],"records":[]})",
        "not a path in a folder: \"../x\""},
       {head + R"("files":[{"path":"/x","size":0,"rest":[]}],"records":[]})",
        "not a path in a folder: \"/x\""},
       {head + R"("files":[{"path":"x","size":99999999999,"rest":[]}],"records":[]})",
-       "\"size\" is no whole number"},
+       "\"size\" must be a whole number"},
       {head + R"("files":[{"path":"x","size":4,"rest":[{"offset":2,"bytes":"414243"}]}],"records":[]})",
        "outside"},
       {head + R"("files":[{"path":"x","size":4,"rest":[{"offset":0,"bytes":"4g"}]}],"records":[]})",
-       "no hexadecimal"},
+       "not a hexadecimal"},
       {head + R"("files":[{"path":"x","size":2,"rest":[{"offset":0,"bytes":"41"}]}],"records":[]})",
-       "0x1 is not given"},
+       "byte 0x1 is missing"},
       {head + one_file + R"("records":[{"kind":"x","file":"x","offset":0,"fields":{}}]})",
        "no kind of record: \"x\""},
       {head + one_file + R"("records":[{"kind":"awb","file":"y","offset":0,"fields":{}}]})", "no such file"},
@@ -132,7 +130,7 @@ TEST_F(Transform, WritesOverNothingUnasked) {
   phone();
   for (const char* inside : {"phone", "phone/copy"}) {
     const Outcome refused = run("redact --force " + path("phone") + " --output " + path(inside));
-    EXPECT_EQ(refused.output, "awbcal: " + path(inside) + ": is the input or lies in it\n");
+    EXPECT_EQ(refused.output, "awbcal: " + path(inside) + ": is the input, or lies in it\n");
   }
   fs::create_hard_link(path("awb_cal"), path("other_name"));
   EXPECT_EQ(run("redact --force " + path("awb_cal") + " --output " + path("other_name")).exit_code, 2);

@@ -2,32 +2,24 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <charconv>
+#include "run/verification.h"
+#include "text/printable.h"
 
 namespace awbcal {
 
 namespace {
 
-std::string check_base(const std::string& text) {
-  return text == "4k" || text == "2k" ? "" : "4k (0x20000) or 2k (0x10000), not " + text;
-}
-
-std::string check_camera(const std::string& text) {
-  return camera_of_name(text) ? "" : "main, front or sub, not " + text;
-}
-
-const char* input_kind_text(InputKind kind) {
+const char* input_kind_text(Layout kind) {
   switch (kind) {
-    case InputKind::phone:
+    case Layout::phone:
       return "a phone's folder";
-    case InputKind::partition:
+    case Layout::partition:
       return "an image of the partition \"mfg\"";
-    case InputKind::export_image:
+    case Layout::export_image:
       return "a kernel export of one camera";
-    case InputKind::dual_camera_node:
+    case Layout::dual_camera_node:
       return "the kernel's page of dual-camera records";
-    case InputKind::slot:
+    case Layout::slot:
       return "one camera's slot of the record area";
     default:
       break;
@@ -36,26 +28,6 @@ const char* input_kind_text(InputKind kind) {
 }
 
 }  // namespace
-
-void add_input_options(CLI::App& app, InputOptions& options) {
-  app.add_option("INPUT", options.paths, "Phone folder, image, export, cache file or archive; - is stdin")
-      ->required();
-  app.add_option("--as", options.as, "What INPUT is: phone, partition, export, node or a record's kind")
-      ->type_name("KIND");
-  app.add_option_function<std::string>(
-         "--base",
-         [&options](const std::string& text) {
-           options.base = text == "4k" ? calib::kAreaBase4k : calib::kAreaBase2k;
-         },
-         "Page size that places the record area: 4k or 2k [tried both]")
-      ->check(check_base)
-      ->type_name("SIZE");
-  app.add_option_function<std::string>(
-         "--camera", [&options](const std::string& text) { options.camera = camera_of_name(text); },
-         "Camera of a single file: main, front or sub")
-      ->check(check_camera)
-      ->type_name("NAME");
-}
 
 void print_json(const Json& document) {
   write_output({}, text_of(document), {});
@@ -69,16 +41,34 @@ std::string record_title(const RecordSpec& spec, std::optional<calib::Camera> ca
   return camera ? fmt::format("{} camera, {}", camera_name(*camera), spec.name) : spec.name;
 }
 
-std::string place_text(const Input& input, const FoundRecord& record) {
-  return fmt::format("{}: {}, byte 0x{:x}", source_name(record.source), input.files[record.file].path,
+std::string place_text(const Phone& phone, const FoundRecord& record) {
+  return fmt::format("{}: {}, byte 0x{:x}", source_name(record.source), phone.files[record.file].path,
                      record.offset);
 }
 
-void show_input(Terminal& terminal, const Input& input) {
-  terminal.paragraph(fmt::format("{}: {}", input.name, input_kind_text(input.kind)), 0);
-  if (input.area) {
-    terminal.paragraph(fmt::format("record area at 0x{:x} ({})", input.area->base, input.area->reason));
+void show_input(Terminal& terminal, const Phone& phone) {
+  const bool is_empty_image = phone.kind == Layout::partition && !phone.holds_calibration();
+  terminal.paragraph(fmt::format("{}: {}", printable(phone.name),
+                                 is_empty_image ? "no calibration found" : input_kind_text(phone.kind)),
+                     0);
+  for (const std::string& note : phone.notes) terminal.paragraph(printable(note));
+  for (const std::string& unknown : phone.unknown) terminal.paragraph("not known: " + printable(unknown));
+  if (phone.area) {
+    terminal.paragraph(fmt::format("record area at 0x{:x} ({})", phone.area->base, phone.area->reason));
   }
+}
+
+std::string pass_or_fail(const Terminal& terminal, bool passed) {
+  return passed ? terminal.styled("PASS", Style::good) : terminal.styled("FAIL", Style::bad);
+}
+
+std::string margin_text(const calib::Margin& margin) {
+  return fmt::format("{:.4f} from the golden sample, {:.4f} allowed ({:.0f} % of it)", margin.delta,
+                     margin.limit, percent_of_limit(margin));
+}
+
+Json margin_json(const calib::Margin& margin) {
+  return {{"delta", margin.delta}, {"limit", margin.limit}};
 }
 
 }  // namespace awbcal

@@ -5,8 +5,9 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
-#include "inspect/input.h"
+#include "factory/run_arithmetic.h"
 #include "inspect/json_form.h"
+#include "inspect/open_phone.h"
 #include "text/terminal.h"
 
 namespace awbcal {
@@ -32,9 +33,6 @@ Command add_replay(CLI::App& parent);
 
 // ---- what several of them have ----------------------------------------------------------------------------
 
-/// The input's path, --as, --base and --camera.
-void add_input_options(CLI::App& app, InputOptions& options);
-
 /// Prints the document on standard output, past the terminal.
 void print_json(const Json& document);
 
@@ -45,10 +43,17 @@ std::string counted(size_t count, const char* noun);
 std::string record_title(const RecordSpec& spec, std::optional<calib::Camera> camera);
 
 /// Where the record stands, for people.
-std::string place_text(const Input& input, const FoundRecord& record);
+std::string place_text(const Phone& phone, const FoundRecord& record);
 
 /// The first lines about an input: what it is, and which record area was taken.
-void show_input(Terminal& terminal, const Input& input);
+void show_input(Terminal& terminal, const Phone& phone);
+
+/// "PASS" or "FAIL", coloured.
+std::string pass_or_fail(const Terminal& terminal, bool passed);
+
+/// How far from the golden sample, and of what is allowed.
+std::string margin_text(const calib::Margin& margin);
+Json margin_json(const calib::Margin& margin);
 
 }  // namespace awbcal
 

@@ -6,6 +6,7 @@
 
 #include "commands/commands.h"
 #include "inspect/errors.h"
+#include "text/version.h"
 
 namespace {
 
@@ -17,6 +18,9 @@ constexpr Command (*kCommands[])(CLI::App&) = {add_demo, add_show, add_verify, a
 int run(int argc, char** argv) {
   CLI::App app("Camera calibration records: make them, read them, check them", "awbcal");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "awbcal " + version_text(), "Print the version and the commit");
+  app.set_help_flag("-h,--help", "Print this help and exit");
+  app.option_defaults()->always_capture_default();
   std::vector<Command> commands;
   for (const auto& add : kCommands) commands.push_back(add(app));
   try {

@@ -5,70 +5,144 @@
 #include <charconv>
 #include <cmath>
 
-#include "inspect/errors.h"
-
 namespace awbcal {
 
 namespace {
 
-std::vector<std::string> split_at_commas(const std::string& text) {
-  std::vector<std::string> parts;
-  size_t begin = 0;
-  for (size_t comma; (comma = text.find(',', begin)) != std::string::npos; begin = comma + 1) {
-    parts.push_back(text.substr(begin, comma - begin));
-  }
-  parts.push_back(text.substr(begin));
-  return parts;
+template <class Number, class... Base>
+std::optional<Number> number_of(const std::string& text, Base... base) {
+  Number number{};
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number, base...);
+  return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
 uint32_t fuse_word(const std::string& text) {
   const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
-  const char* begin = text.data() + (is_hex ? 2 : 0);
-  const char* end = text.data() + text.size();
-  uint32_t word = 0;
-  const auto [stop, error] = std::from_chars(begin, end, word, is_hex ? 16 : 10);
-  if (error != std::errc() || stop != end) {
-    throw InputError(fmt::format("--fuse: not a 32-bit word: \"{}\"", text));
-  }
-  return word;
+  const auto word = number_of<uint32_t>(is_hex ? text.substr(2) : text, is_hex ? 16 : 10);
+  if (!word) throw CLI::ValidationError("--fuse", fmt::format("\"{}\" is not a 32-bit word", text));
+  return *word;
 }
 
-}  // namespace
-
-std::optional<Golden> parse_golden(const std::string& text) {
-  if (text.empty()) return std::nullopt;
-  float values[2] = {};
-  const std::vector<std::string> parts = split_at_commas(text);
-  for (size_t i = 0; i < parts.size(); ++i) {
-    const char* end = parts[i].data() + parts[i].size();
-    float value = 0;
-    const auto [stop, error] = std::from_chars(parts[i].data(), end, value);
-    const bool is_good =
-        parts.size() == 2 && error == std::errc() && stop == end && std::isfinite(value) && value > 0;
-    if (!is_good)
-      throw InputError(
-          fmt::format("--golden: R/G and B/G above 0 are wanted, as 0.7539,0.5625: \"{}\"", text));
-    values[i] = value;
-  }
-  return Golden{values[0], values[1]};
-}
-
-void parse_fuse(const std::string& text, Modules& modules) {
+void take_fuse(const std::string& text, Modules& modules) {
   const size_t equals = text.find('=');
   std::optional<calib::Camera> camera;
   if (equals != std::string::npos) {
     camera = camera_of_name(text.substr(0, equals));
-    if (!camera) throw InputError(fmt::format("--fuse: there is no such camera: \"{}\"", text));
+    if (!camera) throw CLI::ValidationError("--fuse", fmt::format("no such camera: \"{}\"", text));
   }
   const std::vector<std::string> parts =
-      split_at_commas(text.substr(equals == std::string::npos ? 0 : equals + 1));
+      CLI::detail::split(equals == std::string::npos ? text : text.substr(equals + 1), ',');
   calib::FuseWords words{};
-  if (parts.size() != words.size())
-    throw InputError(fmt::format("--fuse: {} words where 4 are: \"{}\"", parts.size(), text));
+  if (parts.size() != words.size()) {
+    throw CLI::ValidationError("--fuse",
+                               fmt::format("expected 4 words, found {}: \"{}\"", parts.size(), text));
+  }
   for (size_t i = 0; i < words.size(); ++i) words[i] = fuse_word(parts[i]);
   for (const calib::Camera each : kCameras) {
     if (!camera || camera == each) modules[each] = words;
   }
+}
+
+/// What the factory tool can set: a ratio above 0.
+CLI::Validator ratio() {
+  return CLI::Validator(
+      [](const std::string& text) {
+        const auto value = number_of<float>(text);
+        return value && std::isfinite(*value) && *value > 0
+                   ? std::string()
+                   : fmt::format("\"{}\" is not a ratio above 0; expected R/G,B/G as in 0.7539,0.5625", text);
+      },
+      "");
+}
+
+CLI::Option* add_golden(CLI::App& app, const std::function<void(calib::GoldenRatios)>& take) {
+  return app
+      .add_option_function<std::pair<float, float>>(
+          "--golden",
+          [take](const std::pair<float, float>& pair) {
+            take({pair.first, pair.second});
+          },
+          "Golden sample of the factory")
+      ->delimiter(',')
+      ->check(ratio())
+      ->type_name("RG,BG");
+}
+
+}  // namespace
+
+CLI::Validator whole_number(uint64_t least, uint64_t most) {
+  return CLI::Validator(
+      [least, most](const std::string& text) {
+        const auto number = number_of<uint64_t>(text);
+        return number && *number >= least && *number <= most
+                   ? std::string()
+                   : fmt::format("\"{}\" is not a whole number from {} to {}", text, least, most);
+      },
+      "");
+}
+
+CLI::Validator camera_names() {
+  return named_values<calib::Camera>(
+      {{"main", calib::Camera::main}, {"front", calib::Camera::front}, {"sub", calib::Camera::sub}});
+}
+
+std::vector<std::string> kind_ids() {
+  std::vector<std::string> ids;
+  for (const RecordSpec& spec : record_specs()) ids.emplace_back(spec.id);
+  return ids;
+}
+
+CLI::Validator one_of(const std::vector<std::string>& names) {
+  return CLI::IsMember(names).description("");
+}
+
+CLI::App* add_command(CLI::App& parent, const char* name, const char* description) {
+  return parent.add_subcommand(name, description);
+}
+
+void add_input_options(CLI::App& app, InputOptions& options) {
+  app.add_option("INPUT", options.paths, "Phone folder, image, export, cache file or archive; - is stdin")
+      ->required()
+      ->default_str("");
+  app.add_option("--as", options.as, "What INPUT is: phone, partition, export, node or a kind of record")
+      ->type_name("KIND");
+  app.add_option("--base", options.base, "Page size that places the record area: 4k or 2k")
+      ->transform(named_values<uint32_t>({{"4k", calib::kAreaBase4k}, {"2k", calib::kAreaBase2k}}))
+      ->type_name("SIZE");
+  app.add_option("--camera", options.camera, "Camera of a single file: main, front or sub")
+      ->transform(camera_names())
+      ->type_name("NAME");
+}
+
+void add_json_option(CLI::App& app, bool& json) {
+  app.add_flag("--json", json, "Print JSON instead of text");
+}
+
+CLI::Option* add_golden_option(CLI::App& app, calib::GoldenRatios& golden) {
+  return add_golden(app, [&golden](calib::GoldenRatios ratios) { golden = ratios; });
+}
+
+CLI::Option* add_golden_option(CLI::App& app, std::optional<calib::GoldenRatios>& golden) {
+  return add_golden(app, [&golden](calib::GoldenRatios ratios) { golden = ratios; });
+}
+
+void add_threshold_option(CLI::App& app, uint32_t& percent) {
+  app.add_option("--threshold", percent, "Percent of the golden sample allowed")
+      ->check(whole_number(0, 1000))
+      ->type_name("PERCENT");
+}
+
+void add_fuse_option(CLI::App& app, Modules& modules) {
+  app.add_option_function<std::vector<std::string>>(
+         "--fuse",
+         [&modules](const std::vector<std::string>& texts) {
+           for (const std::string& text : texts) take_fuse(text, modules);
+         },
+         "Module's fuse ID, W1,W2,W3,W4 or CAMERA=W1,W2,W3,W4")
+      ->expected(1)
+      ->take_all()
+      ->type_name("WORDS");
 }
 
 }  // namespace awbcal

@@ -1,25 +1,50 @@
-// Values of options that several sub-commands have.
+// Options that several commands have, and what their values must be.
 #ifndef COMMANDS_OPTIONS_H
 #define COMMANDS_OPTIONS_H
 
+#include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "inspect/errors.h"
+#include "inspect/open_phone.h"
 #include "inspect/verdict.h"
+#include "records/golden_sample.h"
 
 namespace awbcal {
 
-struct Golden {
-  float rg;
-  float bg;
-};
+// ---- what a value must be ---------------------------------------------------------------------------------
 
-/// "0.7539,0.5625"; nothing for an empty text. Throws InputError.
-std::optional<Golden> parse_golden(const std::string& text);
+/// Decimal digits; the parser itself lets a negative number wrap and takes 010 for 8.
+CLI::Validator whole_number(uint64_t least, uint64_t most);
 
-/// "1,2,3,4" for all cameras, or "front=1,2,3,4"; decimal, or hexadecimal with 0x. Throws InputError.
-void parse_fuse(const std::string& text, Modules& modules);
+CLI::Validator camera_names();
+
+/// The ids of every kind of record.
+std::vector<std::string> kind_ids();
+
+CLI::Validator one_of(const std::vector<std::string>& names);
+
+/// A name for each value; help shows the option's own type name, not the numbers behind it.
+template <class Value>
+CLI::Validator named_values(const std::vector<std::pair<std::string, Value>>& values) {
+  return CLI::CheckedTransformer(values).description("");
+}
+
+// ---- options ----------------------------------------------------------------------------------------------
+
+CLI::App* add_command(CLI::App& parent, const char* name, const char* description);
+
+/// The input's path, --as, --base and --camera.
+void add_input_options(CLI::App& app, InputOptions& options);
+
+void add_json_option(CLI::App& app, bool& json);
+CLI::Option* add_golden_option(CLI::App& app, calib::GoldenRatios& golden);
+CLI::Option* add_golden_option(CLI::App& app, std::optional<calib::GoldenRatios>& golden);
+void add_threshold_option(CLI::App& app, uint32_t& percent);
+
+/// "1,2,3,4" for all cameras, or "front=1,2,3,4"; decimal, or hexadecimal with 0x.
+void add_fuse_option(CLI::App& app, Modules& modules);
 
 }  // namespace awbcal
 

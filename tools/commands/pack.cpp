@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "commands/options.h"
 #include "inspect/errors.h"
 
 namespace awbcal {
@@ -34,9 +35,6 @@ Packed packed_document(const PackArguments& arguments) {
 }
 
 int pack(const PackArguments& arguments) {
-  if (!arguments.options.seal_kind.empty() && record_spec_of_id(arguments.options.seal_kind) == nullptr) {
-    throw InputError(fmt::format("--seal-only {}: no such kind", arguments.options.seal_kind));
-  }
   const Packed packed = packed_document(arguments);
   if (packed.kind == Layout::phone) {
     write_folder(arguments.output, packed.files, {arguments.input});
@@ -52,12 +50,14 @@ int pack(const PackArguments& arguments) {
 
 Command add_pack(CLI::App& parent) {
   const auto arguments = std::make_shared<PackArguments>();
-  CLI::App* app = parent.add_subcommand("pack", "Bytes from the JSON of show, with the CRC that it holds");
-  app->add_option("INPUT", arguments->input, "JSON of show [- is stdin]");
-  app->add_option("--output", arguments->output.path, "File, or a phone's folder, to make [stdout]");
-  app->add_flag("--force", arguments->output.force, "Replace what is there");
+  CLI::App* app = add_command(parent, "pack", "Rebuild the bytes from `show --json`, keeping stored CRCs");
+  app->add_option("INPUT", arguments->input, "Output of `show --json`; - is stdin");
+  app->add_option("--output", arguments->output.path,
+                  "File, or folder of a phone, to make; otherwise stdout");
+  app->add_flag("--force", arguments->output.force, "Replace an existing file");
   app->add_flag("--seal", arguments->options.seal, "Compute the CRC of every record");
   app->add_option("--seal-only", arguments->options.seal_kind, "Compute the CRC of records of one kind")
+      ->check(one_of(kind_ids()))
       ->type_name("KIND");
   return {app, [arguments](Terminal&) { return pack(*arguments); }};
 }

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "commands/options.h"
 #include "inspect/errors.h"
 #include "inspect/redaction.h"
 
@@ -51,10 +52,10 @@ int redact_input(const RedactArguments& arguments, Terminal& terminal) {
 
 Command add_redact(CLI::App& parent) {
   const auto arguments = std::make_shared<RedactArguments>();
-  CLI::App* app = parent.add_subcommand("redact", "Replace fuse IDs, so that the rest can be shared");
+  CLI::App* app = add_command(parent, "redact", "Replace fuse IDs, so that the rest can be shared");
   add_input_options(*app, arguments->input);
   app->add_option("--output", arguments->output.path, "File or folder to make; - is stdout")->required();
-  app->add_flag("--force", arguments->output.force, "Replace what is there");
+  app->add_flag("--force", arguments->output.force, "Replace an existing file");
   return {app, [arguments](Terminal& terminal) { return redact_input(*arguments, terminal); }};
 }
 

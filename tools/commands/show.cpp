@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "commands/options.h"
 #include "inspect/verdict.h"
 #include "text/tables.h"
 
@@ -26,14 +27,14 @@ void show_fields(Terminal& terminal, const FoundRecord& record) {
   table.print(terminal);
 }
 
-void show_record(Terminal& terminal, const Input& input, const FoundRecord& record, bool raw) {
+void show_record(Terminal& terminal, const Phone& phone, const FoundRecord& record, bool raw) {
   terminal.line();
   terminal.line(terminal.styled(record_title(*record.spec, record.camera), Style::heading));
-  terminal.paragraph(place_text(input, record));
+  terminal.paragraph(place_text(phone, record));
   if (record.is_truncated()) {
     terminal.paragraph(fmt::format("truncated: {} of {} bytes", record.bytes.size(), record.spec->size));
   }
-  if (const FoundRecord* owner = good_overlap(input, record)) {
+  if (const FoundRecord* owner = good_overlap(phone, record)) {
     terminal.paragraph(
         fmt::format("overlap: 16 of its bytes are those of the {}, which is good", owner->spec->name));
   }
@@ -42,11 +43,11 @@ void show_record(Terminal& terminal, const Input& input, const FoundRecord& reco
 }
 
 /// Cameras and kinds whose place holds no record, a line per source.
-void show_blank(Terminal& terminal, const Input& input) {
+void show_blank(Terminal& terminal, const Phone& phone) {
   std::map<std::string, std::string> lines;
-  for (const FoundRecord& record : input.records) {
-    if (record.bytes.empty() || !is_blank_record(input, record)) continue;
-    std::string& line = lines[input.files[record.file].path];
+  for (const FoundRecord& record : phone.records) {
+    if (record.bytes.empty() || !is_blank_record(phone, record)) continue;
+    std::string& line = lines[phone.files[record.file].path];
     const std::string camera = record.camera ? fmt::format("{} ", camera_name(*record.camera)) : "";
     line += fmt::format("{}{}{}", line.empty() ? "" : ", ", camera, record.spec->id);
   }
@@ -56,8 +57,8 @@ void show_blank(Terminal& terminal, const Input& input) {
   for (const auto& [file, line] : lines) terminal.paragraph(fmt::format("{}: {}", file, line));
 }
 
-void show_unreadable(Terminal& terminal, const Input& input) {
-  for (const InputFile& file : input.files) {
+void show_unreadable(Terminal& terminal, const Phone& phone) {
+  for (const PhoneFile& file : phone.files) {
     if (!file.content.trouble) continue;
     terminal.line();
     terminal.paragraph(fmt::format("{}: is unreadable: {}", file.path, *file.content.trouble), 0);
@@ -65,20 +66,20 @@ void show_unreadable(Terminal& terminal, const Input& input) {
 }
 
 int show(const ShowArguments& arguments, Terminal& terminal) {
-  const Input input = open_input(arguments.input);
+  const Phone phone = open_phone_of(arguments.input);
   if (arguments.json) {
-    print_json(show_document(input, arguments.raw));
+    print_json(show_document(phone, arguments.raw));
     return kDone;
   }
-  show_input(terminal, input);
+  show_input(terminal, phone);
   size_t shown = 0;
-  for (const FoundRecord& record : input.records) {
-    if (!record.bytes.empty() && is_blank_record(input, record)) continue;
-    show_record(terminal, input, record, arguments.raw);
+  for (const FoundRecord& record : phone.records) {
+    if (!record.bytes.empty() && is_blank_record(phone, record)) continue;
+    show_record(terminal, phone, record, arguments.raw);
     ++shown;
   }
-  show_blank(terminal, input);
-  show_unreadable(terminal, input);
+  show_blank(terminal, phone);
+  show_unreadable(terminal, phone);
   terminal.line();
   terminal.line(counted(shown, "record"));
   return kDone;
@@ -88,10 +89,10 @@ int show(const ShowArguments& arguments, Terminal& terminal) {
 
 Command add_show(CLI::App& parent) {
   const auto arguments = std::make_shared<ShowArguments>();
-  CLI::App* app = parent.add_subcommand("show", "Decode every record, field by field");
+  CLI::App* app = add_command(parent, "show", "Decode every record, field by field");
   add_input_options(*app, arguments->input);
-  app->add_flag("--json", arguments->json, "For programs: all bytes, so that pack can bring them back");
-  app->add_flag("--raw", arguments->raw, "The bytes of each record as well");
+  add_json_option(*app, arguments->json);
+  app->add_flag("--raw", arguments->raw, "Show the bytes of each record as well");
   return {app, [arguments](Terminal& terminal) { return show(*arguments, terminal); }};
 }
 

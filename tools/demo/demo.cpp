@@ -9,7 +9,7 @@
 #include "demo/factory_writers.h"
 #include "demo/result_checks.h"
 #include "demo/run_report.h"
-#include "run/camera_start.h"
+#include "run/tuning_changes.h"
 
 namespace awbcal {
 
@@ -77,6 +77,7 @@ class Demo {
   void calibrate(const char* why, const RunPlan& plan);
   void calibrate_briefly(const char* why, const RunPlan& plan);
   void start_from_cache();
+  void show_refusals(const std::vector<LibraryCall>& calls);
   void start_from_export();
   void describe_folder();
 
@@ -86,7 +87,7 @@ class Demo {
   VirtualPhone phone_;
   LogFile logcat_;
   ConsoleCapture console_;
-  std::vector<CameraStart> starts_;  ///< from the cache, by camid
+  std::vector<CameraTuning> started_;  ///< from the cache, by camid
   bool all_done_ = true;
 };
 
@@ -152,11 +153,26 @@ void Demo::calibrate_briefly(const char* why, const RunPlan& plan) {
 }
 
 void Demo::start_from_cache() {
-  const CameraTuning before(kNormalLight);
+  const CameraTuning before(kNormalLight.golden());
   for (const Camera camera : kCameras) {
     terminal_.heading(fmt::format("The {} camera starts", camera_name(camera)));
-    starts_.push_back(start_camera(phone_, camera, kNormalLight));
-    show_start(terminal_, before, starts_.back());
+    CameraTuning tuning = before;
+    const std::vector<LibraryCall> calls = start_camera(phone_, camera, kNormalLight.golden(), tuning);
+    show_tuning(terminal_, before, tuning);
+    show_refusals(calls);
+    started_.push_back(std::move(tuning));
+  }
+}
+
+void Demo::show_refusals(const std::vector<LibraryCall>& calls) {
+  bool is_first = true;
+  for (const LibraryCall& call : calls) {
+    for (const phone::LogLine& line : call.log) {
+      if (!is_error(line)) continue;
+      if (is_first) terminal_.paragraph("Refusals in the log");
+      is_first = false;
+      terminal_.quote(line.text);
+    }
   }
 }
 
@@ -167,21 +183,23 @@ void Demo::start_from_export() {
   fs::rename(files, aside);
   fs::create_directory(files);
   for (const Camera camera : kCameras) {
-    const CameraStart start = start_camera(phone_, camera, kNormalLight);
-    const bool same = start.tuning == starts_.at(static_cast<size_t>(camid_of(camera))).tuning;
+    CameraTuning tuning(kNormalLight.golden());
+    start_camera(phone_, camera, kNormalLight.golden(), tuning);
+    const bool same = tuning == started_.at(static_cast<size_t>(camid_of(camera)));
     all_done_ = all_done_ && same;
-    terminal_.line(fmt::format("    {:<6} {}", camera_name(camera),
-                               same ? terminal_.styled("every byte as from the cache files", Style::good)
-                                    : terminal_.styled("differs from the start before", Style::bad)));
+    terminal_.line(
+        fmt::format("    {:<6} {}", camera_name(camera),
+                    same ? terminal_.styled("identical to the start from the cache files", Style::good)
+                         : terminal_.styled("differs from the start from the cache files", Style::bad)));
   }
   fs::remove(files);
   fs::rename(aside, files);
-  terminal_.paragraph("The records came from the kernel's export. The cache files are put back.");
+  terminal_.paragraph("The records came from the kernel's export. The cache files are restored.");
 }
 
 void Demo::describe_folder() {
   terminal_.heading("The folder");
-  terminal_.paragraph("The phone stays, to be looked into; its whole log is in logcat.txt:");
+  terminal_.paragraph("The phone is kept for inspection; its complete log is in logcat.txt:");
   // In one piece, however long, so that it can be copied.
   terminal_.line("  " + phone_.dir().string());
 }
@@ -190,15 +208,15 @@ bool Demo::run(std::vector<Frame> recorded) {
   describe_phone();
   RunPlan main_run = plan(Camera::main, kNormalLight, kMainModule);
   main_run.recorded = std::move(recorded);
-  calibrate("A good module. Ten frames are summed, the eleventh judges.", main_run);
+  calibrate("A good module. Ten frames are summed; the eleventh triggers the judgement.", main_run);
   calibrate(
       "A module that is out of tolerance: its record loses the valid mark, and no cache file is written.",
       plan(Camera::front, kNormalLight, kBadFrontModule));
-  calibrate("A good module whose exposure settles late: the judging frame is tried again until it has.",
+  calibrate("A good module whose exposure settles late: the judgement is repeated until it has.",
             plan(Camera::sub, kNormalLight, kSubModule));
   calibrate("The second run, under A light, into a record of its own.",
             plan(Camera::main, kALight, kMainModule));
-  calibrate_briefly("The pair's other half, in the same way.", plan(Camera::sub, kALight, kSubModule));
+  calibrate_briefly("The other camera of the pair, in the same way.", plan(Camera::sub, kALight, kSubModule));
   write_flash_records(phone_, terminal_, console_);
   write_lens_shading(phone_, terminal_);
   start_from_cache();

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kPatience = 60;  // frames; the library itself waits for ever
+constexpr int kPatience = 60;  // frames; the library itself waits forever
 constexpr int kFramesSummed = 10;
 constexpr useconds_t kFramePause = 20000;  // so that a person sees the progress line move
 

@@ -100,7 +100,7 @@ void write_gyro_and_dual_camera(VirtualPhone& phone, Terminal& terminal, Console
   terminal.heading("Gyro and dual camera");
   terminal.paragraph(
       "The sub camera would share the main camera's gyro file, so it gets none. A gyro record lies on "
-      "16 bytes of its camera's A-light record, which is good no longer; its cache file still is.");
+      "16 bytes of its camera's A-light record, which is no longer good; its cache file still is.");
   Bytes payload(calib::kDualCameraPayload);
   for (uint8_t& byte : payload) byte = static_cast<uint8_t>(noise.word());
   write_file(phone.host_path("/data/misc/camera/CalibrationData.dat"), payload);

@@ -3,29 +3,18 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 
-#include "awb_calibration/records.h"
-#include "awb_calibration/verify.h"
 #include "demo/factory_line.h"
 #include "demo/run_report.h"
+#include "run/camera_start.h"
+#include "run/readers.h"
 
 namespace awbcal {
 
 namespace {
 
 using calib::Camera;
-
-struct Check {
-  const char* name;
-  int32_t (*answer)();
-};
-
-constexpr Check kChecks[] = {{"AWB", Sensor_Check_AWB_Calibration_Result},
-                             {"AEC", Sensor_Check_AEC_Calibration_Result},
-                             {"lens shading", Sensor_Check_LSC_Calibration_Result},
-                             {"flash", Sensor_Check_FLASH_Calibration_Result},
-                             {"gyro", Sensor_Check_GYRO_Calibration_Result},
-                             {"dual camera", Sensor_Check_DUAL_Calibration_Result}};
 
 /// Why the answer of a check is -1 on this phone although nothing failed.
 struct Note {
@@ -37,14 +26,10 @@ struct Note {
 const std::vector<Camera> kEvery = {Camera::main, Camera::front, Camera::sub};
 
 const Note kNotes[] = {
-    {"AWB", kEvery,
-     "reads 64-bit fields and can accept no record of a calibration run, whose fields have 32 bits"},
+    {"AWB", kEvery, never_passes("Sensor_Check_AWB_Calibration_Result")},
     {"AEC", {Camera::front}, "the front camera is never calibrated for exposure"},
-    {"lens shading", kEvery,
-     "covers 3556 bytes, the image's own checksum 3576: an image that a camera start takes without an error "
-     "never passes"},
-    {"flash", kEvery,
-     "reads 64-bit fields and can accept no record of the flash writers, whose fields have 32 bits"},
+    {"lens shading", kEvery, never_passes("Sensor_Check_LSC_Calibration_Result")},
+    {"flash", kEvery, never_passes("Sensor_Check_FLASH_Calibration_Result")},
     {"gyro", {Camera::sub}, "the sub camera's answer comes from the main camera's file: another module's"},
     {"dual camera", {Camera::front, Camera::sub}, "answers for the main camera alone"},
 };
@@ -82,14 +67,14 @@ void show_result_checks(phone::VirtualPhone& phone, Terminal& terminal) {
       "The record word: 0x1 the fitted module's, 0x2 checksum, 0xc finished. The flash check has two: the "
       "dual-flash record's, then the flash record's.");
   Table table({"check", "camera", ">answer", "", "record word", "note"});
-  for (const Check& check : kChecks) {
+  std::map<Camera, std::vector<LibraryCall>> calls;
+  for (const Camera camera : kEvery) calls[camera] = check_results(phone, camera);
+  for (const ResultCheck& check : kResultChecks) {
     for (const Camera camera : kEvery) {
-      set_sensor_selection(static_cast<uint32_t>(camid_of(camera)));
-      phone.take_log();
-      const int32_t answer = check.answer();
-      const size_t note = answer == 0 ? 0 : note_for(check.name, camera);
-      table.row({check.name, camera_name(camera), std::to_string(answer), verdict_cell(answer == 0),
-                 record_words(phone.take_log()), note != 0 ? fmt::format("[{}]", note) : ""});
+      const LibraryCall& call = *find_call(calls.at(camera), check.function);
+      const size_t note = call.answer ? 0 : note_for(check.name, camera);
+      table.row({check.name, camera_name(camera), call.answer ? "0" : "-1", verdict_cell(call.answer),
+                 record_words(call.log), note != 0 ? fmt::format("[{}]", note) : ""});
     }
   }
   table.print(terminal);

@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <map>
 
-#include "inspect/judge.h"
+#include "inspect/claims.h"
+#include "run/verification.h"
 
 namespace awbcal {
 
@@ -136,7 +137,7 @@ void show_run(Terminal& terminal, const RunPlan& plan, const RunResult& result) 
   if (!plan.recorded.empty()) terminal.paragraph("The frames come from the recorded stream.");
   events_table(result).print(terminal);
   if (result.while_waiting.empty()) return;
-  terminal.paragraph("Until it can be stored, the factory tool finds");
+  terminal.paragraph("Until the record can be stored, the factory tool finds");
   show_reports(terminal, result.before, result.while_waiting);
 }
 
@@ -172,7 +173,7 @@ void show_record(Terminal& terminal, phone::VirtualPhone& phone, RecordKind kind
   }
   fields.print(terminal);
   Table rules({"", "", ""});
-  for (const RuleResult& rule : judge_record(record.spec, record.bytes, module_of(phone, camera))) {
+  for (const RuleResult& rule : rules_of(record.spec, record.bytes, module_of(phone, camera))) {
     rules.row({verdict_cell(rule.passed), rule.rule, rule.why});
   }
   rules.print(terminal);
@@ -183,7 +184,7 @@ void show_records(Terminal& terminal, const phone::VirtualPhone& phone,
   Table table({"record", "camera", ">at", "", "values"});
   for (const auto& [kind, camera] : records) {
     const StoredRecord record = stored_record(phone, kind, camera);
-    const auto rules = judge_record(record.spec, record.bytes, module_of(phone, camera));
+    const auto rules = rules_of(record.spec, record.bytes, module_of(phone, camera));
     const std::string failed = failed_rules(rules);
     table.row({record.spec.name, record.spec.is_per_camera ? camera_name(camera) : "-",
                fmt::format("0x{:x}", record.partition_offset), verdict_cell(failed.empty()),
@@ -195,18 +196,17 @@ void show_records(Terminal& terminal, const phone::VirtualPhone& phone,
 void show_verdict(Terminal& terminal, const phone::VirtualPhone& phone, const RunPlan& plan,
                   const RunResult& result) {
   if (!result.has_finished) {
-    terminal.line(fmt::format("  {} after {} frames; the fail file stands.",
+    terminal.line(fmt::format("  {} after {} frames; the fail file remains.",
                               terminal.styled("No verdict", Style::bad), result.frames));
     return;
   }
   const RecordKind kind = plan.light.is_a_light ? RecordKind::a_light_awb : RecordKind::awb;
-  const AwbVerdict verdict =
-      awb_verdict(stored_record(phone, kind, plan.camera).bytes, static_cast<float>(plan.light.rg),
-                  static_cast<float>(plan.light.bg), kTolerancePercent);
+  const calib::Margin margin =
+      margin_of(stored_record(phone, kind, plan.camera).bytes, plan.light.golden(), kTolerancePercent);
   terminal.line(fmt::format(
       "  Verdict: {}, {:.4f} from the golden sample, {:.4f} allowed ({:.0f} % of it)",
-      terminal.styled(verdict.passed() ? "PASS" : "FAIL", verdict.passed() ? Style::good : Style::bad),
-      verdict.delta, verdict.limit, verdict.percent_of_limit()));
+      terminal.styled(margin.is_kept() ? "PASS" : "FAIL", margin.is_kept() ? Style::good : Style::bad),
+      margin.delta, margin.limit, percent_of_limit(margin)));
 }
 
 }  // namespace awbcal

@@ -135,6 +135,8 @@ Json json_of(std::optional<calib::Camera> camera) {
 
 Json json_of(const Phone& phone) {
   Json json = {{"name", phone.name}, {"kind", layout_name(phone.kind)}};
+  if (!phone.notes.empty()) json["notes"] = phone.notes;
+  if (!phone.is_complete()) json["unknown"] = phone.unknown;
   if (phone.area) json["record_area"] = {{"base", phone.area->base}, {"reason", phone.area->reason}};
   return json;
 }

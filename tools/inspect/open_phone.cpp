@@ -62,8 +62,8 @@ void find_in_file(Phone& phone, size_t index) {
   for (const RecordSpec& spec : record_specs()) {
     if (only.value_or(spec.kind) != spec.kind) continue;
     if (file.layout == Layout::record && only) find_record(phone, index, spec, camera, 0);
-    if (file.layout == Layout::export_image && spec.export_offset)
-      find_record(phone, index, spec, camera, *spec.export_offset);
+    if (file.layout == Layout::export_image && spec.export_offset())
+      find_record(phone, index, spec, camera, *spec.export_offset());
     if (!spec.offset) continue;
     if (file.layout == Layout::slot && spec.is_per_camera)
       find_record(phone, index, spec, camera, *spec.offset);
@@ -266,12 +266,15 @@ Recognised recognise_by_search(const std::string& name, const Bytes& bytes) {
                                name, bytes.size()));
 }
 
-/// The records are those of bytes of no meaning, which happen to stand where records would.
+/// The records are those of bytes of no meaning, which happen to stand where records would: nearly every place is
+/// filled, and none of them as a record begins.
 void drop_noise(Phone& phone) {
-  const SearchOptions anywhere{};
-  const bool is_noise =
-      phone.holds_calibration() && search_records(phone.files[0].content.bytes, anywhere).empty();
-  if (is_noise) phone.records.clear();
+  constexpr std::ptrdiff_t kFilledPlaces = 6;
+  const auto filled = std::count_if(
+      phone.records.begin(), phone.records.end(),
+      [](const FoundRecord& record) { return !record.bytes.empty() && !is_blank(record.bytes); });
+  if (filled >= kFilledPlaces && search_records(phone.files[0].content.bytes, {}).empty())
+    phone.records.clear();
 }
 
 void note_other_kinds(Phone& phone, const PhoneFile& file) {
@@ -379,7 +382,6 @@ void finish(Phone& phone, bool is_alone, const InputOptions& options) {
   phone.kind = is_alone ? phone.files.at(0).layout : Layout::phone;
   find_records(phone, options);
   if (is_alone && options.as.empty() && phone.kind == Layout::partition) drop_noise(phone);
-  if (!phone.holds_calibration()) phone.notes.emplace_back("no calibration found");
 }
 
 }  // namespace

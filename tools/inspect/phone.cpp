@@ -67,7 +67,7 @@ const char* state_name(State state) {
 bool PhoneFile::has_place_for(const RecordSpec& spec, std::optional<Camera> of) const {
   if (kind) return *kind == spec.kind && (camera == of || !spec.is_per_camera);
   if (layout == Layout::partition) return spec.offset.has_value();
-  if (layout == Layout::export_image) return spec.export_offset.has_value() && camera == of;
+  if (layout == Layout::export_image) return spec.export_offset().has_value() && camera == of;
   return layout == Layout::dual_camera_node && spec.offset.has_value() && !spec.is_per_camera;
 }
 

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <array>
-
 #include "inspect/claims.h"
 #include "records/record_layouts.h"
 
@@ -17,9 +15,8 @@ constexpr const char* kExportFolder = "android_camera_awb_cal";
 
 std::optional<Recognised> by_node_name(const std::string& name) {
   if (name == "awb_cal_3D") return Recognised{Layout::dual_camera_node};
-  constexpr std::array kNodes = {"awb_cal", "awb_cal_front", "awb_cal_sub"};
   for (const calib::Camera camera : kCameras) {
-    if (name == kNodes.at(static_cast<size_t>(camera))) return Recognised{Layout::export_image, {}, camera};
+    if (name == leaf_of(calib::kExportNode.of(camera))) return Recognised{Layout::export_image, {}, camera};
   }
   return std::nullopt;
 }
@@ -27,9 +24,8 @@ std::optional<Recognised> by_node_name(const std::string& name) {
 std::optional<Recognised> by_cache_name(const std::string& name) {
   for (const RecordSpec& spec : record_specs()) {
     for (const calib::Camera camera : kCameras) {
-      const char* file = spec.cache.of(camera);
-      if (file == nullptr || name != file) continue;
-      Recognised known{spec.cache_is_export ? Layout::export_image : Layout::record, spec.kind};
+      if (name.empty() || name != spec.cache_file(camera)) continue;
+      Recognised known{spec.cache_is_export() ? Layout::export_image : Layout::record, spec.kind};
       if (spec.is_per_camera) known.camera = camera;
       return known;
     }

@@ -98,8 +98,7 @@ constexpr std::array kRecords = {
                .size = sizeof(calib::AwbRecord),
                .fields = kAwbFields,
                .offset = calib::kSlotAwb,
-               .export_offset = calib::kExportAwb,
-               .cache = {"awb_cal", "awb_cal_front_CAM", "awb_cal_sub_CAM"},
+               .files = &calib::kAwbFiles,
                .is_judged = true,
                .front_may_bear_main = true},
     RecordSpec{.kind = RecordKind::a_light_awb,
@@ -108,8 +107,7 @@ constexpr std::array kRecords = {
                .size = sizeof(calib::AwbRecord),
                .fields = kAwbFields,
                .offset = calib::kSlotALightAwb,
-               .export_offset = calib::kExportALightAwb,
-               .cache = {"awb_A_light_cal", "awb_A_light_cal_front_CAM", "awb_A_light_cal_sub_CAM"},
+               .files = &calib::kALightAwbFiles,
                .is_judged = true,
                .front_may_bear_main = true},
     RecordSpec{.kind = RecordKind::flash,
@@ -118,41 +116,35 @@ constexpr std::array kRecords = {
                .size = sizeof(calib::FlashRecord),
                .fields = kFlashFields,
                .offset = calib::kSlotFlash,
-               .export_offset = calib::kExportFlash,
-               .cache = {"flash_cal", "flash_cal_front", "flash_cal_sub_CAM"}},
+               .files = &calib::kFlashFiles},
     RecordSpec{.kind = RecordKind::aec,
                .id = "aec",
                .name = "AEC record",
                .size = sizeof(calib::AecRecord),
                .fields = kAecFields,
                .offset = calib::kSlotAec,
-               .export_offset = calib::kExportAec,
-               .cache = {"aec_cal", "aec_cal_front_CAM", "aec_cal_sub_CAM"}},
+               .files = &calib::kAecFiles},
     RecordSpec{.kind = RecordKind::dual_flash,
                .id = "dual_flash",
                .name = "dual-flash record",
                .size = sizeof(calib::DualFlashRecord),
                .fields = kDualFlashFields,
                .offset = calib::kSlotDualFlash,
-               .export_offset = calib::kExportDualFlash,
-               .cache = {"flash_dual_cal", "flash_dual_cal_front_CAM", "flash_dual_cal_sub_CAM"}},
+               .files = &calib::kDualFlashFiles},
     RecordSpec{.kind = RecordKind::gyro,
                .id = "gyro",
                .name = "gyro record",
                .size = sizeof(calib::GyroRecord),
                .fields = kGyroFields,
                .offset = calib::kSlotGyro,
-               .export_offset = calib::kExportGyro,
-               .cache = {"gyro_cal_qor_CAM", "gyro_cal_front_qor_CAM", nullptr},
+               .files = &calib::kGyroFiles,
                .rule = kFinishedVersionAllWords},
     RecordSpec{.kind = RecordKind::lens_shading,
                .id = "lens_shading",
                .name = "lens-shading record",
                .size = sizeof(calib::LensShadingRecord),
                .fields = kLensShadingFields,
-               .export_offset = calib::kExportLensShading,
-               .cache = {"lsc_cal", "lsc_cal_front_CAM", "lsc_cal_sub_CAM"},
-               .cache_is_export = true,
+               .files = &calib::kLensShadingFiles,
                .rule = kFinishedVersion},
     RecordSpec{.kind = RecordKind::dual_camera,
                .id = "dual_camera",
@@ -175,7 +167,7 @@ constexpr std::array kRecords = {
                .size = calib::kDualCameraPayload,
                .fields = kPayloadFields,
                .is_per_camera = false,
-               .cache = {"CalibrationData.dat", nullptr, nullptr}},
+               .phone_file = "CalibrationData.dat"},
 };
 static_assert([] {
   for (size_t i = 0; i < kRecords.size(); ++i) {
@@ -185,6 +177,18 @@ static_assert([] {
 }());
 
 }  // namespace
+
+std::optional<size_t> RecordSpec::export_offset() const {
+  return files == nullptr ? std::nullopt : std::optional(files->export_offset);
+}
+
+std::string_view leaf_of(std::string_view path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+std::string_view RecordSpec::cache_file(calib::Camera camera) const {
+  return files == nullptr ? std::string_view(phone_file) : leaf_of(files->read.of(camera));
+}
 
 std::span<const RecordSpec> record_specs() {
   return kRecords;

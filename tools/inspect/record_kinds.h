@@ -10,6 +10,7 @@
 
 #include "records/camera.h"
 #include "records/judgement.h"
+#include "records/record_files.h"
 
 namespace awbcal {
 
@@ -40,17 +41,6 @@ constexpr bool is_run_of_bytes(const FieldSpec& field) {
   return field.kind == FieldKind::payload || field.kind == FieldKind::gains;
 }
 
-/// Cache files per camera; null: none.
-struct CacheFiles {
-  const char* main = nullptr;
-  const char* front = nullptr;
-  const char* sub = nullptr;
-
-  constexpr const char* of(calib::Camera camera) const {
-    return camera == calib::Camera::front ? front : camera == calib::Camera::sub ? sub : main;
-  }
-};
-
 /// What the bytes of a record are, where it lies, and who reads it by which rule.
 struct RecordSpec {
   RecordKind kind;
@@ -59,15 +49,22 @@ struct RecordSpec {
   size_t size;
   std::span<const FieldSpec> fields;
   bool is_per_camera = true;
-  std::optional<uint32_t> offset = {};       ///< in its camera's slot, or in the area when not per camera
-  std::optional<size_t> export_offset = {};  ///< in the kernel's export
-  CacheFiles cache = {};
-  bool cache_is_export = false;      ///< the cache file holds a whole export
-  bool is_judged = false;            ///< its writer takes the valid mark away when out of tolerance
+  std::optional<uint32_t> offset = {};        ///< in its camera's slot, or in the area when not per camera
+  const calib::RecordFiles* files = nullptr;  ///< null: no cache file, and not in a camera's export
+  const char* phone_file = "";                ///< the one file of a kind that is not per camera
+  bool is_judged = false;                     ///< its writer takes the valid mark away when out of tolerance
   bool front_may_bear_main = false;  ///< readers accept the main camera's fuse ID on the front camera
   calib::JudgementRule rule = {
       .first_version = 0, .last_version = 3, .zero_first_fuse_word_matches_any = true};
+
+  std::optional<size_t> export_offset() const;  ///< in the kernel's export
+  bool cache_is_export() const { return files != nullptr && files->cache_is_image; }
+  std::string_view cache_file(
+      calib::Camera camera) const;  ///< that readers open, without its folder; or empty
 };
+
+/// A path's last part.
+std::string_view leaf_of(std::string_view path);
 
 std::span<const RecordSpec> record_specs();
 const RecordSpec& record_spec(RecordKind kind);

@@ -22,7 +22,7 @@ constexpr uint32_t kCommonBlock = 0x20000;
 
 // Bytes that were made to look like records everywhere end the search, not the patience.
 constexpr size_t kMostHits = 1024;
-constexpr size_t kMostChecked = 64 * 1024 * 1024;
+constexpr size_t kMostChecked = 16 * 1024 * 1024;
 
 // ---- records in bytes -------------------------------------------------------------------------------------
 
@@ -73,24 +73,57 @@ Count count_at(std::span<const uint8_t> bytes, uint64_t base, const Modules& mod
   return count;
 }
 
+/// Places of finished valid words, found by their first byte: most bytes of a partition are blank.
+class ValidWords {
+ public:
+  explicit ValidWords(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+
+  /// The next place; nothing at the end.
+  std::optional<size_t> next() {
+    while (version_ <= 3) {
+      const uint32_t word = version_ * calib::kVersionUnit + calib::kValidMark;
+      while (at_ + sizeof word <= bytes_.size()) {
+        const void* found = std::memchr(bytes_.data() + at_, static_cast<uint8_t>(word), bytes_.size() - at_);
+        if (found == nullptr) break;
+        const auto place = static_cast<size_t>(static_cast<const uint8_t*>(found) - bytes_.data());
+        at_ = place + 1;
+        if (place + sizeof word <= bytes_.size() && word_at(bytes_, place) == word) return place;
+      }
+      ++version_;
+      at_ = 0;
+    }
+    return std::nullopt;
+  }
+
+ private:
+  std::span<const uint8_t> bytes_;
+  uint32_t version_ = 0;
+  size_t at_ = 0;
+};
+
+/// The bases that the area would have if one of the good records at `at` is where it belongs.
+std::set<uint64_t> bases_of(std::span<const uint8_t> bytes, size_t at, size_t& checked) {
+  std::set<uint64_t> bases;
+  for (const RecordSpec& spec : record_specs()) {
+    if (!spec.offset || field_of_kind(spec, FieldKind::valid_word) == nullptr) continue;
+    if (at + spec.size > bytes.size()) continue;
+    checked += spec.size;
+    if (!is_good(claims_of(spec, bytes.subspan(at, spec.size)))) continue;
+    for (int camid = 0; camid < (spec.is_per_camera ? 3 : 1); ++camid) {
+      if (at >= area_offset(spec, camid)) bases.insert(at - area_offset(spec, camid));
+    }
+  }
+  return bases;
+}
+
 /// Places anywhere with a good record, and the bases that they would have the area at.
 std::map<uint64_t, int> bases_of_hits(std::span<const uint8_t> bytes) {
   std::map<uint64_t, int> bases;
   size_t hits = 0;
   size_t checked = 0;
-  for (size_t at = 0; at + sizeof(calib::AwbRecord) <= bytes.size(); ++at) {
-    const uint32_t word = word_at(bytes, at);
-    if (word > calib::kFinishedValidWord || !is_finished(word)) continue;
-    std::set<uint64_t> here;
-    for (const RecordSpec& spec : record_specs()) {
-      if (!spec.offset || field_of_kind(spec, FieldKind::valid_word) == nullptr) continue;
-      if (at + spec.size > bytes.size()) continue;
-      checked += spec.size;
-      if (!is_good(claims_of(spec, bytes.subspan(at, spec.size)))) continue;
-      for (int camid = 0; camid < (spec.is_per_camera ? 3 : 1); ++camid) {
-        if (at >= area_offset(spec, camid)) here.insert(at - area_offset(spec, camid));
-      }
-    }
+  ValidWords words(bytes);
+  while (const std::optional<size_t> at = words.next()) {
+    const std::set<uint64_t> here = bases_of(bytes, *at, checked);
     for (const uint64_t base : here) ++bases[base];
     hits += here.empty() ? 0 : 1;
     if (hits >= kMostHits || checked >= kMostChecked) break;

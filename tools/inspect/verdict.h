@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "inspect/input.h"
-#include "inspect/judge.h"
+#include "inspect/claims.h"
+#include "inspect/open_phone.h"
 
 namespace awbcal {
 
@@ -54,14 +54,6 @@ struct RecordVerdict {
 /// not good, else the first that is. Gyro and A-light records share bytes on purpose, and the one that was written
 /// last wins: where the other's cache file is good that is told and not held against it, unless `is_strict`.
 std::vector<RecordVerdict> verdicts_of(const Phone& phone, const Modules& modules, bool is_strict = false);
-
-// Names of before, until every verb says the new ones.
-inline Finding judge_found(const Phone& phone, const FoundRecord& record, const Modules& modules) {
-  return verdict_on(phone, record, modules);
-}
-inline std::vector<RecordVerdict> judge_input(const Phone& phone, const Modules& modules) {
-  return verdicts_of(phone, modules);
-}
 
 }  // namespace awbcal
 

@@ -1,32 +1,33 @@
-// Which of the library's corrections and result checks would take a record: asked of the library itself, on a
-// phone that has this record and no other.
+// Which of the library's corrections and result checks take a record: asked of the library itself, in one camera
+// start and one round of checks per camera on a copy of the whole phone.
 #ifndef RUN_ACCEPTANCE_H
 #define RUN_ACCEPTANCE_H
 
-#include <string>
+#include <map>
 #include <vector>
 
+#include "run/camera_start.h"
 #include "run/readers.h"
 #include "run/scratch_phone.h"
 
 namespace awbcal {
 
+/// not_reached: the function ended before it came to the record, which therefore remains unjudged.
+enum class Acceptance { accepted, refused, not_reached };
+
 struct Answer {
-  const char* function;
-  bool accepts;
+  const Reader* reader;
+  Acceptance acceptance;
 };
 
-class AcceptanceTrial {
- public:
-  /// A module that `modules` does not know is taken to be the record's own.
-  std::vector<Answer> ask(const Input& input, const FoundRecord& record, const Modules& modules);
+/// All that the library did on one camera.
+using CameraRun = std::vector<LibraryCall>;
 
- private:
-  void place(const Input& input, const FoundRecord& record);
-  bool accepts(const Reader& reader);
+/// What the calls say of the camera's record of this kind, in the order of readers_of().
+std::vector<Answer> answers_on(RecordKind kind, const CameraRun& run);
 
-  ScratchPhone scratch_;
-};
+/// A start and a round of checks of every camera on a copy of the phone.
+std::map<calib::Camera, CameraRun> run_cameras(const Phone& phone, const Modules& modules);
 
 }  // namespace awbcal
 

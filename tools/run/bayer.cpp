@@ -88,7 +88,7 @@ std::string pattern_of(LibRaw& raw) {
 void check_result(int result, const std::filesystem::path& file) {
   if (result != LIBRAW_SUCCESS) {
     throw InputError(
-        fmt::format("{}: is no raw image that can be read: {}", file.string(), libraw_strerror(result)));
+        fmt::format("{}: cannot be read as a raw image: {}", file.string(), libraw_strerror(result)));
   }
 }
 
@@ -99,16 +99,17 @@ BayerImage unpack(const Bytes& bytes, const RawFormat& format, const std::string
   const size_t unit = is_raw10 ? 4 : 2;
   if (format.width == 0 || format.height == 0 || format.width > kLongestSide ||
       format.height > kLongestSide || format.width % unit != 0 || format.height % 2 != 0) {
-    throw InputError(fmt::format("{}: {} x {} is no size of a {} image", name, format.width, format.height,
-                                 format.packing));
+    throw InputError(fmt::format("{}: {}x{} is not a valid size of a {} image", name, format.width,
+                                 format.height, format.packing));
   }
   const size_t row_bytes = is_raw10 ? format.width / 4 * 5 : format.width * 2;
   const size_t stride = format.stride != 0 ? format.stride : row_bytes;
   if (stride < row_bytes)
-    throw InputError(fmt::format("{}: a row needs {} bytes, not {}", name, row_bytes, stride));
+    throw InputError(
+        fmt::format("{}: the stride must be at least {} bytes, not {}", name, row_bytes, stride));
   const size_t needed = (format.height - 1) * stride + row_bytes;
   if (bytes.size() < needed) {
-    throw InputError(fmt::format("{}: truncated, {} of {} bytes", name, bytes.size(), needed));
+    throw InputError(fmt::format("{}: truncated: expected {} bytes, found {}", name, needed, bytes.size()));
   }
   BayerImage image{format.width, format.height, format.pattern, format.black, format.white, {}};
   image.samples.reserve(format.width * format.height);
@@ -126,7 +127,7 @@ BayerImage read_dng(const std::filesystem::path& file) {
   check_result(raw->unpack(), file);
   const libraw_image_sizes_t& sizes = raw->imgdata.sizes;
   const ushort* samples = raw->imgdata.rawdata.raw_image;
-  if (samples == nullptr) throw InputError(fmt::format("{}: holds no Bayer image", file.string()));
+  if (samples == nullptr) throw InputError(fmt::format("{}: contains no Bayer image", file.string()));
   BayerImage image{sizes.width & ~1U,
                    sizes.height & ~1U,
                    pattern_of(*raw),
@@ -134,7 +135,7 @@ BayerImage read_dng(const std::filesystem::path& file) {
                    static_cast<double>(raw->imgdata.color.maximum),
                    {}};
   if (!is_bayer_pattern(image.pattern))
-    throw InputError(fmt::format("{}: holds no Bayer pattern", file.string()));
+    throw InputError(fmt::format("{}: contains no Bayer pattern", file.string()));
   const size_t pitch = sizes.raw_pitch / sizeof(ushort);
   for (size_t y = 0; y < image.height; ++y) {
     const ushort* row = samples + (y + sizes.top_margin) * pitch + sizes.left_margin;
@@ -145,12 +146,13 @@ BayerImage read_dng(const std::filesystem::path& file) {
 
 GridSums reduce(const BayerImage& image, const Grid& grid, const std::string& name) {
   if (grid.columns == 0 || grid.rows == 0 || image.width / 2 < grid.columns || image.height / 2 < grid.rows) {
-    throw InputError(fmt::format("{}: {} x {} samples are too few for {} x {} cells", name, image.width,
+    throw InputError(fmt::format("{}: {}x{} samples are too few for {}x{} cells", name, image.width,
                                  image.height, grid.columns, grid.rows));
   }
   if (!is_bayer_pattern(image.pattern))
-    throw InputError(fmt::format("{}: no Bayer pattern: {}", name, image.pattern));
-  if (!(image.white > image.black)) throw InputError(fmt::format("{}: white is not above black", name));
+    throw InputError(fmt::format("{}: not a Bayer pattern: {}", name, image.pattern));
+  if (!(image.white > image.black))
+    throw InputError(fmt::format("{}: the white level must be above the black level", name));
   GridSums sums{};
   for (size_t row = 0; row < grid.rows; ++row) {
     for (size_t column = 0; column < grid.columns; ++column) {

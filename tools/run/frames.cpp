@@ -48,7 +48,7 @@ int32_t parse_number(std::string_view text, const char* column) {
 Frame parse_frame(std::string_view line) {
   const std::vector<std::string_view> fields = split(line);
   if (fields.size() != kColumnNames.size()) {
-    throw InputError(fmt::format("{} fields where {} are 3", fields.size(), kHeader));
+    throw InputError(fmt::format("expected 3 fields ({}), found {}", kHeader, fields.size()));
   }
   std::array<int32_t, 3> numbers{};
   for (size_t i = 0; i < numbers.size(); ++i) numbers[i] = parse_number(fields[i], kColumnNames[i]);
@@ -71,7 +71,7 @@ std::vector<Frame> parse_frames(std::istream& stream, const std::string& name) {
     }
   }
   if (stream.bad()) throw InputError(fmt::format("{}: cannot be read", name));
-  if (frames.empty()) throw InputError(fmt::format("{}: holds no frame", name));
+  if (frames.empty()) throw InputError(fmt::format("{}: contains no frame", name));
   return frames;
 }
 

@@ -1,80 +1,48 @@
 #include "run/readers.h"
 
-#include <vector>
-
-#include "awb_calibration/correction.h"
-#include "awb_calibration/factory.h"
-#include "awb_calibration/verify.h"
-#include "correction/tuning_layout.h"
-
 namespace awbcal {
 
 namespace {
 
-constexpr size_t kAwbTuningFloats = calib::kLedFlashWhiteBalance + 3;
-constexpr size_t kSensorTuningBytes = calib::kFurtherMesh + sizeof(calib::MeshTable);
+constexpr const char* kAwbFieldsTooWide =
+    "reads 64-bit fields and can accept no record of a calibration run, whose fields have 32 bits";
+constexpr const char* kFlashFieldsTooWide =
+    "reads 64-bit fields and can accept no record of the flash writers, whose fields have 32 bits";
+constexpr const char* kCoversTooLittle =
+    "covers 3556 bytes, the image's own checksum 3576: an image that a camera start takes without an error "
+    "never passes";
 
-bool run_reference_points() {
-  std::vector<float> tuning(kAwbTuningFloats, 1.0F);
-  QOR_AWB_Calibration_Reference_Points_Correction(tuning.data());
-  return true;
-}
-
-bool run_module_reference_points() {
-  std::vector<float> tuning(kAwbTuningFloats, 1.0F);
-  float ratios[3][2] = {};
-  Correct_Reference_Points_qorModule(tuning.data(), ratios[0], ratios[1], ratios[2]);
-  return true;
-}
-
-bool run_dual_camera_correction() {
-  float ratios[4] = {};
-  Dual_Cam_Correction(&ratios[0], &ratios[1], &ratios[2], &ratios[3]);
-  return true;
-}
-
-bool run_aec() {
-  uint32_t values[3] = {};
-  QOR_Calibration_AEC_get_calibration_data(&values[0], &values[1], &values[2]);
-  return true;
-}
-
-bool run_mesh() {
-  std::vector<uint8_t> tuning(kSensorTuningBytes);
-  return Sensor_set_mesh(tuning.data(), 0, 0.0F, 0.0F) == 1;
-}
-
-template <int32_t (*Check)()>
-bool passes() {
-  return Check() == 0;
-}
-
-// ---- by kind ----------------------------------------------------------------------------------------------
+constexpr const char* kALightBegins = "A light data:";
 
 constexpr Reader kAwbReaders[] = {
-    {"QOR_AWB_Calibration_Reference_Points_Correction", run_reference_points, "pass, use new white points"},
-    {"Correct_Reference_Points_qorModule", run_module_reference_points, "pass, use new white points"},
-    {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data["},
-    {"Sensor_Check_AWB_Calibration_Result", passes<Sensor_Check_AWB_Calibration_Result>, nullptr}};
-constexpr Reader kALightReaders[] = {
-    {"Dual_Cam_Correction", run_dual_camera_correction, "Load Calibraton data[", "A light data:"}};
+    {.function = "QOR_AWB_Calibration_Reference_Points_Correction",
+     .line_when_used = "pass, use new white points"},
+    {.function = "Correct_Reference_Points_qorModule", .line_when_used = "pass, use new white points"},
+    {.function = "Dual_Cam_Correction",
+     .line_when_used = "Load Calibraton data[",
+     .line_after = kALightBegins},
+    {.function = "Sensor_Check_AWB_Calibration_Result", .never_passes = kAwbFieldsTooWide}};
+constexpr Reader kALightReaders[] = {{.function = "Dual_Cam_Correction",
+                                      .line_when_used = "Load Calibraton data[",
+                                      .first_line = kALightBegins}};
 constexpr Reader kFlashReaders[] = {
-    {"QOR_AWB_Calibration_Reference_Points_Correction", run_reference_points,
-     "] Load Flashlight-Calibraton data"},
-    {"Sensor_Check_FLASH_Calibration_Result", passes<Sensor_Check_FLASH_Calibration_Result>, nullptr}};
+    {.function = "QOR_AWB_Calibration_Reference_Points_Correction",
+     .line_when_used = "] Load Flashlight-Calibraton data",
+     .first_line = "[Flash Calibration]"},
+    {.function = "Sensor_Check_FLASH_Calibration_Result", .never_passes = kFlashFieldsTooWide}};
 constexpr Reader kAecReaders[] = {
-    {"QOR_Calibration_AEC_get_calibration_data", run_aec, "Load AEC-Calibraton data"},
-    {"Sensor_Check_AEC_Calibration_Result", passes<Sensor_Check_AEC_Calibration_Result>, nullptr}};
+    {.function = "QOR_Calibration_AEC_get_calibration_data", .line_when_used = "Load AEC-Calibraton data"},
+    {.function = "Sensor_Check_AEC_Calibration_Result"}};
 constexpr Reader kDualFlashReaders[] = {
-    {"Correct_Reference_Points_qorModule", run_module_reference_points, "] Load Flashlight-Calibraton data"},
-    {"Sensor_Check_FLASH_Calibration_Result", passes<Sensor_Check_FLASH_Calibration_Result>, nullptr}};
-constexpr Reader kGyroReaders[] = {
-    {"Sensor_Check_GYRO_Calibration_Result", passes<Sensor_Check_GYRO_Calibration_Result>, nullptr}};
+    {.function = "Correct_Reference_Points_qorModule",
+     .line_when_used = "] Load Flashlight-Calibraton data",
+     .first_line = "Flash Calibration]"},
+    {.function = "Sensor_Check_FLASH_Calibration_Result", .never_passes = kFlashFieldsTooWide}};
+constexpr Reader kGyroReaders[] = {{.function = "Sensor_Check_GYRO_Calibration_Result"}};
 constexpr Reader kLensShadingReaders[] = {
-    {"Sensor_set_mesh", run_mesh, nullptr},
-    {"Sensor_Check_LSC_Calibration_Result", passes<Sensor_Check_LSC_Calibration_Result>, nullptr}};
-constexpr Reader kDualCameraReaders[] = {
-    {"Sensor_Check_DUAL_Calibration_Result", passes<Sensor_Check_DUAL_Calibration_Result>, nullptr}};
+    {.function = "Sensor_set_mesh"},
+    {.function = "Sensor_Check_LSC_Calibration_Result", .never_passes = kCoversTooLittle}};
+constexpr Reader kDualCameraReaders[] = {{.function = "Sensor_Check_DUAL_Calibration_Result"}};
 
 }  // namespace
 
@@ -103,8 +71,13 @@ std::span<const Reader> readers_of(RecordKind kind) {
   return {};
 }
 
-std::optional<RecordKind> companion_of(RecordKind kind) {
-  return kind == RecordKind::a_light_awb ? std::optional(RecordKind::awb) : std::nullopt;
+const char* never_passes(std::string_view function) {
+  for (const RecordSpec& spec : record_specs()) {
+    for (const Reader& reader : readers_of(spec.kind)) {
+      if (reader.function == function) return reader.never_passes;
+    }
+  }
+  return nullptr;
 }
 
 }  // namespace awbcal

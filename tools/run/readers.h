@@ -2,29 +2,30 @@
 #ifndef RUN_READERS_H
 #define RUN_READERS_H
 
-#include <optional>
 #include <span>
 
 #include "inspect/record_kinds.h"
 
 namespace awbcal {
 
-/// Something in the library that takes the record at run time.
+/// A function of the library that takes the record, and how its log tells whether it did.
 struct Reader {
   const char* function;
-  /// Calls it for the selected camera; true when it answers that the record is good or was used.
-  bool (*run)();
   /// Part of the line that it logs exactly when it uses the record; null: its answer tells.
-  const char* line_when_used;
-  /// Part of the line from which on that counts: a reader of two records logs the same for both.
-  const char* from_line = nullptr;
+  const char* line_when_used = nullptr;
+  /// Part of the first and of the line after the last that are about this record, where it logs the same lines
+  /// for others too; null: all are.
+  const char* first_line = nullptr;
+  const char* line_after = nullptr;
+  /// Why no record of the system's own writers can pass; null: a good one does.
+  const char* never_passes = nullptr;
 };
 
 /// Empty for a kind that the library only writes.
 std::span<const Reader> readers_of(RecordKind kind);
 
-/// The kind that the same reader takes first, and that decides how it goes on.
-std::optional<RecordKind> companion_of(RecordKind kind);
+/// Why a function can accept no record of the system's own writers; null: it can.
+const char* never_passes(std::string_view function);
 
 }  // namespace awbcal
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <random>
 
+#include "records/golden_sample.h"
 #include "run/frames.h"
 
 namespace awbcal {
@@ -20,6 +21,8 @@ struct Light {
   double bg;
   double luma_per_millisecond;  ///< at a gain of 1.0
   bool is_a_light;
+
+  calib::GoldenRatios golden() const { return {static_cast<float>(rg), static_cast<float>(bg)}; }
 };
 
 /// How far a module is from the golden sample: factors on R/G and B/G.

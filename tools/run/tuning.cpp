@@ -1,13 +1,11 @@
 #include "run/tuning.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace awbcal {
 
 namespace {
-
-constexpr size_t kAwbTuningSize = (calib::kLedFlashWhiteBalance + 3) * sizeof(float);
-constexpr size_t kMeshTuningSize = calib::kFurtherMesh + sizeof(calib::MeshTable);
 
 /// Of a flash with two LEDs: the second alone, both, the first alone, and what lies between.
 constexpr calib::CctLedEntry kLedTable[] = {
@@ -42,16 +40,20 @@ void TuningBlock::check_range(size_t offset, size_t size) const {
   if (offset + size > words_.size() * sizeof(float)) throw std::out_of_range("behind the tuning block");
 }
 
-TuningBlock make_awb_tuning(const Light& golden) {
-  TuningBlock tuning(kAwbTuningSize);
+size_t led_entries(const TuningBlock& tuning) {
+  return std::min<size_t>(tuning.get<uint16_t>(calib::kCctLedEntries), calib::kCctLedMaxEntries);
+}
+
+TuningBlock make_awb_tuning(const calib::GoldenRatios& golden) {
+  TuningBlock tuning(kAwbTuningBytes);
   for (size_t i = 0; i < calib::kReferencePointCount; ++i) {
     const auto step = static_cast<float>(i);
     tuning[calib::kReferencePoints + 2 * i] = 0.46F + 0.05F * step;
     tuning[calib::kReferencePoints + 2 * i + 1] = 0.82F - 0.035F * step;
   }
   for (size_t version = 0; version < 3; ++version) {
-    tuning[calib::kTuningGoldenRg + version] = static_cast<float>(golden.rg);
-    tuning[calib::kTuningGoldenBg + version] = static_cast<float>(golden.bg);
+    tuning[calib::kTuningGoldenRg + version] = golden.rg;
+    tuning[calib::kTuningGoldenBg + version] = golden.bg;
   }
   tuning.put(calib::kGainTriples * sizeof(float), kTriples);
   tuning.put(calib::kCctLedEntries, static_cast<uint16_t>(std::size(kLedTable)));
@@ -60,14 +62,10 @@ TuningBlock make_awb_tuning(const Light& golden) {
 }
 
 TuningBlock make_mesh_tuning() {
-  TuningBlock tuning(kMeshTuningSize);
+  TuningBlock tuning(kMeshTuningBytes);
   calib::MeshTable table{};
   fill_mesh(table.gains, 0.90);
-  for (size_t k = 0; k < calib::kMeshTableCount; ++k) {
-    tuning.put(calib::kMeshTables + k * sizeof table, table);
-  }
-  tuning.put(calib::kLowLightMesh, table);
-  tuning.put(calib::kFurtherMesh, table);
+  for (const TuningPlace& place : kMeshPlaces) tuning.put(place.offset, table);
   return tuning;
 }
 

@@ -1,4 +1,5 @@
-// The tuning blocks that the demo's camera stack owns, and lens-shading records that fit them.
+// The tuning blocks that a camera stack owns: their sizes, the places that corrections write, typical contents,
+// and lens-shading records that fit them.
 #ifndef RUN_TUNING_H
 #define RUN_TUNING_H
 
@@ -6,8 +7,8 @@
 
 #include "correction/tuning_layout.h"
 #include "inspect/decode.h"
+#include "records/golden_sample.h"
 #include "records/judgement.h"
-#include "run/sensor_model.h"
 
 namespace awbcal {
 
@@ -42,8 +43,32 @@ class TuningBlock {
   std::vector<float> words_;
 };
 
+/// What the corrections reach of the AWB block and of the sensor's block.
+inline constexpr size_t kAwbTuningBytes = (calib::kLedFlashWhiteBalance + 3) * sizeof(float);
+inline constexpr size_t kMeshTuningBytes = calib::kFurtherMesh + sizeof(calib::MeshTable);
+
+struct TuningPlace {
+  const char* name;
+  size_t offset;  ///< as the library's layout has it: of a triple in floats, of a mesh table in bytes
+};
+
+inline constexpr TuningPlace kTriplePlaces[] = {
+    {"triple 1", calib::kGainTriples},      {"triple 2", calib::kGainTriples + 3},
+    {"triple 3", calib::kGainTriples + 6},  {"triple 4", calib::kGainTriples + 9},
+    {"triple 5", calib::kGainTriples + 12}, {"LED flash", calib::kLedFlashWhiteBalance}};
+
+inline constexpr TuningPlace kMeshPlaces[] = {{"table 0", calib::kMeshTables},
+                                              {"table 1", calib::kMeshTables + sizeof(calib::MeshTable)},
+                                              {"table 2", calib::kMeshTables + 2 * sizeof(calib::MeshTable)},
+                                              {"table 3", calib::kMeshTables + 3 * sizeof(calib::MeshTable)},
+                                              {"low light", calib::kLowLightMesh},
+                                              {"further", calib::kFurtherMesh}};
+
+/// The dual-LED table's entries in use.
+size_t led_entries(const TuningBlock& tuning);
+
 /// White points, gains and the LED table of a camera that was tuned with the golden sample.
-TuningBlock make_awb_tuning(const Light& golden);
+TuningBlock make_awb_tuning(const calib::GoldenRatios& golden);
 
 /// Mesh tables of a typical lens.
 TuningBlock make_mesh_tuning();

@@ -1,0 +1,74 @@
+// Does explain start a camera with the real library, and say why its tuning was or was not corrected? Guards
+// against a story that the library would not have told.
+
+#include "tests/support/tool_support.h"
+
+namespace {
+
+using namespace tool;
+using ::testing::HasSubstr;
+
+using Explain = ToolTest;
+
+TEST_F(Explain, TellsWhichSourceALoaderTookAndWhyTheOthersLost) {
+  phone();
+  Bytes node(4000);
+  put(node, 0, damaged(awb(), 3));
+  put(node, 3848, dual_flash());
+  file("phone/sys/android_camera_awb_cal/awb_cal", node);
+  const Outcome story = run("explain main " + path("phone"));
+  EXPECT_EQ(story.exit_code, 0);
+  EXPECT_THAT(story.output,
+              HasSubstr("  awb           cache file  taken; good\n"
+                        "                export      not read: the cache file opens first; bad CRC\n"));
+  EXPECT_THAT(story.output,
+              HasSubstr("  dual_flash    cache file  absent\n                export      taken; good\n"));
+  EXPECT_THAT(story.output,
+              HasSubstr("    | [AWB Calibration] read from file OK: /data/misc/camera/awb_cal\n"));
+  EXPECT_THAT(story.output, HasSubstr("use new white points"));
+  EXPECT_LE(longest_line(story.output), 80U);
+}
+
+// Real phones have properties that no property service of old would hold.
+TEST_F(Explain, StartsACameraWhateverThePropertiesAre) {
+  phone();
+  text_file("phone/build.prop",
+            "ro.long=" + std::string(300, 'x') + "\n=nameless\nodd name=\x01\n[half]: [\n");
+  const Outcome story = run("explain main " + path("phone"));
+  EXPECT_EQ(story.exit_code, 0) << story.output;
+  EXPECT_THAT(story.output, HasSubstr("use new white points"));
+}
+
+TEST_F(Explain, NamesTheTestThatRefusedARecord) {
+  phone();
+  file("phone/data/misc/camera/awb_cal", awb(4099));
+  const Outcome story = run("explain main " + path("phone"));
+  EXPECT_THAT(unwrapped(story.output),
+              HasSubstr("taken; unknown version (record.version: expected valid word 99,"));
+  EXPECT_THAT(unwrapped(story.output),
+              HasSubstr("(error) [AWB Calibration] valid bit!=99 or calibration light version not"));
+  EXPECT_THAT(story.output, HasSubstr("Reference points: unchanged"));
+}
+
+// The integrator's own block: every point doubled by a module of twice the golden ratios, nothing written
+// back.
+TEST_F(Explain, CorrectsTheIntegratorsOwnTuning) {
+  phone();
+  file("phone/data/misc/camera/awb_cal", awb(3099, 1024, 1024));
+  Bytes block;
+  for (int i = 0; i < 3116; ++i) {
+    for (const uint8_t byte : support::le32({0x3F400000})) block.push_back(byte);  // 0.75
+  }
+  file("tuning.bin", block);
+  const std::string arguments = path("phone") + " --golden 0.5,0.5 --tuning " + path("tuning.bin");
+  const Outcome story = run("explain main " + arguments);
+  EXPECT_THAT(story.output, HasSubstr("0  0.7500  1.5000  2.0000  0.7500  1.5000  2.0000\n"));
+  EXPECT_EQ(bytes("tuning.bin"), block);
+  block.pop_back();
+  file("tuning.bin", block);
+  const Outcome refused = run("explain main " + arguments);
+  EXPECT_EQ(refused.exit_code, 2);
+  EXPECT_THAT(refused.output, HasSubstr("a tuning block must have at least 12464 bytes, found 12463"));
+}
+
+}  // namespace

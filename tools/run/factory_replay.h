@@ -1,0 +1,50 @@
+// Recorded frames through the library's own AWB run, each with what it counts for alone.
+#ifndef RUN_FACTORY_REPLAY_H
+#define RUN_FACTORY_REPLAY_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "factory/run_arithmetic.h"
+#include "inspect/decode.h"
+#include "run/bayer.h"
+
+namespace awbcal {
+
+struct ReplaySettings {
+  calib::GoldenRatios golden = {};
+  uint32_t threshold = 20;    ///< percent of the larger golden ratio
+  uint32_t light_source = 3;  ///< its version, 1 to 3
+};
+
+enum class FramePart { summed, judged, after_the_run };
+
+/// A frame with what it is worth by itself.
+struct ReplayedFrame {
+  int32_t rg;  ///< the rounded mean, as the run takes it
+  int32_t bg;
+  calib::Margin margin;
+  FramePart part;
+};
+
+/// The record that the run stored.
+struct ReplayedRecord {
+  calib::AwbRecord record;
+  calib::Margin margin;
+
+  bool passed() const { return record.valid_word % calib::kVersionUnit == calib::kValidMark; }
+};
+
+struct Replay {
+  std::vector<ReplayedFrame> frames;
+  std::optional<ReplayedRecord> record;  ///< none: too few frames for a judgement
+
+  bool passed() const { return record && record->passed(); }
+};
+
+Replay replay(const std::vector<GridSums>& frames, const ReplaySettings& settings);
+
+}  // namespace awbcal
+
+#endif

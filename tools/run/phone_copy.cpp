@@ -1,0 +1,98 @@
+#include "run/phone_copy.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+
+#include "records/kernel_export.h"
+
+namespace awbcal {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kDualCameraNode = "/sys/android_camera_awb_cal/awb_cal_3D";
+
+Bytes padded(const Bytes& bytes, size_t offset, size_t size) {
+  Bytes image(size);
+  std::copy_n(bytes.begin(), std::min(bytes.size(), size - offset),
+              image.begin() + static_cast<std::ptrdiff_t>(offset));
+  return image;
+}
+
+/// A single record goes where its reader looks: into its cache file, else into the kernel's export.
+void put_record(const PhoneFile& file, ScratchPhone& copy) {
+  const RecordSpec& spec = record_spec(file.kind.value());
+  const calib::Camera camera = file.camera.value_or(calib::Camera::main);
+  const Bytes& bytes = file.content.bytes;
+  if (const std::string cache(spec.cache_file(camera)); !cache.empty()) {
+    copy.put("/data/misc/camera/" + cache, bytes);
+  } else if (spec.export_offset()) {
+    copy.put(calib::kExportNode.of(camera), padded(bytes, *spec.export_offset(), calib::kExportSize));
+  } else if (spec.offset) {
+    copy.put(kDualCameraNode,
+             padded(bytes, *spec.offset - calib::kAreaDualCameraFirstForm, calib::kSlotSize));
+  }
+}
+
+void copy_file(const Phone& phone, const PhoneFile& file, ScratchPhone& copy) {
+  if (file.content.trouble) return;
+  const Bytes& bytes = file.content.bytes;
+  if (file.layout == Layout::partition) {
+    const Bytes content = partition_bytes(phone);
+    copy.phone().write_partition(0, content.data(), content.size());
+  } else if (file.layout == Layout::dual_camera_node) {
+    copy.put(kDualCameraNode, bytes);
+  } else if (file.source == Source::cache) {
+    copy.put("/data/misc/camera/" + fs::path(file.path).filename().string(), bytes);
+  } else if (file.kind && file.source != Source::factory) {
+    put_record(file, copy);
+  } else if (file.layout == Layout::export_image) {
+    copy.put(calib::kExportNode.of(file.camera.value_or(calib::Camera::main)), bytes);
+  }
+}
+
+/// A phone has many more than the library reads, some of them longer than it could.
+void copy_properties(const Phone& phone, ScratchPhone& copy) {
+  if (!phone.properties) return;
+  for (const auto& [name, value] : *phone.properties) {
+    try {
+      copy.phone().set_property(name, value);
+    } catch (const std::invalid_argument&) {
+      // No property service would hold it, so the library would read its default.
+    }
+  }
+}
+
+}  // namespace
+
+phone::Options phone_options_for(const Phone& phone) {
+  phone::Options options;
+  options.partition_size = std::max<uint64_t>(options.partition_size, partition_bytes(phone).size());
+  if (phone.area) options.page_size = phone.area->page_size;
+  return options;
+}
+
+Modules assumed_modules(const Phone& phone, const Modules& known) {
+  Modules assumed;
+  for (const FoundRecord& record : phone.records) {
+    const calib::Camera camera = record.camera.value_or(calib::Camera::main);
+    if (known.contains(camera) || record.is_truncated() || is_blank_record(phone, record)) continue;
+    const Claims claims = claims_of(*record.spec, record.bytes);
+    if (claims.has_fuse_id && claims.has_good_crc()) assumed.try_emplace(camera, claims.words.fuse);
+  }
+  return assumed;
+}
+
+void copy_phone(const Phone& phone, const Modules& modules, bool reboot, ScratchPhone& copy) {
+  for (const auto& entry : fs::directory_iterator(copy.phone().host_path("/sys/android_camera_awb_cal"))) {
+    fs::remove(entry.path());
+  }
+  copy_properties(phone, copy);
+  for (const auto& [camera, module] : modules) copy.fit(camera, module);
+  for (const PhoneFile& file : phone.files) copy_file(phone, file, copy);
+  if (reboot || phone.kind == Layout::partition) copy.phone().reboot();
+}
+
+}  // namespace awbcal

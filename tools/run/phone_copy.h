@@ -1,0 +1,22 @@
+// A copy of what the tool was given, as a phone that the library can run on.
+#ifndef RUN_PHONE_COPY_H
+#define RUN_PHONE_COPY_H
+
+#include "inspect/verdict.h"
+#include "run/scratch_phone.h"
+
+namespace awbcal {
+
+/// The options of a phone that can hold the input's partition.
+phone::Options phone_options_for(const Phone& phone);
+
+/// Of a camera whose module is not known, the fuse ID that its first good record bears.
+Modules assumed_modules(const Phone& phone, const Modules& known);
+
+/// Only what the input has: a node or file that is absent there is absent in the copy. With `reboot`, or when the
+/// input is a partition alone, the kernel reads the partition anew.
+void copy_phone(const Phone& phone, const Modules& modules, bool reboot, ScratchPhone& copy);
+
+}  // namespace awbcal
+
+#endif
