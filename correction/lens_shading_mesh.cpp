@@ -59,8 +59,7 @@ constexpr calib::JudgementRule kRule{
 
 calib::RecordReading load(LensShadingRecord& record) {
   using From = calib::RecordReading::From;
-  // As the writers do, and unlike the other readers, this one takes an unknown selection for the main camera.
-  const Camera camera = calib::camera_of_camid(get_sensor_selection());
+  const Camera camera = calib::selected_camera();
   LOG_BY_CAMERA(LOGI, camera, "Sensor_set_mesh(): LSC for MAIN CAM\n",
                 "Sensor_set_mesh() LSC for Front CAM\n", "Sensor_set_mesh(): LSC for Sub CAM\n");
   const calib::RecordReading reading =
