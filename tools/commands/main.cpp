@@ -5,7 +5,7 @@
 #include <exception>
 
 #include "commands/commands.h"
-#include "inspect/errors.h"
+#include "text/printable.h"
 #include "text/version.h"
 
 namespace {
@@ -41,11 +41,8 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return run(argc, argv);
-  } catch (const InputError& error) {
-    std::fprintf(stderr, "awbcal: %s\n", error.what());
-    return kBadInput;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "awbcal: %s\n", error.what());
+    std::fprintf(stderr, "awbcal: %s\n", printable(error.what()).c_str());
     return kBadInput;
   }
 }

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "text/printable.h"
+
 namespace awbcal {
 
 namespace {
@@ -63,8 +65,8 @@ Terminal::~Terminal() {
 }
 
 std::string Terminal::styled(std::string_view text, Style style) const {
-  if (!coloured_ || style == Style::plain) return std::string(text);
-  return fmt::format("{}{}\033[0m", escape_code(style), text);
+  if (!coloured_ || style == Style::plain) return printable(text);
+  return fmt::format("{}{}\033[0m", escape_code(style), printable(text));
 }
 
 void Terminal::line(std::string_view text) {
@@ -79,13 +81,14 @@ void Terminal::heading(std::string_view text) {
 }
 
 void Terminal::paragraph(std::string_view text, size_t indent) {
-  for (const std::string& part : wrap(text, kColumns - indent)) line(std::string(indent, ' ') + part);
+  for (const std::string& part : wrap(printable(text), kColumns - indent))
+    line(std::string(indent, ' ') + part);
 }
 
 void Terminal::quote(std::string_view text) {
   while (!text.empty()) {
     const size_t end = std::min(text.find('\n'), text.size());
-    for (const std::string& part : wrap(text.substr(0, end), kColumns - 6)) {
+    for (const std::string& part : wrap(printable(text.substr(0, end)), kColumns - 6)) {
       const std::string quoted = "    | " + part;
       line(styled(quoted.substr(0, quoted.find_last_not_of(' ') + 1), Style::quiet));
     }
