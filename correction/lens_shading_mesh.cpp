@@ -59,7 +59,8 @@ constexpr calib::JudgementRule kRule{
 
 calib::RecordReading load(LensShadingRecord& record) {
   using From = calib::RecordReading::From;
-  const Camera camera = calib::selected_camera();
+  // As the writers do, and unlike the other readers, this one takes an unknown selection for the main camera.
+  const Camera camera = calib::camera_of_camid(get_sensor_selection());
   LOG_BY_CAMERA(LOGI, camera, "Sensor_set_mesh(): LSC for MAIN CAM\n",
                 "Sensor_set_mesh() LSC for Front CAM\n", "Sensor_set_mesh(): LSC for Sub CAM\n");
   const calib::RecordReading reading =
