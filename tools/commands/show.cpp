@@ -65,7 +65,8 @@ void show_unreadable(Terminal& terminal, const Phone& phone) {
   }
 }
 
-int show(const ShowArguments& arguments, Terminal& terminal) {
+int show(ShowArguments& arguments, Terminal& terminal) {
+  arguments.input.with_digests = arguments.json;
   const Phone phone = open_phone_of(arguments.input);
   if (arguments.json) {
     print_json(show_document(phone, arguments.raw));

@@ -216,7 +216,8 @@ void merge_properties(Phone& phone, const PhoneFile& file) {
   phone.properties->merge(phone::parse_properties(text_of(file.content.bytes)));
 }
 
-void add_file(Phone& phone, const FileTree& tree, const std::string& path, const std::string& partition) {
+void add_file(Phone& phone, const FileTree& tree, const std::string& path, const std::string& partition,
+              bool with_digest) {
   const FileTree::Entry& entry = tree.entries().at(path);
   PhoneFile file = describe(path, partition);
   // A folder in a record's place is no file that could be read, and that has to be said.
@@ -225,6 +226,8 @@ void add_file(Phone& phone, const FileTree& tree, const std::string& path, const
   file.link_target = entry.target;
   if (file.layout != Layout::other) file.content = tree.read(path);
   if (file.content.trouble) phone.unknown.push_back(fmt::format("{}: {}", path, *file.content.trouble));
+  if (with_digest && file.layout != Layout::other && !file.content.trouble)
+    phone.digests.emplace(path, sha256_of(file.content.bytes));
   if (file.layout == Layout::properties && !file.content.trouble) merge_properties(phone, file);
   if (file.layout == Layout::partition && path.starts_with("dev/mtd/")) take_good_blocks(tree, file);
   phone.files.push_back(std::move(file));
@@ -234,12 +237,12 @@ bool is_of_a_phone(const PhoneFile& file) {
   return file.layout != Layout::text && file.layout != Layout::other;
 }
 
-void add_tree(Phone& phone, const std::string& name, const FileTree& tree) {
+void add_tree(Phone& phone, const std::string& name, const FileTree& tree, bool with_digests) {
   const FoundPartition partition = find_partition(tree);
   phone.notes.insert(phone.notes.end(), partition.notes.begin(), partition.notes.end());
   const size_t before = phone.files.size();
   for (const auto& [path, entry] : tree.entries()) {
-    if (fs::path(path).filename() != kMadeHereMark) add_file(phone, tree, path, partition.path);
+    if (fs::path(path).filename() != kMadeHereMark) add_file(phone, tree, path, partition.path, with_digests);
   }
   for (const std::string& folder : tree.unreadable()) {
     phone.unknown.push_back(folder);
@@ -314,6 +317,7 @@ std::string without_packing(const std::string& name) {
 struct Opened {
   std::string name;
   std::variant<Bytes, FileTree> content;
+  std::string digest = {};  ///< of a file, as it was given
 };
 
 Opened opened(const std::string& path, const InputOptions& options) {
@@ -324,11 +328,11 @@ Opened opened(const std::string& path, const InputOptions& options) {
   if (path != "-" && fs::is_directory(status)) return {path, FileTree::of_folder(path)};
   FileContent content = read_file(path);
   if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
-  if (!is_packed(content.bytes)) return {path, std::move(content.bytes)};
+  const std::string digest = options.with_digests ? sha256_of(content.bytes) : "";
+  if (!is_packed(content.bytes)) return {path, std::move(content.bytes), digest};
   auto inner = unpacked(path, content.bytes);
   if (auto* tree = std::get_if<FileTree>(&inner)) *tree = without_outer_folders(std::move(*tree));
-  static_cast<void>(options);
-  return {without_packing(path), std::move(inner)};
+  return {without_packing(path), std::move(inner), digest};
 }
 
 /// Where the file of a phone would be, when it was given by itself.
@@ -356,7 +360,10 @@ void add_alone(Phone& phone, PhoneFile file) {
 }
 
 void add_input(Phone& phone, Opened& input, const InputOptions& options) {
-  if (const auto* tree = std::get_if<FileTree>(&input.content)) return add_tree(phone, input.name, *tree);
+  const bool of_files = options.with_digests && input.digest.empty();
+  if (!input.digest.empty()) phone.digests.emplace(input.name, input.digest);
+  if (const auto* tree = std::get_if<FileTree>(&input.content))
+    return add_tree(phone, input.name, *tree, of_files);
   Bytes& bytes = std::get<Bytes>(input.content);
   const std::string leaf = fs::path(input.name).filename().string();
   if (options.paths.size() > 1 && layout_of_place(leaf) == Layout::properties) {
