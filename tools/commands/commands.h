@@ -50,6 +50,10 @@ std::string place_text(const Phone& phone, const FoundRecord& record);
 /// The first lines about an input: what it is, and which record area was taken.
 void show_input(Terminal& terminal, const Phone& phone);
 
+/// Which modules are fitted, and where that is only assumed.
+void show_modules(Terminal& terminal, const Modules& modules, const Modules& assumed);
+Json modules_json(const Modules& modules);
+
 /// "PASS" or "FAIL", coloured.
 std::string pass_or_fail(const Terminal& terminal, bool passed);
 

@@ -143,23 +143,10 @@ std::map<std::string, std::string> never_passing(const Verification& verificatio
   return reasons;
 }
 
-void print_modules(Terminal& terminal, const Modules& modules, const Verification& verification) {
-  for (const auto& [camera, module] : modules) {
-    terminal.paragraph(fmt::format("{} module: fuse ID {:08x}", camera_name(camera), fmt::join(module, " ")));
-  }
-  for (const auto& [camera, module] : verification.assumed) {
-    terminal.paragraph(fmt::format(
-        "{} module: not known; the library was run with its record's own fuse ID, {:08x}; --fuse says which it is",
-        camera_name(camera), fmt::join(module, " ")));
-  }
-  if (modules.empty() && verification.assumed.empty())
-    terminal.paragraph("modules: not known; --fuse says which are fitted");
-}
-
 void print_verification(Terminal& terminal, const Phone& phone, const Modules& modules,
                         const Verification& verification) {
   show_input(terminal, phone);
-  print_modules(terminal, modules, verification);
+  show_modules(terminal, modules, verification.assumed);
   terminal.line();
   for (const VerifiedRecord& verified : verification.records) {
     if (!verified.verdict.is_missing()) print_record(terminal, phone, verified);
@@ -202,12 +189,6 @@ Json record_json(const Phone& phone, const VerifiedRecord& verified) {
   }
   if (verified.margin) json["margin"] = margin_json(*verified.margin);
   json["is_good"] = verified.is_good();
-  return json;
-}
-
-Json modules_json(const Modules& modules) {
-  Json json = Json::object();
-  for (const auto& [camera, module] : modules) json[camera_name(camera)] = module;
   return json;
 }
 
