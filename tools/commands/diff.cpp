@@ -123,7 +123,8 @@ Json diff_json(const Diff& diff) {
   return document;
 }
 
-int run_diff(const DiffArguments& arguments, Terminal& terminal) {
+int run_diff(DiffArguments& arguments, Terminal& terminal) {
+  arguments.a.with_digests = arguments.b.with_digests = arguments.json;
   Diff diff{open_phone_of(arguments.a), open_phone_of(arguments.b), {}};
   diff.pairs = pair_records(diff.a, diff.b);
   if (arguments.json) {
