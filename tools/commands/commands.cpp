@@ -77,6 +77,20 @@ Json modules_json(const Modules& modules) {
   return json;
 }
 
+int exit_code_of(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::pass:
+      return kDone;
+    case Outcome::fail:
+      return kFailed;
+    case Outcome::nothing_to_judge:
+      return kNothing;
+    case Outcome::incomplete:
+      break;
+  }
+  return kBadInput;
+}
+
 std::string pass_or_fail(const Terminal& terminal, bool passed) {
   return passed ? terminal.styled("PASS", Style::good) : terminal.styled("FAIL", Style::bad);
 }

@@ -8,6 +8,7 @@
 #include "factory/run_arithmetic.h"
 #include "inspect/json_form.h"
 #include "inspect/open_phone.h"
+#include "run/verification.h"
 #include "text/terminal.h"
 
 namespace awbcal {
@@ -53,6 +54,8 @@ void show_input(Terminal& terminal, const Phone& phone);
 /// Which modules are fitted, and where that is only assumed.
 void show_modules(Terminal& terminal, const Modules& modules, const Modules& assumed);
 Json modules_json(const Modules& modules);
+
+int exit_code_of(Outcome outcome);
 
 /// "PASS" or "FAIL", coloured.
 std::string pass_or_fail(const Terminal& terminal, bool passed);

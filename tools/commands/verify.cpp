@@ -51,20 +51,6 @@ void add_choice_option(CLI::App& app, const std::string& name, std::vector<KindC
       ->type_name("KINDS");
 }
 
-int exit_code_of(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::pass:
-      return kDone;
-    case Outcome::fail:
-      return kFailed;
-    case Outcome::nothing_to_judge:
-      return kNothing;
-    case Outcome::incomplete:
-      break;
-  }
-  return kBadInput;
-}
-
 // ---- text -------------------------------------------------------------------------------------------------
 
 void print_answers(Terminal& terminal, const std::vector<Answer>& answers, Acceptance acceptance,

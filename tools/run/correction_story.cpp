@@ -62,13 +62,12 @@ void tell_sources_of(const Phone& phone, Camera camera, const Modules& modules, 
 
 // ---- corrections ------------------------------------------------------------------------------------------
 
-/// The record that the loaders take; a partition alone is exported by the kernel first.
+/// The record that the loaders take.
 const FoundRecord* taken_record(const Phone& phone, const RecordSpec& spec, Camera camera) {
-  for (const Source source : {Source::cache, Source::file, Source::kernel_export}) {
+  for (const auto& [source, name] : kLoaded) {
     if (const FoundRecord* record = phone.find(spec, camera, source)) return record;
   }
-  const bool is_exported = phone.kind == Layout::partition || phone.kind == Layout::slot;
-  return is_exported ? phone.find(spec, camera, Source::partition) : nullptr;
+  return nullptr;
 }
 
 /// The number of the test that the verdict stands for.

@@ -32,9 +32,25 @@ CameraTuning tuning_of(const ExplainQuestion& question) {
   return tuning;
 }
 
+/// The phone after the kernel has read its partition: the export is what the partition and the factory's files hold.
+Phone booted(Phone phone) {
+  std::erase_if(phone.records,
+                [](const FoundRecord& record) { return record.source == Source::kernel_export; });
+  std::vector<FoundRecord> exported;
+  for (const FoundRecord& record : phone.records) {
+    if (record.source != Source::partition && record.source != Source::factory) continue;
+    exported.push_back(record);
+    exported.back().source = Source::kernel_export;
+  }
+  phone.records.insert(phone.records.end(), exported.begin(), exported.end());
+  return phone;
+}
+
 }  // namespace
 
 Explanation explain(const Phone& phone, const ExplainQuestion& question) {
+  const bool boots = question.reboot || phone.kind == Layout::partition;
+  const Phone read = boots ? booted(phone) : phone;
   const CameraTuning before = tuning_of(question);
   Explanation result{.corrections = {},
                      .sources = {},
@@ -44,11 +60,11 @@ Explanation explain(const Phone& phone, const ExplainQuestion& question) {
                      .after = before};
   Modules fitted = question.modules;
   fitted.insert(result.assumed.begin(), result.assumed.end());
-  result.sources = tell_sources(phone, question.camera, question.modules);
+  result.sources = tell_sources(read, question.camera, question.modules);
   ScratchPhone copy(phone_options_for(phone));
   copy_phone(phone, fitted, question.reboot, copy);
   result.calls = start_camera(copy.phone(), question.camera, question.golden, result.after);
-  result.corrections = tell_corrections(phone, question.camera, question.modules, result.calls);
+  result.corrections = tell_corrections(read, question.camera, question.modules, result.calls);
   return result;
 }
 
