@@ -215,7 +215,7 @@ PhoneFile describe(const std::string& path, const std::string& partition) {
   return {.path = path, .layout = layout_of_place(path)};
 }
 
-/// The first file's value stands; another one of a property that decides something here has to be said.
+/// The first file's value stands, but not against another one of a property that decides something here.
 void merge_properties(Phone& phone, const PhoneFile& file) {
   if (!phone.properties) phone.properties.emplace();
   std::map<std::string, std::string> more = phone::parse_properties(text_of(file.content.bytes));
@@ -224,8 +224,8 @@ void merge_properties(Phone& phone, const PhoneFile& file) {
     const std::string& taken = phone.properties->at(name);
     const bool decides = name == kPageSizeProperty || name.find("_fuse") != std::string::npos;
     if (decides && value != taken) {
-      phone.unknown.push_back(
-          fmt::format("{}: {} is {}, and {} in another file", file.path, name, value, taken));
+      throw InputError(fmt::format("{}: {}: {} is {}, and {} in another file", phone.name, file.path, name,
+                                   value, taken));
     }
   }
 }
