@@ -18,9 +18,12 @@ endfunction()
 install_pkg_config(awb_calibration)
 
 # Preloaded or linked as one shared library, and in parts for C++ programs that drive the phone themselves.
+set(installed_targets awb_calibration)
 if(TARGET virtual_phone)
-  install(TARGETS virtual_phone phone_headers phone_properties_file phone_core phone_log_service phone_mask_service phone_malloc
-    phone_linked_without_services phone_linked_without_mask phone_linked phone_malloc_faults
+  set(phone_targets virtual_phone phone_headers phone_properties_file phone_core phone_log_service phone_mask_service
+    phone_malloc phone_linked_without_services phone_linked_without_mask phone_linked phone_malloc_faults)
+  list(APPEND installed_targets ${phone_targets})
+  install(TARGETS ${phone_targets}
     EXPORT awb_calibration
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}/awb_calibration_phone)
@@ -36,17 +39,32 @@ write_basic_package_version_file(awb_calibrationConfigVersion.cmake COMPATIBILIT
 install(FILES ${CMAKE_BINARY_DIR}/awb_calibrationConfig.cmake ${CMAKE_BINARY_DIR}/awb_calibrationConfigVersion.cmake
   DESTINATION ${package_dir})
 
+# The pages lie as they do in the tree, with what they link to beside them.
+set(doc_dir ${CMAKE_INSTALL_DATADIR}/doc/libawb-calibration-dev)
+file(RELATIVE_PATH include_from_doc ${CMAKE_INSTALL_PREFIX}/${doc_dir} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 install(FILES man/libawb_calibration.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
+install(FILES LICENSE DESTINATION ${doc_dir} RENAME copyright)
+install(DIRECTORY docs DESTINATION ${doc_dir} FILES_MATCHING PATTERN *.md
+  PATTERN architecture.md EXCLUDE PATTERN completion EXCLUDE)
+install(DIRECTORY examples DESTINATION ${doc_dir})
+install(FILES Android.bp DESTINATION ${doc_dir})
+install(FILES cmake/android.cmake DESTINATION ${doc_dir}/cmake)
+install(FILES records/record_layouts.h DESTINATION ${doc_dir}/records)
+install(CODE "file(CREATE_LINK ${include_from_doc} \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${doc_dir}/include SYMBOLIC)")
 if(TARGET awbcal)
+  list(APPEND installed_targets awbcal)
   install(TARGETS awbcal RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   file(GLOB tool_pages man/awbcal*.1)
   install(FILES ${tool_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES docs/completion/awbcal.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME awbcal)
+  install(FILES docs/awbcal.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/awbcal)
   # It runs from wherever the tree was put, not from the system's folders alone.
   file(RELATIVE_PATH lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(awbcal PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
 endif()
+
+# What an installation needs and no more: no test, no benchmark.
+add_custom_target(installed DEPENDS ${installed_targets})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME libawb-calibration-dev)

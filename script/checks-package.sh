@@ -130,10 +130,12 @@ check_abi() {
 
 # ---- the installed package --------------------------------------------------------------------------------------
 
-# Release build without tests, as a distribution makes it.
+# Release build without tests, as a distribution makes it, and its package.
 build_package() {
   cmake --preset release -B build/package -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
   cmake --build build/package
+  rm -rf build/package/deb && mkdir build/package/deb
+  (cd build/package && cpack --config CPackConfig.cmake -B deb >/dev/null)
 }
 
 # The example does on the virtual phone what docs/integrate.md shows: run_example PROGRAM
@@ -163,8 +165,6 @@ check_example_with_cmake() {
 
 # From the unpacked Debian package, by pkg-config.
 check_example_with_pkg_config() {
-  rm -rf build/package/deb && mkdir build/package/deb
-  (cd build/package && cpack --config CPackConfig.cmake -B deb >/dev/null)
   dpkg-deb -x build/package/deb/libawb-calibration-dev_*.deb build/package/deb/root
   local libraries flags
   libraries=$(dirname "$(find "$PWD/build/package/deb/root" -name libvirtual_phone.so)")
@@ -194,6 +194,42 @@ check_install() {
   check_example_with_pkg_config
   check_manual
   say "install: the example runs from the installed tree (CMake) and the Debian package (pkg-config)"
+}
+
+# What a user types on a machine that has nothing of ours: in_fresh ROOT COMMAND
+in_fresh() {
+  chroot "$1" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive \
+    /bin/bash -euc "$2"
+}
+
+# A new Debian in FOLDER, from where this one's packages come.
+make_fresh_debian() {
+  local from
+  from=$(apt-get indextargets --format '$(REPO_URI)' 'Codename: bookworm' 'Component: main' | head -n 1)
+  rm -rf "$1"
+  debootstrap --variant=minbase bookworm "$1" "$from" >build/package/debootstrap.log ||
+    die "no new Debian: see build/package/debootstrap.log"
+}
+
+# The package on a machine that has nothing else: its dependencies, the tool, a linked program, the pages.
+check_package() {
+  need_packages debootstrap dpkg-dev file
+  [ "$(id -u)" = 0 ] || die "a new Debian can only be made by root"
+  build_package
+  local root=$PWD/build/package/debian
+  make_fresh_debian "$root"
+  cp build/package/deb/libawb-calibration-dev_*.deb "$root/root/"
+  in_fresh "$root" 'apt-get -qq update && apt-get -qq install -y --no-install-recommends ./root/*.deb >/dev/null 2>&1
+    cd /root && awbcal demo --seed 1 --dir phone >demo.txt && awbcal show phone >/dev/null
+    test -s /usr/share/awbcal/awbcal.schema.json'
+  grep -q '^  Verdict: FAIL' "$root/root/demo.txt" || die "the packaged tool's demo is not the demo"
+  check_links "$root"/usr/share/doc/libawb-calibration-dev/docs/*.md
+  in_fresh "$root" 'apt-get -qq install -y --no-install-recommends gcc libc6-dev pkgconf >/dev/null 2>&1
+    cd /root && gcc /usr/share/doc/libawb-calibration-dev/examples/camera_start.c -o camera_start \
+      $(pkg-config --cflags --libs awb_calibration awb_calibration_virtual_phone)
+    ./camera_start example-phone >output && diff /usr/share/doc/libawb-calibration-dev/examples/camera_start.txt output'
+  rm -rf "$root"
+  say "package: installs on a new Debian, and a linked example, the demo and the pages' links work there"
 }
 
 # ---- the platform's own headers and log -------------------------------------------------------------------------

@@ -12,7 +12,7 @@ _awbcal() {
     [explain]="--json --tuning --mesh-tuning --golden --fuse --reboot $input"
     [diff]="--json --as-a --as-b --help"
     [pack]="--output --force --seal --seal-only --help"
-    [redact]="--output --force $input"
+    [redact]="--output --check --force $input"
     [replay]="--json --golden --threshold --light-source --format --size --stride --bayer --black --white --grid --help"
   )
   local words=""

@@ -37,6 +37,7 @@ front camera, AWB record
       28  CRC          0x613e1e30
 
 1 record
+fuse IDs not compared: the modules are not known
 )");
 }
 

@@ -215,7 +215,7 @@ TEST_F(Transform, RedactsPropertiesAndReportsWithTheRecords) {
   const std::string before = run("verify " + path("phone"), "| tail -n 1").output;
   const Outcome redacted = run("redact " + path("phone") + " --output " + path("shared"));
   EXPECT_EQ(redacted.exit_code, 0);
-  EXPECT_EQ(redacted.output, "  left out: notes (not decoded)\n");
+  EXPECT_EQ(redacted.output, "  partition: absent\n  left out: notes: not decoded: may hold anything\n");
   EXPECT_EQ(run("verify " + path("shared"), "| tail -n 1").output, before);
   EXPECT_EQ(text("shared/data/misc/camera/awb_calibration_success.txt"),
             "Fuse_ID[1]=0x1\nFuse_ID[2]=0x0\nDelta=0.1\n");

@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 
 #include "run/verification.h"
-#include "text/printable.h"
 
 namespace awbcal {
 
@@ -13,7 +12,7 @@ namespace {
 const char* input_kind_text(Layout kind) {
   switch (kind) {
     case Layout::phone:
-      return "a phone's folder";
+      return "a phone's files";
     case Layout::partition:
       return "an image of the partition \"mfg\"";
     case Layout::export_image:
@@ -49,11 +48,11 @@ std::string place_text(const Phone& phone, const FoundRecord& record) {
 
 void show_input(Terminal& terminal, const Phone& phone) {
   const bool is_empty_image = phone.kind == Layout::partition && !phone.holds_calibration();
-  terminal.paragraph(fmt::format("{}: {}", printable(phone.name),
+  terminal.paragraph(fmt::format("{}: {}", phone.name,
                                  is_empty_image ? "no calibration found" : input_kind_text(phone.kind)),
                      0);
-  for (const std::string& note : phone.notes) terminal.paragraph(printable(note));
-  for (const std::string& unknown : phone.unknown) terminal.paragraph("not known: " + printable(unknown));
+  for (const std::string& note : phone.notes) terminal.paragraph(note);
+  for (const std::string& unknown : phone.unknown) terminal.paragraph("not known: " + unknown);
   if (phone.area) {
     terminal.paragraph(fmt::format("record area at 0x{:x} ({})", phone.area->base, phone.area->reason));
   }

@@ -98,7 +98,7 @@ int main(int argc, char** argv) {
   try {
     return run({argc, argv});
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "awbcal: %s\n", error.what());
+    std::fprintf(stderr, "awbcal: %s\n", printable(error.what()).c_str());
     return kBadInput;
   }
 }

@@ -1,6 +1,7 @@
 // awbcal show: every record found, field by field.
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <memory>
 
@@ -27,9 +28,17 @@ void show_fields(Terminal& terminal, const FoundRecord& record) {
   table.print(terminal);
 }
 
-void show_record(Terminal& terminal, const Phone& phone, const FoundRecord& record, bool raw) {
+void show_title(Terminal& terminal, const Phone& phone, const FoundRecord& record, const Modules& modules) {
+  std::vector<std::string> faults;
+  for (const Finding& fault : faults_of(phone, record, modules))
+    faults.push_back(terminal.styled(verdict_name(fault.verdict), Style::bad));
   terminal.line();
-  terminal.line(terminal.styled(record_title(*record.spec, record.camera), Style::heading));
+  terminal.line(fmt::format("{}{}{}",
+                            terminal.styled(record_title(*record.spec, record.camera), Style::heading),
+                            faults.empty() ? "" : ": ", fmt::join(faults, ", ")));
+}
+
+void show_record(Terminal& terminal, const Phone& phone, const FoundRecord& record, bool raw) {
   terminal.paragraph(place_text(phone, record));
   if (record.is_truncated()) {
     terminal.paragraph(fmt::format("truncated: {} of {} bytes", record.bytes.size(), record.spec->size));
@@ -65,17 +74,24 @@ void show_unreadable(Terminal& terminal, const Phone& phone) {
   }
 }
 
+/// What could not be read may hold more than was shown.
+int answer(const Phone& phone) {
+  return phone.is_complete() ? kDone : kBadInput;
+}
+
 int show(ShowArguments& arguments, Terminal& terminal) {
   arguments.input.with_digests = arguments.json;
   const Phone phone = open_phone_of(arguments.input);
   if (arguments.json) {
     print_json(show_document(phone, arguments.raw));
-    return kDone;
+    return answer(phone);
   }
+  const Modules modules = modules_of(phone);
   show_input(terminal, phone);
   size_t shown = 0;
   for (const FoundRecord& record : phone.records) {
     if (!record.bytes.empty() && is_blank_record(phone, record)) continue;
+    show_title(terminal, phone, record, modules);
     show_record(terminal, phone, record, arguments.raw);
     ++shown;
   }
@@ -83,7 +99,8 @@ int show(ShowArguments& arguments, Terminal& terminal) {
   show_unreadable(terminal, phone);
   terminal.line();
   terminal.line(counted(shown, "record"));
-  return kDone;
+  if (shown > 0 && modules.empty()) terminal.line("fuse IDs not compared: the modules are not known");
+  return answer(phone);
 }
 
 }  // namespace

@@ -42,19 +42,49 @@ const Magic* magic_of(std::span<const uint8_t> bytes) {
 
 using Reader = std::unique_ptr<archive, decltype(&archive_read_free)>;
 
-/// With `as_raw`, what a filter yields is one file, whatever it is.
-Reader open_archive(std::span<const uint8_t> bytes, bool as_raw) {
+/// What a filter yields is either one file, whatever it is, or an archive: a tar reader that was asked too would
+/// take a file that begins with zeros for an empty archive.
+Reader open_archive(std::span<const uint8_t> bytes, bool is_one_file) {
   Reader reader(archive_read_new(), archive_read_free);
   archive_read_support_filter_gzip(reader.get());
   archive_read_support_filter_bzip2(reader.get());
   archive_read_support_filter_xz(reader.get());
   archive_read_support_filter_zstd(reader.get());
-  archive_read_support_format_tar(reader.get());
-  archive_read_support_format_zip_streamable(reader.get());
-  archive_read_support_format_zip_seekable(reader.get());
-  if (as_raw) archive_read_support_format_raw(reader.get());
+  if (is_one_file) {
+    archive_read_support_format_raw(reader.get());
+  } else {
+    archive_read_support_format_tar(reader.get());
+    archive_read_support_format_zip_streamable(reader.get());
+    archive_read_support_format_zip_seekable(reader.get());
+  }
   archive_read_open_memory(reader.get(), bytes.data(), bytes.size());
   return reader;
+}
+
+/// The first entry. Throws InputError when there is none.
+archive_entry* first_entry(archive* reader, const std::string& name) {
+  archive_entry* first = nullptr;
+  const int result = archive_read_next_header(reader, &first);
+  if (result == ARCHIVE_EOF) throw InputError(fmt::format("{}: empty archive", name));
+  if (result != ARCHIVE_OK && result != ARCHIVE_WARN)
+    throw InputError(fmt::format("{}: damaged or empty archive", name));
+  return first;
+}
+
+/// Whether files by name are packed, under whatever filters.
+bool is_container(std::span<const uint8_t> bytes) {
+  const Magic* magic = magic_of(bytes);
+  if (magic == nullptr || magic->is_container) return magic != nullptr;
+  const Reader reader = open_archive(bytes, true);
+  archive_entry* found = nullptr;
+  const void* part = nullptr;
+  size_t size = 0;
+  la_int64_t offset = 0;
+  if (archive_read_next_header(reader.get(), &found) != ARCHIVE_OK ||
+      archive_read_data_block(reader.get(), &part, &size, &offset) != ARCHIVE_OK)
+    return false;
+  const Magic* inner = magic_of({static_cast<const uint8_t*>(part), size});
+  return inner != nullptr && inner->is_container;
 }
 
 /// Takes the entry's bytes; `total` is what all entries had so far.
@@ -94,6 +124,8 @@ FileTree::Entry entry_of(archive* reader, archive_entry* found, const std::strin
   if (link != nullptr) return {.type = FileTree::Type::link, .target = link};
   const auto type = archive_entry_filetype(found);
   if (type == AE_IFDIR) return {.type = FileTree::Type::folder};
+  if (archive_entry_is_encrypted(found) != 0)
+    throw InputError(fmt::format("{}: encrypted: unpack it first", name));
   if (type != AE_IFREG && type != 0) return {.type = FileTree::Type::other};
   return {.content = FileContent{read_entry(reader, name, total), std::nullopt}};
 }
@@ -108,16 +140,13 @@ void add_parents(FileTree& tree, const std::string& path) {
 }
 
 FileTree tree_of(archive* reader, archive_entry* first, const std::string& name) {
-  FileTree tree;
+  FileTree tree(name);
   uint64_t total = 0;
   int result = ARCHIVE_OK;
   for (archive_entry* found = first; result == ARCHIVE_OK || result == ARCHIVE_WARN;
        result = archive_read_next_header(reader, &found)) {
     const std::string path = safe_name(archive_entry_pathname(found));
     if (path.empty()) continue;
-    if (tree.entries().size() >= kMostFiles) {
-      throw InputError(fmt::format("{}: holds more than {} files", name, kMostFiles));
-    }
     FileTree::Entry entry = entry_of(reader, found, name, total);
     // The name of a hard link's target is the archive's.
     if (archive_entry_hardlink(found) != nullptr) entry.target = "/" + safe_name(entry.target.c_str());
@@ -135,14 +164,10 @@ bool is_packed(std::span<const uint8_t> bytes) {
 }
 
 std::variant<Bytes, FileTree> unpacked(const std::string& name, std::span<const uint8_t> bytes) {
-  const Magic* magic = magic_of(bytes);
-  const Reader reader = open_archive(bytes, magic != nullptr && !magic->is_container);
-  archive_entry* first = nullptr;
-  const int result = archive_read_next_header(reader.get(), &first);
-  if (result == ARCHIVE_EOF) throw InputError(fmt::format("{}: empty archive", name));
-  if (result != ARCHIVE_OK && result != ARCHIVE_WARN)
-    throw InputError(fmt::format("{}: damaged archive", name));
-  if (archive_format(reader.get()) != ARCHIVE_FORMAT_RAW) return tree_of(reader.get(), first, name);
+  const bool is_one_file = !is_container(bytes);
+  const Reader reader = open_archive(bytes, is_one_file);
+  archive_entry* first = first_entry(reader.get(), name);
+  if (!is_one_file) return tree_of(reader.get(), first, name);
   uint64_t total = 0;
   return read_entry(reader.get(), name, total);
 }

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "inspect/errors.h"
 
 namespace awbcal {
@@ -16,6 +18,8 @@ FileTree::Entry entry_of(const fs::directory_entry& found) {
   std::error_code error;
   const fs::file_status status = found.symlink_status(error);
   FileTree::Entry entry{.on_disk = found.path()};
+  // What may not be asked for its type is taken for a file, and reading it tells why it cannot be read.
+  if (error) return entry;
   if (fs::is_symlink(status)) {
     entry.type = FileTree::Type::link;
     entry.target = fs::read_symlink(found.path(), error).string();
@@ -25,11 +29,6 @@ FileTree::Entry entry_of(const fs::directory_entry& found) {
     entry.type = FileTree::Type::other;
   }
   return entry;
-}
-
-[[noreturn]] void refuse_size(const fs::path& folder) {
-  throw InputError(fmt::format("{}: not a phone's folder: more than {} files, or deeper than {} folders",
-                               folder.string(), kMostFiles, kDeepestFolder));
 }
 
 /// The path's parts, the first one last: a stack.
@@ -43,21 +42,28 @@ std::vector<std::string> parts_of(const fs::path& path) {
 
 }  // namespace
 
+void FileTree::add(const std::string& path, Entry entry) {
+  if (entries_.size() == kMostFiles || std::count(path.begin(), path.end(), '/') > kDeepestFolder) {
+    throw InputError(fmt::format("{}: not a phone's files: more than {}, or deeper than {} folders", name_,
+                                 kMostFiles, kDeepestFolder));
+  }
+  entries_.insert_or_assign(path, std::move(entry));
+}
+
 FileTree FileTree::of_folder(const fs::path& folder) {
-  FileTree tree;
-  std::vector<std::pair<std::string, int>> folders = {{"", 0}};
+  FileTree tree(folder.string());
+  std::vector<std::string> folders = {""};
   while (!folders.empty()) {
-    const auto [path, depth] = folders.back();
+    const std::string path = folders.back();
     folders.pop_back();
     std::error_code error;
     fs::directory_iterator found(folder / path, error);
     if (error && path.empty())
       throw InputError(fmt::format("{}: cannot be read: {}", folder.string(), error.message()));
     for (; !error && found != fs::directory_iterator(); found.increment(error)) {
-      if (tree.entries_.size() == kMostFiles || depth > kDeepestFolder) refuse_size(folder);
       const std::string inner = (fs::path(path) / found->path().filename()).string();
       Entry entry = entry_of(*found);
-      if (entry.type == Type::folder) folders.emplace_back(inner, depth + 1);
+      if (entry.type == Type::folder) folders.push_back(inner);
       tree.add(inner, std::move(entry));
     }
     if (error) tree.unreadable_.push_back(fmt::format("{}: cannot be read: {}", path, error.message()));
@@ -69,6 +75,7 @@ FileTree::Resolved FileTree::resolve(const std::string& path) const {
   std::vector<std::string> rest = parts_of(path);
   fs::path at;
   int links = 0;
+  std::string target;
   while (!rest.empty()) {
     const std::string part = rest.back();
     rest.pop_back();
@@ -80,13 +87,13 @@ FileTree::Resolved FileTree::resolve(const std::string& path) const {
     at /= part;
     const auto found = entries_.find(at.string());
     if (found == entries_.end()) {
-      return {at.string(), links > 0 ? fmt::format("a link to {}, which is not in the folder", at.string())
-                                     : "no such file"};
+      return {at.string(),
+              links > 0 ? fmt::format("a link to {}, which is not in the folder", target) : "no such file"};
     }
     if (found->second.type != Type::link) continue;
     if (++links > kMostLinks) return {path, "a link that leads in a circle"};
-    const fs::path target(found->second.target);
-    at = target.is_absolute() ? fs::path() : at.parent_path();
+    target = found->second.target;
+    at = target.starts_with('/') ? fs::path() : at.parent_path();
     for (std::string& next : parts_of(target)) rest.push_back(std::move(next));
   }
   return {at.string(), std::nullopt};

@@ -29,10 +29,16 @@ class FileTree {
     std::optional<FileContent> content = {};  ///< of an archive's file
   };
 
+  /// `name` is what was given, for messages.
+  explicit FileTree(std::string name) : name_(std::move(name)) {}
+
   /// In the folder's own order of names. Throws InputError when there is too much in it, or it cannot be read.
   static FileTree of_folder(const std::filesystem::path& folder);
 
-  void add(std::string path, Entry entry) { entries_.insert_or_assign(std::move(path), std::move(entry)); }
+  /// Throws InputError when there is too much.
+  void add(const std::string& path, Entry entry);
+
+  const std::string& name() const { return name_; }
 
   const std::map<std::string, Entry>& entries() const { return entries_; }
   /// Folders that cannot be looked into: what they hold is not known.
@@ -50,6 +56,7 @@ class FileTree {
   bool holds(const std::string& path) const;
 
  private:
+  std::string name_;
   std::map<std::string, Entry> entries_;
   std::vector<std::string> unreadable_;
 };

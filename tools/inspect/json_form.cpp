@@ -37,7 +37,7 @@ Json meanings_json(const FoundRecord& record) {
   return meanings;
 }
 
-Json record_json(const Phone& phone, const FoundRecord& record, bool raw) {
+Json record_json(const Phone& phone, const FoundRecord& record, const Modules& modules, bool raw) {
   const std::string state = state_of(phone, record);
   Json json = {{"kind", record.spec->id},
                {"camera", json_of(record.camera)},
@@ -49,6 +49,9 @@ Json record_json(const Phone& phone, const FoundRecord& record, bool raw) {
   if (state != "blank") {
     json["fields"] = fields_json(record);
     json["meanings"] = meanings_json(record);
+    json["faults"] = Json::array();
+    for (const Finding& fault : faults_of(phone, record, modules))
+      json["faults"].push_back(verdict_name(fault.verdict));
   }
   if (const FoundRecord* owner = good_overlap(phone, record)) json["overwritten_by"] = owner->spec->id;
   if (raw) json["raw"] = hex(record.bytes);
@@ -183,8 +186,9 @@ Json show_document(const Phone& phone, bool raw) {
   Json document = json_document("show");
   document["input"] = json_of(phone);
   document["records"] = Json::array();
+  const Modules modules = modules_of(phone);
   for (const FoundRecord& record : phone.records)
-    document["records"].push_back(record_json(phone, record, raw));
+    document["records"].push_back(record_json(phone, record, modules, raw));
   document["files"] = Json::array();
   for (size_t file = 0; file < phone.files.size(); ++file) {
     if (phone.files[file].layout != Layout::other) document["files"].push_back(file_json(phone, file));

@@ -20,6 +20,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr const char* kPageSizeProperty = "ro.pagesize";
+
 // ---- records in a file whose layout is known --------------------------------------------------------------
 
 /// The byte of the file that is byte `offset` of the partition; past its end when there is none.
@@ -83,7 +85,7 @@ struct ExpectedBase {
 ExpectedBase expected_base(const Phone& phone, const InputOptions& options) {
   if (options.base) return {options.base, "as --base says"};
   if (phone.properties) {
-    const auto page_size = phone.properties->find("ro.pagesize");
+    const auto page_size = phone.properties->find(kPageSizeProperty);
     if (page_size != phone.properties->end())
       return {area_base(page_size->second), fmt::format("ro.pagesize is {}", page_size->second)};
   }
@@ -146,6 +148,7 @@ std::optional<std::string> locate_area(Phone& phone, PhoneFile& file, const Inpu
   } else {
     take_reading(phone, file, readings[0], expected);
   }
+  phone.area->has_records = !readings.empty();
   return std::nullopt;
 }
 
@@ -176,11 +179,12 @@ FileTree without_outer_folders(FileTree tree) {
     if (first == entries.end() || first->second.type != FileTree::Type::folder ||
         kRoots.contains(first->first))
       return tree;
+    if (!tree.unreadable().empty()) return tree;
     const std::string outer = first->first + "/";
     const bool is_only = std::all_of(std::next(first), entries.end(),
                                      [&](const auto& entry) { return entry.first.starts_with(outer); });
     if (!is_only || entries.size() == 1) return tree;
-    FileTree inner;
+    FileTree inner(tree.name());
     for (auto entry = std::next(first); entry != entries.end(); ++entry)
       inner.add(entry->first.substr(outer.size()), entry->second);
     tree = std::move(inner);
@@ -211,15 +215,83 @@ PhoneFile describe(const std::string& path, const std::string& partition) {
   return {.path = path, .layout = layout_of_place(path)};
 }
 
+/// The first file's value stands; another one of a property that decides something here has to be said.
 void merge_properties(Phone& phone, const PhoneFile& file) {
   if (!phone.properties) phone.properties.emplace();
-  phone.properties->merge(phone::parse_properties(text_of(file.content.bytes)));
+  std::map<std::string, std::string> more = phone::parse_properties(text_of(file.content.bytes));
+  phone.properties->merge(more);
+  for (const auto& [name, value] : more) {
+    const std::string& taken = phone.properties->at(name);
+    const bool decides = name == kPageSizeProperty || name.find("_fuse") != std::string::npos;
+    if (decides && value != taken) {
+      phone.unknown.push_back(
+          fmt::format("{}: {} is {}, and {} in another file", file.path, name, value, taken));
+    }
+  }
+}
+
+bool is_of_a_phone(const PhoneFile& file) {
+  return file.layout != Layout::text && file.layout != Layout::other;
+}
+
+bool claim_same_place(const PhoneFile& a, const PhoneFile& b) {
+  return is_of_a_phone(a) && a.layout != Layout::properties && a.source == b.source && a.layout == b.layout &&
+         a.kind == b.kind && a.camera == b.camera;
+}
+
+/// Where the phone itself has such files; those by the same name elsewhere are copies of them.
+bool is_at_home(const std::string& path) {
+  const std::string folder = fs::path(path).parent_path().string();
+  return folder == "data/misc/camera" || folder == "sys/android_camera_awb_cal";
+}
+
+void set_aside(PhoneFile& file) {
+  file.layout = Layout::other;
+  file.kind.reset();
+  file.content = {};
+}
+
+/// A part of the phone is there once: the one at its own place, or any of equal ones. Of several that differ none
+/// is taken for the others.
+void add_part(Phone& phone, PhoneFile file) {
+  for (PhoneFile& other : phone.files) {
+    if (!claim_same_place(other, file)) continue;
+    const bool is_equal = !other.content.trouble && other.content.bytes == file.content.bytes;
+    const bool is_first = is_at_home(other.path) || !is_at_home(file.path);
+    if (!is_equal && is_at_home(file.path) == is_at_home(other.path)) {
+      throw InputError(fmt::format("{} and {}: both are given as the same part of one phone, and differ",
+                                   other.path, file.path));
+    }
+    PhoneFile& copy = is_first ? file : other;
+    if (!is_equal) {
+      phone.notes.push_back(fmt::format("{}: not taken: {} is at the phone's own place", copy.path,
+                                        is_first ? other.path : file.path));
+    }
+    set_aside(copy);
+  }
+  phone.files.push_back(std::move(file));
+}
+
+/// The names of the folders on the way to records.
+bool leads_to_records(const std::string& path) {
+  static const std::set<std::string> kFolders = {
+      "data", "misc", "camera", "sys", "android_camera_awb_cal", "factory", "proc", "dev", "block", "mtd"};
+  return kFolders.contains(fs::path(path).filename().string());
+}
+
+/// What a link to a folder outside would show is the phone's, and not known.
+void check_folder_link(Phone& phone, const FileTree& tree, const std::string& path) {
+  const std::optional<std::string> trouble = tree.resolve(path).trouble;
+  if (!trouble) return;
+  phone.unknown.push_back(fmt::format("{}: {}", path, *trouble));
+  phone.may_hold_more = true;
 }
 
 void add_file(Phone& phone, const FileTree& tree, const std::string& path, const std::string& partition,
               bool with_digest) {
   const FileTree::Entry& entry = tree.entries().at(path);
   PhoneFile file = describe(path, partition);
+  if (entry.type == FileTree::Type::link && leads_to_records(path)) check_folder_link(phone, tree, path);
   // A folder in a record's place is no file that could be read, and that has to be said.
   if (entry.type == FileTree::Type::folder && (file.layout == Layout::other || file.layout == Layout::text))
     return;
@@ -230,11 +302,7 @@ void add_file(Phone& phone, const FileTree& tree, const std::string& path, const
     phone.digests.emplace(path, sha256_of(file.content.bytes));
   if (file.layout == Layout::properties && !file.content.trouble) merge_properties(phone, file);
   if (file.layout == Layout::partition && path.starts_with("dev/mtd/")) take_good_blocks(tree, file);
-  phone.files.push_back(std::move(file));
-}
-
-bool is_of_a_phone(const PhoneFile& file) {
-  return file.layout != Layout::text && file.layout != Layout::other;
+  add_part(phone, std::move(file));
 }
 
 void add_tree(Phone& phone, const std::string& name, const FileTree& tree, bool with_digests) {
@@ -244,27 +312,23 @@ void add_tree(Phone& phone, const std::string& name, const FileTree& tree, bool 
   for (const auto& [path, entry] : tree.entries()) {
     if (fs::path(path).filename() != kMadeHereMark) add_file(phone, tree, path, partition.path, with_digests);
   }
-  for (const std::string& folder : tree.unreadable()) {
-    phone.unknown.push_back(folder);
-    phone.may_hold_more = true;
-  }
+  phone.unknown.insert(phone.unknown.end(), tree.unreadable().begin(), tree.unreadable().end());
+  phone.may_hold_more = phone.may_hold_more || !tree.unreadable().empty() || partition.is_not_known;
   const bool has_any = std::any_of(phone.files.begin() + static_cast<std::ptrdiff_t>(before),
                                    phone.files.end(), is_of_a_phone);
-  if (!has_any && tree.unreadable().empty())
+  if (!has_any && !phone.may_hold_more)
     throw InputError(fmt::format("{}: no file of a phone's calibration in it", name));
-  if (partition.path.empty()) phone.notes.emplace_back("partition: absent");
+  if (partition.path.empty() && !partition.is_not_known) phone.notes.emplace_back("partition: absent");
 }
 
 // ---- a file by itself -------------------------------------------------------------------------------------
 
 /// Bytes that match no size or name: what the records in them say.
 Recognised recognise_by_search(const std::string& name, const Bytes& bytes) {
-  const std::vector<Reading> readings = search_records(bytes, {});
-  if (bytes.size() == calib::kSlotSize) {
-    const bool is_slot = !readings.empty();
-    return {is_slot ? Layout::slot : Layout::dual_camera_node};
-  }
-  if (!readings.empty() || bytes.size() > calib::kAreaBase2k) return {Layout::partition};
+  const bool is_large = bytes.size() > calib::kAreaBase2k;
+  if (bytes.size() == calib::kSlotSize)
+    return {search_records(bytes, {}).empty() ? Layout::dual_camera_node : Layout::slot};
+  if (is_large || !search_records(bytes, {}).empty()) return {Layout::partition};
   throw InputError(fmt::format("{}: {} bytes match no record, export or partition; say what it is with --as",
                                name, bytes.size()));
 }
@@ -276,8 +340,7 @@ void drop_noise(Phone& phone) {
   const auto filled = std::count_if(
       phone.records.begin(), phone.records.end(),
       [](const FoundRecord& record) { return !record.bytes.empty() && !is_blank(record.bytes); });
-  if (filled >= kFilledPlaces && search_records(phone.files[0].content.bytes, {}).empty())
-    phone.records.clear();
+  if (filled >= kFilledPlaces && !phone.area->has_records) phone.records.clear();
 }
 
 void note_other_kinds(Phone& phone, const PhoneFile& file) {
@@ -320,15 +383,16 @@ struct Opened {
   std::string digest = {};  ///< of a file, as it was given
 };
 
-Opened opened(const std::string& path, const InputOptions& options) {
+Opened opened(const std::string& path, bool with_digest) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (path != "-" && status.type() == fs::file_type::not_found)
     throw InputError(fmt::format("{}: no such file", path));
-  if (path != "-" && fs::is_directory(status)) return {path, FileTree::of_folder(path)};
+  if (path != "-" && fs::is_directory(status))
+    return {path, without_outer_folders(FileTree::of_folder(path))};
   FileContent content = read_file(path);
   if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
-  const std::string digest = options.with_digests ? sha256_of(content.bytes) : "";
+  const std::string digest = with_digest ? sha256_of(content.bytes) : "";
   if (!is_packed(content.bytes)) return {path, std::move(content.bytes), digest};
   auto inner = unpacked(path, content.bytes);
   if (auto* tree = std::get_if<FileTree>(&inner)) *tree = without_outer_folders(std::move(*tree));
@@ -341,22 +405,6 @@ void give_source(PhoneFile& file) {
   if (file.layout == Layout::dual_camera_node) file.source = Source::kernel_export;
   if (file.layout == Layout::export_image && !file.kind) file.source = Source::kernel_export;
   if (file.kind && recognise_by_place(file.path)) file.source = Source::cache;
-}
-
-bool claim_same_place(const PhoneFile& a, const PhoneFile& b) {
-  return is_of_a_phone(a) && a.layout != Layout::properties && a.source == b.source && a.layout == b.layout &&
-         a.kind == b.kind && a.camera == b.camera;
-}
-
-/// Two inputs may say the same of a place, but not two things.
-void add_alone(Phone& phone, PhoneFile file) {
-  for (const PhoneFile& other : phone.files) {
-    if (!claim_same_place(other, file)) continue;
-    if (!other.content.trouble && other.content.bytes == file.content.bytes) return;
-    throw InputError(fmt::format("{} and {}: both are given as the same part of one phone, and differ",
-                                 other.path, file.path));
-  }
-  phone.files.push_back(std::move(file));
 }
 
 void add_input(Phone& phone, Opened& input, const InputOptions& options) {
@@ -374,7 +422,7 @@ void add_input(Phone& phone, Opened& input, const InputOptions& options) {
   }
   PhoneFile file = file_of_bytes(phone, input.name, std::move(bytes), options);
   if (options.paths.size() > 1) give_source(file);
-  add_alone(phone, std::move(file));
+  add_part(phone, std::move(file));
 }
 
 void check_kind(const Opened& input, const InputOptions& options) {
@@ -403,7 +451,7 @@ Phone phone_of_bytes(const std::string& name, Bytes bytes, const InputOptions& o
 Phone open_phone_of(const InputOptions& options) {
   std::vector<Opened> inputs;
   for (const std::string& path : options.paths) {
-    inputs.push_back(opened(path, options));
+    inputs.push_back(opened(path, options.with_digests));
     check_kind(inputs.back(), options);
   }
   Phone phone{.name = fmt::format("{}", fmt::join(options.paths, " "))};

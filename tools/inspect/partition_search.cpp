@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "common/file.h"
+#include "inspect/errors.h"
 #include "storage/proc_emmc.h"
 #include "storage/proc_mtd.h"
 
@@ -19,6 +20,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kPartition = "mfg";
+constexpr std::array kTables = {calib::emmc::kTable, calib::mtd::kTable};
 
 /// The phone's path in the tree: without its first slash.
 std::string in_tree(std::string_view phone_path) {
@@ -75,6 +77,26 @@ bool is_listed(const FileTree& tree, const std::string& path) {
   return !path.empty() && tree.entries().contains(path);
 }
 
+bool has_unreadable_table(const FileTree& tree) {
+  return std::any_of(kTables.begin(), kTables.end(), [&](const char* table) {
+    return is_listed(tree, in_tree(table)) && tree.read(in_tree(table)).trouble;
+  });
+}
+
+/// By the names that people give to what they pull; of several nobody knows which is the phone's.
+std::string pulled_image(const FileTree& tree) {
+  std::string image;
+  for (const char* pulled : {"mfg.img", "mfg.bin", "mfg.raw", "mfg"}) {
+    if (!tree.holds(pulled)) continue;
+    if (!image.empty() && tree.read(image).bytes != tree.read(pulled).bytes) {
+      throw InputError(
+          fmt::format("{}: {} and {}: both may be the partition, and differ", tree.name(), image, pulled));
+    }
+    image = pulled;
+  }
+  return image;
+}
+
 /// A block of zeros is passed over by the kernel's reader, as the library's.
 bool has_content(const PhoneFile& file, uint32_t block) {
   const uint64_t begin = uint64_t{block} * file.block_size;
@@ -99,9 +121,8 @@ FoundPartition find_partition(const FileTree& tree) {
       return found;
     }
   }
-  for (const char* pulled : {"mfg.img", "mfg.bin", "mfg.raw", "mfg"}) {
-    if (tree.holds(pulled)) found.path = pulled;
-  }
+  found.path = pulled_image(tree);
+  found.is_not_known = found.path.empty() && (!tree.unreadable().empty() || has_unreadable_table(tree));
   return found;
 }
 

@@ -8,7 +8,8 @@
 namespace awbcal {
 
 struct FoundPartition {
-  std::string path;  ///< in the tree; empty: there is none
+  std::string path = {};      ///< in the tree; empty: none was found
+  bool is_not_known = false;  ///< none was found, and what could have led to one cannot be read
   std::vector<std::string> notes = {};
 };
 

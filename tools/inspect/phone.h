@@ -70,9 +70,10 @@ struct FoundRecord {
 };
 
 struct RecordArea {
-  uint64_t base;       ///< in the partition's file, its bad blocks taken out
-  int page_size;       ///< 4096 or 2048: where the phone itself expects it
-  std::string reason;  ///< why this base and not another
+  uint64_t base;             ///< in the partition's file, its bad blocks taken out
+  int page_size;             ///< 4096 or 2048: where the phone itself expects it
+  std::string reason;        ///< why this base and not another
+  bool has_records = false;  ///< some were found, here or elsewhere
 };
 
 struct Phone {
@@ -86,7 +87,7 @@ struct Phone {
   std::vector<std::string> unknown = {};  ///< what could not be read and why; a line each
   Digests digests = {};                   ///< as they were given; only where they were asked for
 
-  bool may_hold_more = false;  ///< a folder could not be looked into
+  bool may_hold_more = false;  ///< a folder, or what leads to the partition, could not be read
 
   /// False: what was not found may be there all the same, and the answer is incomplete.
   bool is_complete() const { return unknown.empty(); }

@@ -3,18 +3,34 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdlib>
 
 #include "inspect/claims.h"
+#include "phone/services/properties_file.h"
 
 namespace awbcal {
 
 namespace {
 
+constexpr const char* kDeviceFolder = "mmcblk";
 constexpr uint32_t kSign = 0x80000000;
 /// Smaller words stand for too much else to be taken for a fuse word wherever they are.
 constexpr uint32_t kSmallestTelling = 0x10000;
+
+/// A replacement is a small number with the sign of the word that was there.
+bool is_telling(uint64_t word) {
+  return (word & UINT32_MAX & ~uint64_t{kSign}) >= kSmallestTelling;
+}
+
+/// As long as before and of the same look, without its meaning.
+std::string without_meaning(std::string text) {
+  for (char& c : text) {
+    if (std::isalnum(static_cast<unsigned char>(c)) != 0) c = '0';
+  }
+  return text;
+}
 
 /// The phone under work: its new bytes, and which of them were replaced.
 struct Redaction {
@@ -73,11 +89,21 @@ void redact_lines(Redaction& work, PhoneFile& file) {
   file.content.bytes.assign(text.begin(), text.end());
 }
 
-/// Copies of the words where no record is: old blocks, payloads, other files.
+/// Copies of texts and words where no record is: old blocks, payloads, other files.
+void sweep_texts(Redaction& work, Bytes& bytes) {
+  for (const std::string& value : work.values) {
+    const std::string blank = without_meaning(value);
+    for (auto at = bytes.begin();
+         (at = std::search(at, bytes.end(), value.begin(), value.end())) != bytes.end();)
+      at = std::copy(blank.begin(), blank.end(), at);
+  }
+}
+
 void sweep(Redaction& work, size_t index) {
   PhoneFile& file = work.phone.files[index];
   if (is_text(file)) return;
   Bytes& bytes = file.content.bytes;
+  sweep_texts(work, bytes);
   const std::vector<bool>& touched = work.touched[index];
   const FieldSpec word{0, sizeof(uint32_t), FieldKind::number, ""};
   for (size_t at = 0; at + sizeof(uint32_t) <= bytes.size(); ++at) {
@@ -123,41 +149,36 @@ bool is_identifying(const std::string& name) {
                      [&](const char* part) { return lower.find(part) != std::string::npos; });
 }
 
-/// Whether a text has the form of a network address or of an IMEI.
+/// Whether a text has the form of a network address, or of the number of a device or of a card.
 bool looks_identifying(const std::string& value) {
   constexpr size_t kImei = 15;
+  constexpr size_t kCardNumber = 20;
   constexpr size_t kAddress = 17;
   const auto digits =
       std::count_if(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
   const auto hex_digits =
       std::count_if(value.begin(), value.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });
-  const auto colons = std::count(value.begin(), value.end(), ':');
-  return (value.size() == kImei && digits == static_cast<std::ptrdiff_t>(kImei)) ||
-         (value.size() == kAddress && colons == 5 && hex_digits == 12);
+  const auto separators =
+      std::count(value.begin(), value.end(), ':') + std::count(value.begin(), value.end(), '-');
+  const bool is_number = digits == static_cast<std::ptrdiff_t>(value.size());
+  return (is_number && value.size() >= kImei && value.size() <= kCardNumber) ||
+         (value.size() == kAddress && separators == 5 && hex_digits == 12);
 }
 
 /// "unknown", "0" and a switch's "true" identify nobody, and as parts of other texts they would be everywhere.
 bool can_identify(const std::string& value) {
   constexpr size_t kShortest = 6;
-  return value.size() >= kShortest &&
+  return value.size() >= kShortest && value != without_meaning(value) &&
          std::any_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
 }
 
-std::map<std::string, std::string> identifying_properties(const Phone& phone) {
+std::map<std::string, std::string> identifying_properties(const PhoneFile& file) {
   std::map<std::string, std::string> found;
-  if (!phone.properties) return found;
-  for (const auto& [name, value] : *phone.properties) {
-    if ((is_identifying(name) && can_identify(value)) || looks_identifying(value)) found.emplace(name, value);
+  if (file.layout != Layout::properties) return found;
+  for (const auto& [name, value] : phone::parse_properties(text_of(file.content.bytes))) {
+    if (can_identify(value) && (is_identifying(name) || looks_identifying(value))) found.emplace(name, value);
   }
   return found;
-}
-
-/// As long as before and of the same look, without its meaning.
-std::string without_meaning(std::string text) {
-  for (char& c : text) {
-    if (std::isalnum(static_cast<unsigned char>(c)) != 0) c = '0';
-  }
-  return text;
 }
 
 std::string redact_values(std::string line, const std::set<std::string>& values) {
@@ -202,8 +223,16 @@ std::string redact_numbers(const std::string& line, FuseMap& map) {
   return result;
 }
 
+/// Where a line has a fuse word, and which.
+struct FuseLine {
+  size_t begin;
+  uint32_t word;
+  std::string style;  ///< begins as the number does
+  const char* end;
+};
+
 /// "...fuse1=123", "[...fuse1]: [123]" or "Fuse_ID[1]=0x7b": the value, however the library reads it.
-std::optional<std::string> redact_fuse_line(const std::string& line, FuseMap& map) {
+std::optional<FuseLine> fuse_line_of(const std::string& line) {
   if (line.starts_with('#')) return std::nullopt;
   const bool is_report = line.starts_with("Fuse_ID[");
   const bool is_printed = line.starts_with('[');
@@ -215,7 +244,79 @@ std::optional<std::string> redact_fuse_line(const std::string& line, FuseMap& ma
   // Properties are decimal to the library: "0x12" is 0 there, and what follows a number is no part of it.
   const uint32_t word = static_cast<uint32_t>(std::strtoll(value.c_str(), nullptr, is_report ? 16 : 10));
   const std::string style = is_report ? "0x" : value.starts_with('-') ? "-" : "";
-  return line.substr(0, begin) + in_style_of(style, map.replacement(word)) + (is_printed ? "]" : "");
+  return FuseLine{begin, word, style, is_printed ? "]" : ""};
+}
+
+std::string redact_line(const std::string& line, FuseMap& map, const std::set<std::string>& values) {
+  const std::optional<FuseLine> fuse = fuse_line_of(line);
+  if (!fuse) return redact_numbers(redact_values(line, values), map);
+  return line.substr(0, fuse->begin) + in_style_of(fuse->style, map.replacement(fuse->word)) + fuse->end;
+}
+
+template <class Take>
+void for_each_line(std::string_view text, Take&& take) {
+  while (!text.empty()) {
+    const size_t end = text.find('\n');
+    take(std::string(text.substr(0, end)), end != std::string_view::npos);
+    text.remove_prefix(std::min(end, text.size() - 1) + 1);
+  }
+}
+
+// ---- traces -----------------------------------------------------------------------------------------------
+
+bool bears_fuse_id(const FoundRecord& record) {
+  return std::any_of(record.spec->fields.begin(), record.spec->fields.end(), [&](const FieldSpec& field) {
+    return field.kind == FieldKind::fuse_word && fits(field, record.bytes.size()) &&
+           is_telling(field_value(record.bytes, field));
+  });
+}
+
+/// Whether there is more in a partition than its records, which only copies of their words are replaced in.
+bool holds_other_bytes(const Phone& phone, const PhoneFile& file) {
+  if (file.layout != Layout::partition) return false;
+  std::vector<bool> known(file.content.bytes.size());
+  for (const FoundRecord& record : phone.records) {
+    if (&phone.files[record.file] == &file)
+      std::fill_n(known.begin() + static_cast<std::ptrdiff_t>(record.offset), record.bytes.size(), true);
+  }
+  for (size_t at = 0; at < known.size(); ++at) {
+    const uint8_t byte = file.content.bytes[at];
+    if (!known[at] && byte != 0x00 && byte != 0xFF) return true;
+  }
+  return false;
+}
+
+void add_record_traces(const Phone& phone, const FoundRecord& record, std::vector<Trace>& traces) {
+  if (record.bytes.empty() || is_blank_record(phone, record)) return;
+  const std::string& file = phone.files[record.file].path;
+  if (bears_fuse_id(record))
+    traces.push_back({file, fmt::format("fuse ID of the {}", record.spec->name), Fate::replaced});
+  if (field_of_kind(*record.spec, FieldKind::payload) != nullptr)
+    traces.push_back({file, fmt::format("undecoded bytes of the {}", record.spec->name), Fate::left});
+}
+
+bool is_shared_link(const PhoneFile& file) {
+  return file.layout == Layout::other && file.path.starts_with("dev/") && !file.link_target.empty() &&
+         file.link_target.find(kDeviceFolder) != std::string::npos;
+}
+
+void add_file_traces(const Phone& phone, const PhoneFile& file, std::vector<Trace>& traces) {
+  if (is_shared_link(file)) return;
+  if (file.content.trouble)
+    return traces.push_back({file.path, "unreadable: " + *file.content.trouble, Fate::left_out});
+  if (file.layout == Layout::other)
+    return traces.push_back({file.path, "not decoded: may hold anything", Fate::left_out});
+  for (const auto& [name, value] : identifying_properties(file))
+    traces.push_back({file.path, name, Fate::replaced});
+  if (holds_other_bytes(phone, file)) traces.push_back({file.path, "bytes outside the records", Fate::left});
+  bool has_fuse_id = false;
+  if (is_text(file)) {
+    for_each_line(text_of(file.content.bytes), [&](const std::string& line, bool) {
+      const auto fuse = fuse_line_of(line);
+      has_fuse_id = has_fuse_id || (fuse && is_telling(fuse->word));
+    });
+  }
+  if (has_fuse_id) traces.push_back({file.path, "fuse IDs", Fate::replaced});
 }
 
 }  // namespace
@@ -232,24 +333,25 @@ std::optional<uint32_t> FuseMap::known(uint32_t word) const {
   return found == words_.end() ? std::nullopt : std::optional(found->second);
 }
 
+const char* fate_name(Fate fate) {
+  constexpr std::array kNames = {"replaced", "left", "left out"};
+  return kNames.at(static_cast<size_t>(fate));
+}
+
 std::string redact_text(std::string_view text, FuseMap& map, const std::set<std::string>& values) {
   std::string result;
-  while (!text.empty()) {
-    const size_t end = text.find('\n');
-    const std::string line(text.substr(0, end));
-    const auto fuse_line = redact_fuse_line(line, map);
-    result += fuse_line ? *fuse_line : redact_numbers(redact_values(line, values), map);
-    if (end == std::string_view::npos) break;
-    result += '\n';
-    text.remove_prefix(end + 1);
-  }
+  for_each_line(text, [&](const std::string& line, bool is_ended) {
+    result += redact_line(line, map, values) + (is_ended ? "\n" : "");
+  });
   return result;
 }
 
 void redact(Phone& phone) {
   Redaction work{.phone = phone};
-  for (const auto& [name, value] : identifying_properties(phone)) work.values.insert(value);
-  for (const PhoneFile& file : phone.files) work.touched.emplace_back(file.content.bytes.size());
+  for (const PhoneFile& file : phone.files) {
+    for (const auto& [name, value] : identifying_properties(file)) work.values.insert(value);
+    work.touched.emplace_back(file.content.bytes.size());
+  }
   for (const FoundRecord& record : phone.records) redact_record(work, record);
   for (PhoneFile& file : phone.files) redact_lines(work, file);
   for (size_t file = 0; file < phone.files.size(); ++file) sweep(work, file);
@@ -259,30 +361,21 @@ void redact(Phone& phone) {
 
 std::vector<Trace> traces_in(const Phone& phone) {
   std::vector<Trace> traces;
-  for (const FoundRecord& record : phone.records) {
-    if (record.bytes.empty() || is_blank_record(phone, record)) continue;
-    const std::string& file = phone.files[record.file].path;
-    if (field_of_kind(*record.spec, FieldKind::fuse_word) != nullptr)
-      traces.push_back({file, fmt::format("fuse ID of the {}", record.spec->name), true});
-    if (field_of_kind(*record.spec, FieldKind::payload) != nullptr)
-      traces.push_back({file, fmt::format("payload of the {}", record.spec->name), false});
-  }
-  const std::map<std::string, std::string> properties = identifying_properties(phone);
+  for (const FoundRecord& record : phone.records) add_record_traces(phone, record, traces);
+  for (const PhoneFile& file : phone.files) add_file_traces(phone, file, traces);
+  return traces;
+}
+
+std::vector<OutputFile> files_to_share(const Phone& phone) {
+  std::vector<OutputFile> files;
   for (const PhoneFile& file : phone.files) {
-    const std::string_view text = text_of(file.content.bytes);
-    if (file.content.trouble) {
-      traces.push_back({file.path, "unreadable: " + *file.content.trouble, false});
-    } else if (file.layout == Layout::other && file.link_target.empty()) {
-      traces.push_back({file.path, "not decoded: may hold anything", false});
-    } else if (is_text(file)) {
-      for (const auto& [name, value] : properties) {
-        if (text.find(name) != std::string_view::npos) traces.push_back({file.path, name, true});
-      }
-      if (text.find("_fuse") != std::string_view::npos || text.find("Fuse_ID[") != std::string_view::npos)
-        traces.push_back({file.path, "fuse IDs", true});
+    if (is_shared_link(file)) {
+      files.push_back({file.path, {}, file.link_target});
+    } else if (file.layout != Layout::other && !file.content.trouble) {
+      files.push_back({file.path, file.content.bytes, {}});
     }
   }
-  return traces;
+  return files;
 }
 
 }  // namespace awbcal

@@ -23,17 +23,26 @@ class FuseMap {
   std::map<uint32_t, uint32_t> words_;
 };
 
+/// What becomes of a trace when the phone is redacted.
+enum class Fate { replaced, left, left_out };
+const char* fate_name(Fate fate);
+
 /// Something in a phone's files that may identify a module, a device or a person.
 struct Trace {
   std::string file;
   std::string what;
-  bool is_replaced;  ///< by redact(); otherwise it is left as it is, or the whole file is left out
+  Fate fate;
 };
 
+/// Words and texts that a redaction has put there are no traces.
 std::vector<Trace> traces_in(const Phone& phone);
 
 /// Replaces the bytes of the phone's files; its records are then those of before, not looked for again.
 void redact(Phone& phone);
+
+/// The files that may be shared. Those that are not decoded may tell anything; of links only those stay that say
+/// which device is which partition.
+std::vector<OutputFile> files_to_share(const Phone& phone);
 
 /// The lines of a property file or a report with their fuse words, serial numbers, IMEIs and addresses replaced.
 /// `values` are those of such properties anywhere in the phone.

@@ -22,6 +22,8 @@ constexpr uint32_t kCommonBlock = 0x20000;
 
 // Bytes that were made to look like records everywhere end the search, not the patience.
 constexpr size_t kMostHits = 1024;
+/// Enough for the record area behind several bad blocks: what a way to read the bytes is tried on.
+constexpr size_t kSample = 8 * 1024 * 1024;
 constexpr size_t kMostChecked = 16 * 1024 * 1024;
 
 // ---- records in bytes -------------------------------------------------------------------------------------
@@ -141,9 +143,9 @@ struct PageLayout {
   uint32_t bad_mark;
 };
 
-constexpr PageLayout kPageLayouts[] = {{512, 16, 32, 5},    {2048, 64, 64, 0},  {2048, 128, 64, 0},
-                                       {4096, 128, 64, 0},  {4096, 224, 64, 0}, {4096, 256, 64, 0},
-                                       {8192, 512, 128, 0}, {8192, 640, 128, 0}};
+constexpr PageLayout kPageLayouts[] = {{512, 16, 32, 5},    {2048, 64, 64, 0},   {2048, 128, 64, 0},
+                                       {4096, 128, 64, 0},  {4096, 224, 64, 0},  {4096, 256, 64, 0},
+                                       {8192, 448, 128, 0}, {8192, 512, 128, 0}, {8192, 640, 128, 0}};
 
 bool is_marked_bad(std::span<const uint8_t> block, const PageLayout& layout) {
   const size_t step = layout.page + layout.spare;
@@ -188,11 +190,20 @@ Reading with_words_turned(std::span<const uint8_t> bytes) {
   return reading;
 }
 
+/// A way to take the bytes, tried on their beginning.
+struct Way {
+  Reading sample;
+  const PageLayout* layout = nullptr;  ///< of a dump with out-of-band bytes
+  bool is_likely = true;               ///< false: a dump that ends amid a page
+};
+
 /// The bytes as they are, and without the out-of-band bytes that they may have.
-std::vector<Reading> ways_to_read(const Bytes& bytes) {
-  std::vector<Reading> ways = {{.bytes = bytes}};
+std::vector<Way> ways_to_read(const Bytes& bytes) {
+  std::vector<Way> ways = {{.sample = {.bytes = bytes}}};
+  const auto beginning = std::span(bytes).first(std::min(bytes.size(), kSample));
   for (const PageLayout& layout : kPageLayouts) {
-    if (bytes.size() % (layout.page + layout.spare) == 0) ways.push_back(without_spare(bytes, layout));
+    ways.push_back(
+        {without_spare(beginning, layout), &layout, bytes.size() % (layout.page + layout.spare) == 0});
   }
   return ways;
 }
@@ -210,22 +221,28 @@ std::vector<uint64_t> expected_bases(const SearchOptions& options, size_t size) 
 /// Keeps the readings that are as good as the best.
 class Best {
  public:
-  void take(const Reading& way, uint64_t base, int score) {
-    if (score == 0 || score < score_) return;
+  /// An unlikely way has to be better than a likely one.
+  void take(const Way& way, uint64_t base, int count) {
+    const int score = 2 * count + (way.is_likely ? 1 : 0);
+    if (count == 0 || score < score_) return;
     if (score > score_) found_.clear();
     score_ = score;
     if (found_.size() < kMostReadings) found_.emplace_back(&way, base);
   }
-  std::vector<Reading> readings() const {
+  bool is_found() const { return !found_.empty(); }
+  std::vector<Reading> readings(const Bytes& bytes) const {
     std::vector<Reading> readings;
-    for (const auto& [way, base] : found_) readings.push_back({way->bytes, base, way->how});
+    for (const auto& [way, base] : found_) {
+      readings.push_back(way->layout == nullptr ? way->sample : without_spare(bytes, *way->layout));
+      readings.back().base = base;
+    }
     return readings;
   }
 
  private:
   static constexpr size_t kMostReadings = 8;
   int score_ = 0;
-  std::vector<std::pair<const Reading*, uint64_t>> found_;
+  std::vector<std::pair<const Way*, uint64_t>> found_;
 };
 
 int rank_of(uint64_t base) {
@@ -236,26 +253,27 @@ int rank_of(uint64_t base) {
 }  // namespace
 
 std::vector<Reading> search_records(const Bytes& bytes, const SearchOptions& options) {
-  std::vector<Reading> ways = ways_to_read(bytes);
+  std::vector<Way> ways = ways_to_read(bytes);
   for (int round = 0; round < 2; ++round) {
     Best expected;
     Best damaged;
     Best elsewhere;
-    for (const Reading& way : ways) {
-      for (const uint64_t base : expected_bases(options, way.bytes.size())) {
-        const Count count = count_at(way.bytes, base, options.modules);
+    for (const Way& way : ways) {
+      for (const uint64_t base : expected_bases(options, way.sample.bytes.size())) {
+        const Count count = count_at(way.sample.bytes, base, options.modules);
         expected.take(way, base, count.good);
         damaged.take(way, base, count.telling);
       }
     }
-    if (!expected.readings().empty()) return expected.readings();
-    if (!damaged.readings().empty()) return damaged.readings();
-    for (const Reading& way : ways) {
-      for (const auto& [base, hits] : bases_of_hits(way.bytes))
+    if (expected.is_found()) return expected.readings(bytes);
+    if (damaged.is_found()) return damaged.readings(bytes);
+    for (const Way& way : ways) {
+      if (!way.is_likely) continue;
+      for (const auto& [base, hits] : bases_of_hits(way.sample.bytes))
         elsewhere.take(way, base, 3 * hits + rank_of(base));
     }
-    if (!elsewhere.readings().empty()) return elsewhere.readings();
-    ways = {with_words_turned(bytes)};
+    if (elsewhere.is_found()) return elsewhere.readings(bytes);
+    ways = {{.sample = with_words_turned(bytes)}};
   }
   return {};
 }

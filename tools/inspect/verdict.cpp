@@ -85,14 +85,9 @@ Finding bad_crc(const Phone& phone, const FoundRecord& record, const Claims& cla
           fmt::format("{}: the {} was written over {} of its bytes", found, owner->spec->name, kSharedBytes)};
 }
 
-Finding verdict_on_whole(const Phone& phone, const FoundRecord& record, const Modules& modules) {
-  const RecordSpec& spec = *record.spec;
-  const Claims claims = claims_of(spec, record.bytes);
-  if (claims.has_crc && !claims.has_good_crc()) return bad_crc(phone, record, claims);
-  const calib::Judgement judgement = calib::judge(claims.words, {}, spec.rule);
-  if (claims.has_valid_word && !judgement.valid_word_good)
-    return verdict_on_version(spec, claims.words.valid_word);
-  return verdict_on_module(record, claims, modules);
+Finding truncated(const FoundRecord& record) {
+  return {Verdict::truncated, fmt::format("{} bytes", record.spec->size),
+          fmt::format("{} bytes", record.bytes.size())};
 }
 
 // ---- one camera and kind ----------------------------------------------------------------------------------
@@ -180,7 +175,7 @@ RecordVerdict verdict_of(const Phone& phone, const RecordSpec& spec, std::option
     result.record = decides->record;
     result.file = phone.files[decides->record->file].path;
   } else if (!is_unreadable && phone.may_hold_more) {
-    result.finding = {Verdict::unreadable, "folders that can be read", phone.unknown.front()};
+    result.finding = {Verdict::unreadable, "files and folders that can be read", phone.unknown.front()};
   }
   for (const Held& held : all) {
     const bool is_same = decides != nullptr && held.record->bytes == decides->record->bytes;
@@ -213,11 +208,23 @@ const char* verdict_rule(Verdict verdict) {
   return kVerdicts.at(static_cast<size_t>(verdict)).rule;
 }
 
+std::vector<Finding> faults_of(const Phone& phone, const FoundRecord& record, const Modules& modules) {
+  if (record.is_truncated()) return {truncated(record)};
+  const RecordSpec& spec = *record.spec;
+  const Claims claims = claims_of(spec, record.bytes);
+  std::vector<Finding> faults;
+  if (claims.has_crc && !claims.has_good_crc()) faults.push_back(bad_crc(phone, record, claims));
+  if (claims.has_valid_word && !calib::judge(claims.words, {}, spec.rule).valid_word_good)
+    faults.push_back(verdict_on_version(spec, claims.words.valid_word));
+  Finding module = verdict_on_module(record, claims, modules);
+  if (module.verdict != Verdict::good) faults.push_back(std::move(module));
+  return faults;
+}
+
 Finding verdict_on(const Phone& phone, const FoundRecord& record, const Modules& modules) {
   const bool is_own_file = phone.files[record.file].layout == Layout::record;
   if (record.is_truncated() && (is_own_file || record.bytes.empty() || !is_blank(record.bytes))) {
-    return {Verdict::truncated, fmt::format("{} bytes", record.spec->size),
-            fmt::format("{} bytes", record.bytes.size())};
+    return truncated(record);
   }
   if (is_blank_record(phone, record)) {
     const bool whole = is_blank(record.bytes);
@@ -226,7 +233,9 @@ Finding verdict_on(const Phone& phone, const FoundRecord& record, const Modules&
                   : fmt::format("{} but for {} bytes of the {}", blank_text(unshared_bytes(record)),
                                 kSharedBytes, good_overlap(phone, record)->spec->name)};
   }
-  return verdict_on_whole(phone, record, modules);
+  const std::vector<Finding> faults = faults_of(phone, record, modules);
+  return faults.empty() ? verdict_on_module(record, claims_of(*record.spec, record.bytes), modules)
+                        : faults.front();
 }
 
 std::vector<RecordVerdict> verdicts_of(const Phone& phone, const Modules& modules, bool is_strict) {

@@ -35,6 +35,9 @@ struct Finding {
   std::string found = {};
 };
 
+/// Every rule of its readers that the record breaks, in the order in which they ask; none: it is good.
+std::vector<Finding> faults_of(const Phone& phone, const FoundRecord& record, const Modules& modules);
+
 /// The verdict on the bytes of one record.
 Finding verdict_on(const Phone& phone, const FoundRecord& record, const Modules& modules);
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "text/printable.h"
 #include "text/terminal.h"
 
 namespace awbcal {
@@ -15,7 +16,7 @@ struct Cell {
   std::string text;
   Style style = Style::plain;
 
-  Cell(std::string content, Style look = Style::plain) : text(std::move(content)), style(look) {}
+  Cell(const std::string& content, Style look = Style::plain) : text(printable(content)), style(look) {}
   Cell(const char* content) : text(content) {}
 };
 

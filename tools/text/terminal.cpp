@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "text/printable.h"
+
 namespace awbcal {
 
 namespace {
@@ -78,8 +80,8 @@ Terminal::~Terminal() {
 }
 
 std::string Terminal::styled(std::string_view text, Style style) const {
-  if (!coloured_ || style == Style::plain) return std::string(text);
-  return fmt::format(look_of(style), "{}", text);
+  if (!coloured_ || style == Style::plain) return printable(text);
+  return fmt::format(look_of(style), "{}", printable(text));
 }
 
 void Terminal::line(std::string_view text) {
@@ -94,11 +96,11 @@ void Terminal::heading(std::string_view text) {
 }
 
 void Terminal::paragraph(std::string_view text, size_t indent) {
-  for (const std::string& part : wrap(text, width_ - indent)) line(std::string(indent, ' ') + part);
+  for (const std::string& part : wrap(printable(text), width_ - indent)) line(std::string(indent, ' ') + part);
 }
 
 void Terminal::quote_line(std::string_view text, size_t width) {
-  for (const std::string& part : wrap(text, width)) {
+  for (const std::string& part : wrap(printable(text), width)) {
     const std::string quoted = "    | " + part;
     line(styled(quoted.substr(0, quoted.find_last_not_of(' ') + 1), Style::quiet));
   }

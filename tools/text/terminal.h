@@ -32,9 +32,9 @@ class Terminal {
 
   bool is_interactive() const { return interactive_; }
   size_t width() const { return width_; }
+  // Text may be of others: its control characters are shown, not sent. Only line() takes what styled() made.
   std::string styled(std::string_view text, Style style) const;
-
-  void line(std::string_view text = {});
+  void line(std::string_view text = {});  ///< of our own words
   void heading(std::string_view text);
   void paragraph(std::string_view text, size_t indent = 2);  ///< wrapped
   void quote(std::string_view text);                         ///< text of others, behind a bar
