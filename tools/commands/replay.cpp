@@ -80,11 +80,9 @@ void print_replay(Terminal& terminal, const Frames& frames, const Replay& replay
   print_frames(terminal, frames, replay);
   warn_of_empty_frames(terminal, frames);
   if (!replay.record) {
-    terminal.paragraph(
-        fmt::format("{}: {} of the eleven that a run takes; ten are summed, the eleventh judges",
-                    terminal.styled(outcome_name(outcome_of(replay)), Style::bad),
-                    counted(frames.size(), "frame")),
-        0);
+    terminal.line(fmt::format("{}: {}; ten are summed, the eleventh judges",
+                              terminal.styled(outcome_name(outcome_of(replay)), Style::bad),
+                              counted(frames.size(), "frame")));
     return;
   }
   const auto& [record, margin] = *replay.record;

@@ -383,7 +383,7 @@ struct Opened {
   std::string digest = {};  ///< of a file, as it was given
 };
 
-Opened opened(const std::string& path, const InputOptions& options) {
+Opened opened(const std::string& path, bool with_digest) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (path != "-" && status.type() == fs::file_type::not_found)
@@ -392,7 +392,7 @@ Opened opened(const std::string& path, const InputOptions& options) {
     return {path, without_outer_folders(FileTree::of_folder(path))};
   FileContent content = read_file(path);
   if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
-  const std::string digest = options.with_digests ? sha256_of(content.bytes) : "";
+  const std::string digest = with_digest ? sha256_of(content.bytes) : "";
   if (!is_packed(content.bytes)) return {path, std::move(content.bytes), digest};
   auto inner = unpacked(path, content.bytes);
   if (auto* tree = std::get_if<FileTree>(&inner)) *tree = without_outer_folders(std::move(*tree));
@@ -451,7 +451,7 @@ Phone phone_of_bytes(const std::string& name, Bytes bytes, const InputOptions& o
 Phone open_phone_of(const InputOptions& options) {
   std::vector<Opened> inputs;
   for (const std::string& path : options.paths) {
-    inputs.push_back(opened(path, options));
+    inputs.push_back(opened(path, options.with_digests));
     check_kind(inputs.back(), options);
   }
   Phone phone{.name = fmt::format("{}", fmt::join(options.paths, " "))};

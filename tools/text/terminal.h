@@ -31,8 +31,8 @@ class Terminal {
   Terminal& operator=(const Terminal&) = delete;
 
   bool is_interactive() const { return interactive_; }
-  // Text may be of others: its control characters are shown, not sent. Only line() takes what styled() made.
   size_t width() const { return width_; }
+  // Text may be of others: its control characters are shown, not sent. Only line() takes what styled() made.
   std::string styled(std::string_view text, Style style) const;
   void line(std::string_view text = {});  ///< of our own words
   void heading(std::string_view text);
