@@ -30,6 +30,9 @@ bool is_stream(const fs::path& path) {
 FileContent read_all(int fd, size_t limit) {
   FileContent content;
   constexpr size_t kPart = 64 * 1024;
+  struct stat status = {};
+  const bool has_size = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+  if (has_size) content.bytes.reserve(std::min(static_cast<size_t>(status.st_size), limit) + kPart);
   while (true) {
     const size_t size = content.bytes.size();
     content.bytes.resize(size + kPart);
