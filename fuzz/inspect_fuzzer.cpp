@@ -1,7 +1,8 @@
-// Any bytes as any kind of input: recognised, decoded, judged, dumped, packed again and redacted.
+// Any bytes as any kind of input: unpacked, recognised, decoded, judged, dumped, packed again and redacted.
 
 #include <cstdlib>
 
+#include "inspect/archive.h"
 #include "inspect/errors.h"
 #include "inspect/json_form.h"
 #include "inspect/open_phone.h"
@@ -35,6 +36,7 @@ void inspect(const std::string& name, const std::string& kind, const awbcal::Byt
   const awbcal::Packed packed = awbcal::pack_document(awbcal::show_document(phone, true), {});
   if (phone.notes.empty() && packed.files.at(0).bytes != bytes) std::abort();
   awbcal::redact(phone);
+  awbcal::traces_in(phone);
 }
 
 }  // namespace
@@ -43,6 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   const awbcal::Bytes bytes(data + 2, data + size);
   try {
+    if (awbcal::is_packed(bytes)) awbcal::unpacked("x", bytes);
     inspect(kNames[data[0] % std::size(kNames)], kKinds[data[1] % std::size(kKinds)], bytes);
   } catch (const awbcal::InputError&) {
     // A message is an answer.

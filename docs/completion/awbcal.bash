@@ -8,22 +8,31 @@ _awbcal() {
   declare -A options=(
     [demo]="--dir --seed --frames --storage --help"
     [show]="--json --raw $input"
-    [verify]="--json --fuse --require --golden --threshold $input"
-    [explain]="--json --tuning --mesh-tuning --golden --fuse --reboot $input"
+    [verify]="--json --fuse --require --only --ignore --golden --threshold --strict --no-accept $input"
+    [explain]="--json --tuning --mesh-tuning --golden --fuse --reboot --verbose $input"
     [diff]="--json --as-a --as-b --help"
     [pack]="--output --force --seal --seal-only --help"
     [redact]="--output --check --force $input"
+    [help]="--help"
     [replay]="--json --golden --threshold --light-source --format --size --stride --bayer --black --white --grid --help"
   )
   local words=""
   if [ "$COMP_CWORD" -eq 1 ]; then
-    words="${!options[*]} --help --version"
+    words="${!options[*]} --help --version --color"
   elif [[ $word == -* ]]; then
     words=${options[$command]}
   else
     case $previous in
       --as | --as-a | --as-b) words="phone partition export node $kinds" ;;
-      --require | --seal-only) words=$kinds ;;
+      --require | --only | --ignore)
+        # A list, of which the last kind is being typed; it may begin with a camera.
+        local typed=${word%"${word##*[,:]}"}
+        words=" $kinds"
+        words=${words//[[:space:]]/ $typed}
+        ;;
+      --seal-only) words=$kinds ;;
+      --color) words="always auto never" ;;
+      help) words="${!options[*]} exit-codes" ;;
       --base) words="4k 2k" ;;
       --camera | explain) words="main front sub" ;;
       --storage) words="emmc nand" ;;

@@ -217,6 +217,12 @@ TEST_F(AwbcalDemo, KeepsAwayFromFoldersThatItDidNotMake) {
   EXPECT_THAT(refused.output, HasSubstr("not empty"));
   EXPECT_EQ(text("letter.txt"), "dear all");
   EXPECT_EQ(std::distance(fs::directory_iterator(path("")), {}), 1);
+  // Not even in the folder of an earlier demo.
+  ASSERT_EQ(run(in_phone()).exit_code, 0);
+  text_file("phone/data/misc/camera/mine", "keep");
+  EXPECT_THAT(run(in_phone()).output, HasSubstr("holds data/misc/camera/mine, which no demo made"));
+  EXPECT_EQ(text("phone/data/misc/camera/mine"), "keep");
+  EXPECT_TRUE(fs::exists(path("phone/logcat.txt")));
 }
 
 TEST_F(AwbcalDemo, ReplacesAnEarlierDemo) {
@@ -244,8 +250,15 @@ TEST_F(AwbcalDemo, ShowsColourAndProgressOnATerminal) {
   EXPECT_THAT(coloured, HasSubstr("\033[32mPASS\033[0m"));
   EXPECT_THAT(coloured, HasSubstr("\r\033[K  main camera  frame  1"));
 
-  const std::string plain = run_on_terminal(in_phone(), "NO_COLOR=1 TERM=xterm");
-  EXPECT_THAT(plain, Not(HasSubstr("\033[32m")));
+  const std::pair<const char*, bool> rows[] = {
+      {"NO_COLOR=1 TERM=xterm", false}, {"NO_COLOR= TERM=xterm", true}, {"TERM=dumb", false}};
+  for (const auto& [variables, is_coloured] : rows) {
+    const std::string shown = run_on_terminal("verify " + path("phone"), variables);
+    EXPECT_EQ(shown.find("\033[32mgood") != shown.npos, is_coloured) << variables;
+  }
+  EXPECT_THAT(run("verify --color=always " + path("phone")).output, HasSubstr("\033[32mgood\033[0m"));
+  EXPECT_THAT(run_on_terminal("--color never verify " + path("phone"), "TERM=xterm"),
+              Not(HasSubstr("\033[")));
 }
 
 }  // namespace

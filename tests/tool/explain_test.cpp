@@ -23,10 +23,16 @@ TEST_F(Explain, TellsWhichSourceALoaderTookAndWhyTheOthersLost) {
                         "                export      not read: the cache file opens first; bad CRC\n"));
   EXPECT_THAT(story.output,
               HasSubstr("  dual_flash    cache file  absent\n                export      taken; good\n"));
-  EXPECT_THAT(story.output,
-              HasSubstr("    | [AWB Calibration] read from file OK: /data/misc/camera/awb_cal\n"));
-  EXPECT_THAT(story.output, HasSubstr("use new white points"));
+  EXPECT_THAT(story.output, HasSubstr("golden sample 0.7539, 0.5625 assumed: give --golden\n"));
+  EXPECT_EQ(story.output.rfind("White balance corrected: the AWB record was used, which is good\n", 0), 0U);
+  EXPECT_THAT(story.output, ::testing::Not(HasSubstr("    | ")));
   EXPECT_LE(longest_line(story.output), 80U);
+  const Outcome log = run("explain -v main " + path("phone"));
+  EXPECT_THAT(log.output,
+              HasSubstr("    | [AWB Calibration] read from file OK: /data/misc/camera/awb_cal\n"));
+  EXPECT_THAT(log.output,
+              HasSubstr("    | [AWB Calibration] valid bit and fuseID pass, use new white points\n"));
+  EXPECT_GT(longest_line(log.output), 80U) << "a line that was broken cannot be searched for";
 }
 
 // Real phones have properties that no property service of old would hold.
@@ -36,13 +42,43 @@ TEST_F(Explain, StartsACameraWhateverThePropertiesAre) {
             "ro.long=" + std::string(300, 'x') + "\n=nameless\nodd name=\x01\n[half]: [\n");
   const Outcome story = run("explain main " + path("phone"));
   EXPECT_EQ(story.exit_code, 0) << story.output;
-  EXPECT_THAT(story.output, HasSubstr("use new white points"));
+  EXPECT_THAT(story.output, HasSubstr("White balance corrected"));
+}
+
+TEST_F(Explain, SaysForEveryCorrectionWhyItWasNotDone) {
+  phone();
+  const std::string cache = "phone/data/misc/camera/awb_cal";
+  Bytes node(4000);
+  put(node, 0, awb());
+  file("phone/sys/android_camera_awb_cal/awb_cal", node);
+  constexpr uint32_t kOther[4] = {1, 2, 3, 4};
+  const std::pair<Bytes, const char*> rows[] = {
+      {awb(3099, 800, 600, kOther),
+       "White balance NOT corrected: the AWB record belongs to another module: fuse ID 00000001 00000002 00000003 "
+       "00000004; fitted is fuse ID 11223344 55667788 99aabbcc ddeeff01 (fifth of five tests); without "
+       "data/misc/camera/awb_cal the camera would load the export's, which is good"},
+      {awb(4099), "(fourth of five tests)"},
+      {damaged(awb(), 5), "(third of five tests)"},
+      {Bytes(9, 1),
+       "is truncated: expected 32 bytes, found 9 bytes (second of five tests); without data/misc"},
+      {Bytes(32), "(first of five tests); without data/misc"}};
+  for (const auto& [bytes, sentence] : rows) {
+    file(cache, bytes);
+    const Outcome story = run("explain main " + path("phone"));
+    EXPECT_TRUE(story.tells(sentence)) << sentence << story.output;
+  }
+  fs::remove(path(cache));
+  fs::create_directories(path(cache));
+  const Outcome unknown = run("explain main " + path("phone"));
+  EXPECT_EQ(unknown.exit_code, 2);
+  EXPECT_TRUE(unknown.tells("White balance: not known, because its AWB record cannot be read"))
+      << unknown.output;
 }
 
 TEST_F(Explain, NamesTheTestThatRefusedARecord) {
   phone();
   file("phone/data/misc/camera/awb_cal", awb(4099));
-  const Outcome story = run("explain main " + path("phone"));
+  const Outcome story = run("explain -v main " + path("phone"));
   EXPECT_THAT(unwrapped(story.output),
               HasSubstr("taken; unknown version (record.version: expected valid word 99,"));
   EXPECT_THAT(unwrapped(story.output),

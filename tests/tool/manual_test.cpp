@@ -51,9 +51,10 @@ TEST(Manual, HasAPageAndACompletionForEveryOption) {
 
 TEST(Manual, NamesEveryCommand) {
   std::set<std::string> commands(std::begin(kCommands), std::end(kCommands));
-  EXPECT_EQ(matches(run("--help").output, "\n  ([a-z]+)  "), commands);
   EXPECT_EQ(matches(page("awbcal"), "awbcal-([a-z]+) 1"), commands);
-  commands.insert({"--help", "--version"});
+  commands.insert("help");
+  EXPECT_EQ(matches(run("--help").output, "\n  ([a-z]+)  "), commands);
+  commands.insert({"--help", "--version", "--color"});
   EXPECT_EQ(completions("\"\"", 1), commands);
 }
 
@@ -61,11 +62,29 @@ TEST(Manual, OffersTheValuesOfAnOption) {
   EXPECT_EQ(completions("show --base \"\"", 3), (std::set<std::string>{"2k", "4k"}));
   EXPECT_EQ(completions("explain \"\"", 2), (std::set<std::string>{"front", "main", "sub"}));
   EXPECT_EQ(completions("pack --seal-only gy", 3), (std::set<std::string>{"gyro"}));
+  EXPECT_EQ(completions("verify --require awb,ae", 3), (std::set<std::string>{"awb,aec"}));
+  EXPECT_EQ(completions("verify --only front:gy", 3), (std::set<std::string>{"front:gyro"}));
+}
+
+// The exit codes stand in the program and in the manual.
+TEST(Manual, HasOneTableOfExitCodes) {
+  const Outcome help = run("help exit-codes");
+  EXPECT_EQ(help.exit_code, 0);
+  std::string pages = page("awbcal");
+  pages = pages.substr(pages.find("EXIT STATUS"));
+  EXPECT_EQ(matches(help.output, "\n  ([0-9])  "), matches(pages, "It ([0-9])\n"));
+  for (const char* text :
+       {"Nothing to judge: no record,", "Judged not good: FAIL,", "Could not be done, or cannot"}) {
+    EXPECT_TRUE(help.tells(text)) << text;
+    EXPECT_THAT(pages, ::testing::HasSubstr(text));
+  }
 }
 
 TEST(Manual, RefusesToRunWithoutACommand) {
   EXPECT_EQ(run("").exit_code, 2);
   EXPECT_EQ(run("rubbish").exit_code, 2);
+  EXPECT_EQ(run("shw x").output, "awbcal: no such command: \"shw\"; did you mean \"show\"?\n");
+  EXPECT_EQ(run("help show").output.substr(0, 40), run("show --help").output.substr(0, 40));
   EXPECT_EQ(run("--help").exit_code, 0);
   EXPECT_THAT(run("--version").output, ::testing::MatchesRegex("awbcal [0-9.]+( \\([0-9a-f]+\\))?\n"));
 }

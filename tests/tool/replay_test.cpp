@@ -56,8 +56,9 @@ TEST_F(Replay, JudgesAStreamWithItsMargin) {
   const Outcome good =
       run("replay " + text_file("a.csv", csv(11, 800)) + " --golden 0.75,0.5625 --threshold 10");
   EXPECT_EQ(good.exit_code, 0);
-  EXPECT_THAT(good.output,
-              HasSubstr("   11     1000     0       0  0.7812  0.5625  0.0312      42 %  judges\n"));
+  EXPECT_THAT(
+      good.output,
+      HasSubstr("   11     1000     0       0  0.7812  0.5625  0.0312      42 %  judges  a.csv:12\n"));
   EXPECT_THAT(good.output, HasSubstr("Record: valid word 3099, R/G 800 (0.7812), B/G 576 (0.5625)\n"
                                      "PASS: 0.0312 from the golden sample, 0.0750 allowed (42 % of it)\n"));
   const Outcome bad = run("replay " + path("a.csv") + " --golden 0.75,0.5625 --threshold 4 --light-source 2");
@@ -95,18 +96,44 @@ TEST_F(Replay, ShowsTheWrappedMeanThatTheLibraryLogs) {
 
 TEST_F(Replay, GivesNoVerdictOnTenFrames) {
   const Outcome none = run("replay " + text_file("a.csv", csv(10, 800)) + " --golden 0.75,0.5625");
-  EXPECT_EQ(none.exit_code, 1);
-  EXPECT_THAT(none.output, HasSubstr("No verdict after 10 frames: ten are summed, the eleventh judges\n"));
+  EXPECT_EQ(none.exit_code, 3);
+  EXPECT_THAT(none.output, HasSubstr("NOTHING TO JUDGE: 10 frames; ten are summed, the eleventh judges\n"));
+}
+
+// On the phone a frame without samples counts, and pulls the mean down: nobody would see why.
+TEST_F(Replay, NamesAFrameThatCountsAsNothing) {
+  text_file("a.csv", csv(5, 800) + "0,0,0\n" + csv(5, 800).substr(20));
+  const Outcome low = run("replay " + path("a.csv") + " --golden 0.75,0.5625");
+  EXPECT_TRUE(low.tells("warning: frame 6 (" + path("a.csv") + ":7) has no usable sample and counts as 0"));
+  EXPECT_THAT(low.output, HasSubstr("R/G 720 (0.7031)"));
+  EXPECT_THAT(run("replay " + path("a.csv") + " --golden 0.75,0.5625 --json").output,
+              HasSubstr("\"is_without_samples\": true"));
+}
+
+TEST_F(Replay, TellsAFormatByNameAndContent) {
+  const auto samples = flat(64, 48, 424, 544, 334);
+  const std::string golden = " --golden 0.75,0.5625";
+  file("x.raw", raw16(samples));
+  file("y", raw10(samples));
+  text_file("z", "\xEF\xBB\xBF" + csv(11, 800));
+  const std::string row = "    1      768     0       0  0.7500  0.5625";
+  EXPECT_THAT(run("replay " + path("x.raw") + golden + " --size 64x48").output, HasSubstr(row));
+  EXPECT_THAT(run("replay " + path("y") + golden + " --size 64x48").output, HasSubstr(row));
+  EXPECT_EQ(run("replay - <" + path("z") + golden).exit_code, 0);
+  EXPECT_THAT(run("replay " + path("y") + golden).output,
+              HasSubstr("neither name nor content says what it is"));
 }
 
 TEST_F(Replay, RefusesWhatItCannotUse) {
   const std::string name = text_file("a.csv", csv(11, 800));
   file("short.raw", Bytes(10));
+  file("long.raw", Bytes(64 * 48 * 2 + 1));
   const std::string raw = path("short.raw") + " --golden 1,1 --format raw16 --size ";
   for (const std::string& arguments :
        {name, name + " --golden 0,1", name + " --golden 1,1 --threshold -1",
-        name + " --golden 1,1 --threshold 1.5", name + " --golden 1,1 --light-source 4",
-        path("no") + " --golden 1,1", raw + "64x48", raw + "0x0", raw + "x", raw + "65x48",
+        name + " --golden 1,1 --threshold 1.5", name + " --golden 1,1 --threshold nan",
+        name + " --golden 1,1 --light-source 4", path("no") + " --golden 1,1", raw + "64x48",
+        path("long.raw") + " --golden 1,1 --format raw16 --size 64x48", raw + "0x0", raw + "x", raw + "65x48",
         name + " --golden 1,1 --format dng"}) {
     const Outcome refused = run("replay " + arguments);
     EXPECT_EQ(refused.exit_code, 2) << arguments << refused.output;

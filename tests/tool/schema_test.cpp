@@ -31,7 +31,9 @@ TEST_F(Schema, DescribesEveryDocument) {
         "verify " + path("mfg.img"), "verify " + path("lsc_cal") + kFuse, "explain main " + path("phone"),
         "explain sub " + path("mfg.img"), "diff " + path("phone") + " " + path("mfg.img"),
         "diff " + path("aec_cal") + " " + path("phone"), "replay --golden 0.75,0.56 " + csv,
-        "replay --golden 0.75,0.56 --threshold 0 " + csv}) {
+        "replay --golden 0.75,0.56 --threshold 0 " + csv, "verify --no-accept --only aec " + path("phone"),
+        "verify " + path("nothing"), std::string("explain top"), std::string("show --bogus"),
+        std::string("rubbish")}) {
     const Outcome validated = validate(arguments + " --json");
     EXPECT_EQ(validated.exit_code, 0) << arguments << "\n" << validated.output;
   }

@@ -1,6 +1,7 @@
 #include "commands/commands.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "run/verification.h"
 
@@ -55,6 +56,39 @@ void show_input(Terminal& terminal, const Phone& phone) {
   if (phone.area) {
     terminal.paragraph(fmt::format("record area at 0x{:x} ({})", phone.area->base, phone.area->reason));
   }
+}
+
+void show_modules(Terminal& terminal, const Modules& modules, const Modules& assumed) {
+  for (const auto& [camera, module] : modules) {
+    terminal.paragraph(fmt::format("{} module: fuse ID {:08x}", camera_name(camera), fmt::join(module, " ")));
+  }
+  for (const auto& [camera, module] : assumed) {
+    terminal.paragraph(fmt::format(
+        "{} module: not known; its record's own fuse ID, {:08x}, is assumed; --fuse says which it is",
+        camera_name(camera), fmt::join(module, " ")));
+  }
+  if (modules.empty() && assumed.empty())
+    terminal.paragraph("modules: not known; --fuse says which are fitted");
+}
+
+Json modules_json(const Modules& modules) {
+  Json json = Json::object();
+  for (const auto& [camera, module] : modules) json[camera_name(camera)] = module;
+  return json;
+}
+
+int exit_code_of(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::pass:
+      return kDone;
+    case Outcome::fail:
+      return kFailed;
+    case Outcome::nothing_to_judge:
+      return kNothing;
+    case Outcome::incomplete:
+      break;
+  }
+  return kBadInput;
 }
 
 std::string pass_or_fail(const Terminal& terminal, bool passed) {

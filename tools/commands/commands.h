@@ -8,14 +8,16 @@
 #include "factory/run_arithmetic.h"
 #include "inspect/json_form.h"
 #include "inspect/open_phone.h"
+#include "run/verification.h"
 #include "text/terminal.h"
 
 namespace awbcal {
 
-// What a script can tell apart.
+// What a script can tell apart: one table for all commands (exit_codes.cpp).
 inline constexpr int kDone = 0;
-inline constexpr int kFailed = 1;    ///< not good, not equal, or not finished
-inline constexpr int kBadInput = 2;  ///< arguments or files that cannot be used
+inline constexpr int kFailed = 1;    ///< judged not good, or different
+inline constexpr int kBadInput = 2;  ///< could not be done, or cannot be known
+inline constexpr int kNothing = 3;   ///< nothing to judge
 
 struct Command {
   CLI::App* app;
@@ -30,6 +32,7 @@ Command add_diff(CLI::App& parent);
 Command add_pack(CLI::App& parent);
 Command add_redact(CLI::App& parent);
 Command add_replay(CLI::App& parent);
+Command add_help(CLI::App& parent);
 
 // ---- what several of them have ----------------------------------------------------------------------------
 
@@ -47,6 +50,12 @@ std::string place_text(const Phone& phone, const FoundRecord& record);
 
 /// The first lines about an input: what it is, and which record area was taken.
 void show_input(Terminal& terminal, const Phone& phone);
+
+/// Which modules are fitted, and where that is only assumed.
+void show_modules(Terminal& terminal, const Modules& modules, const Modules& assumed);
+Json modules_json(const Modules& modules);
+
+int exit_code_of(Outcome outcome);
 
 /// "PASS" or "FAIL", coloured.
 std::string pass_or_fail(const Terminal& terminal, bool passed);

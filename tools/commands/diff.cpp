@@ -27,6 +27,7 @@ struct Diff {
   std::vector<RecordPair> pairs;
 
   bool is_equal() const { return std::ranges::all_of(pairs, &RecordPair::is_equal); }
+  bool is_complete() const { return a.is_complete() && b.is_complete(); }
 };
 
 std::string value_of(const FoundRecord& record, const FieldSpec& field) {
@@ -53,6 +54,21 @@ void print_fields(Terminal& terminal, const RecordPair& pair) {
   if (!equal.empty()) terminal.paragraph(fmt::format("equal: {}", fmt::join(equal, ", ")), 4);
 }
 
+/// Whether the record may be in a part of the phone that cannot be read.
+bool may_hold(const Phone& phone, const RecordPair& pair) {
+  const auto sources = {Source::cache, Source::kernel_export, Source::partition, Source::factory,
+                        Source::file};
+  return std::ranges::any_of(sources, [&](Source source) {
+    return phone.state_of(*pair.spec, pair.camera, source) == State::unreadable;
+  });
+}
+
+std::string only_in(const char* there, const std::string& place, const char* other, bool is_not_known) {
+  return is_not_known
+             ? fmt::format("in {}: {}; in {}: not known, part of it cannot be read", there, place, other)
+             : fmt::format("only in {}: {}", there, place);
+}
+
 void print_pair(Terminal& terminal, const Diff& diff, const RecordPair& pair) {
   terminal.line();
   terminal.line(terminal.styled(record_title(*pair.spec, pair.camera), Style::heading));
@@ -61,15 +77,17 @@ void print_pair(Terminal& terminal, const Diff& diff, const RecordPair& pair) {
     terminal.paragraph("B " + place_text(diff.b, *pair.b));
     print_fields(terminal, pair);
   } else if (pair.a != nullptr) {
-    terminal.paragraph("only in A: " + place_text(diff.a, *pair.a));
+    terminal.paragraph(only_in("A", place_text(diff.a, *pair.a), "B", may_hold(diff.b, pair)));
   } else {
-    terminal.paragraph("only in B: " + place_text(diff.b, *pair.b));
+    terminal.paragraph(only_in("B", place_text(diff.b, *pair.b), "A", may_hold(diff.a, pair)));
   }
 }
 
 void print_diff(Terminal& terminal, const Diff& diff) {
-  terminal.paragraph("A " + diff.a.name, 0);
-  terminal.paragraph("B " + diff.b.name, 0);
+  for (const auto& [name, phone] : {std::pair{"A ", &diff.a}, {"B ", &diff.b}}) {
+    terminal.paragraph(name + phone->name, 0);
+    for (const std::string& unknown : phone->unknown) terminal.paragraph("not known: " + unknown);
+  }
   std::vector<std::string> equal;
   for (const RecordPair& pair : diff.pairs) {
     if (!pair.is_equal()) {
@@ -82,7 +100,7 @@ void print_diff(Terminal& terminal, const Diff& diff) {
   terminal.line();
   if (!equal.empty()) terminal.paragraph(fmt::format("equal: {}", fmt::join(equal, ", ")), 0);
   const size_t different = diff.pairs.size() - equal.size();
-  terminal.line(different == 0 ? "no difference"
+  terminal.line(different == 0 ? diff.is_complete() ? "no difference" : "no difference in what can be read"
                                : counted(different, "record") + (different == 1 ? " differs" : " differ"));
 }
 
@@ -123,7 +141,8 @@ Json diff_json(const Diff& diff) {
   return document;
 }
 
-int run_diff(const DiffArguments& arguments, Terminal& terminal) {
+int run_diff(DiffArguments& arguments, Terminal& terminal) {
+  arguments.a.with_digests = arguments.b.with_digests = arguments.json;
   Diff diff{open_phone_of(arguments.a), open_phone_of(arguments.b), {}};
   diff.pairs = pair_records(diff.a, diff.b);
   if (arguments.json) {
@@ -131,6 +150,7 @@ int run_diff(const DiffArguments& arguments, Terminal& terminal) {
   } else {
     print_diff(terminal, diff);
   }
+  if (!diff.is_complete()) return kBadInput;
   return diff.is_equal() ? kDone : kFailed;
 }
 

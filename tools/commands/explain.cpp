@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -15,10 +16,15 @@ namespace awbcal {
 
 namespace {
 
+/// Typical of a camera: for those who do not know theirs.
+constexpr calib::GoldenRatios kAssumedGolden{0.7539F, 0.5625F};
+
 struct ExplainArguments {
   InputOptions input;
-  ExplainQuestion question = {.golden = {0.7539F, 0.5625F}};
+  ExplainQuestion question;
+  std::optional<calib::GoldenRatios> golden;
   Modules modules;
+  bool verbose = false;
   bool json = false;
 };
 
@@ -32,19 +38,35 @@ void print_sources(Terminal& terminal, const Explanation& explanation) {
   table.print(terminal, 2);
 }
 
-void print_explanation(Terminal& terminal, const Phone& phone, calib::Camera camera,
-                       const Explanation& explanation) {
-  show_input(terminal, phone);
-  terminal.heading(fmt::format("{} camera: where its records come from", camera_name(camera)));
-  print_sources(terminal, explanation);
+void print_answer(Terminal& terminal, const ExplainArguments& arguments, const Explanation& explanation) {
+  for (const CorrectionStory& story : explanation.corrections) terminal.paragraph(story.sentence, 0);
+  if (!arguments.golden) {
+    terminal.paragraph(fmt::format("golden sample {:.4f}, {:.4f} assumed: give --golden",
+                                   arguments.question.golden.rg, arguments.question.golden.bg),
+                       0);
+  }
+}
+
+void print_log(Terminal& terminal, const Explanation& explanation) {
   for (const LibraryCall& call : explanation.calls) {
     terminal.heading(call.function);
-    for (const phone::LogLine& line : call.log) {
-      terminal.quote((is_error(line) ? "(error) " : "") + line.text);
-    }
+    for (const phone::LogLine& line : call.log)
+      terminal.log_line((is_error(line) ? "(error) " : "") + line.text);
   }
+}
+
+void print_explanation(Terminal& terminal, const Phone& phone, const ExplainArguments& arguments,
+                       const Explanation& explanation) {
+  print_answer(terminal, arguments, explanation);
+  terminal.line();
+  show_input(terminal, phone);
+  show_modules(terminal, arguments.question.modules, explanation.assumed);
+  terminal.heading(
+      fmt::format("{} camera: where its records come from", camera_name(arguments.question.camera)));
+  print_sources(terminal, explanation);
   terminal.heading("The tuning before, after, ratio");
   show_tuning(terminal, explanation.before, explanation.after);
+  if (arguments.verbose) print_log(terminal, explanation);
 }
 
 /// A number, or its name where JSON has none for it.
@@ -60,13 +82,39 @@ Json call_json(const LibraryCall& call) {
   return {{"function", call.function}, {"log", std::move(lines)}};
 }
 
-Json explanation_json(const Phone& phone, calib::Camera camera, const Explanation& explanation) {
+const char* result_name(const CorrectionStory& story) {
+  if (!story.is_known) return "not known";
+  if (story.acceptance == Acceptance::accepted) return "done";
+  return story.acceptance == Acceptance::refused ? "refused" : "not reached";
+}
+
+Json correction_json(const CorrectionStory& story) {
+  return {{"effect", story.reader->effect},
+          {"function", story.reader->function},
+          {"kind", story.spec->id},
+          {"result", result_name(story)},
+          {"refused_by_rule", story.rule == nullptr ? Json(nullptr) : Json(story.rule)},
+          {"refused_by_test", story.test == 0 ? Json(nullptr) : Json(story.test)},
+          {"sentence", story.sentence}};
+}
+
+Json explanation_json(const Phone& phone, const ExplainArguments& arguments, const Explanation& explanation) {
+  const auto [golden_rg, golden_bg] = arguments.question.golden;
   Json document = json_document("explain");
   document["input"] = json_of(phone);
-  document["camera"] = camera_name(camera);
+  document["camera"] = camera_name(arguments.question.camera);
+  document["modules"] = modules_json(arguments.question.modules);
+  document["assumed_modules"] = modules_json(explanation.assumed);
+  document["golden"] = {{"rg", golden_rg}, {"bg", golden_bg}, {"assumed", !arguments.golden}};
+  document["corrections"] = Json::array();
+  for (const CorrectionStory& story : explanation.corrections)
+    document["corrections"].push_back(correction_json(story));
   document["sources"] = Json::array();
   for (const SourceStory& story : explanation.sources) {
-    document["sources"].push_back({{"kind", story.spec->id}, {"source", story.place}, {"fate", story.fate}});
+    document["sources"].push_back({{"kind", story.spec->id},
+                                   {"source", story.place},
+                                   {"state", state_name(story.state)},
+                                   {"fate", story.fate}});
   }
   document["calls"] = Json::array();
   for (const LibraryCall& call : explanation.calls) document["calls"].push_back(call_json(call));
@@ -85,16 +133,20 @@ int run_explain(ExplainArguments& arguments, Terminal& terminal) {
   ExplainQuestion& question = arguments.question;
   // A file that does not name its camera is of the one that is asked for.
   if (!arguments.input.camera) arguments.input.camera = question.camera;
+  arguments.input.with_digests = arguments.json;
   const Phone phone = open_phone_of(arguments.input);
+  question.golden = arguments.golden.value_or(kAssumedGolden);
   question.modules = arguments.modules;
   question.modules.merge(modules_of(phone));
   const Explanation explanation = explain(phone, question);
   if (arguments.json) {
-    print_json(explanation_json(phone, question.camera, explanation));
+    print_json(explanation_json(phone, arguments, explanation));
   } else {
-    print_explanation(terminal, phone, question.camera, explanation);
+    print_explanation(terminal, phone, arguments, explanation);
   }
-  return kDone;
+  const bool is_known =
+      phone.is_complete() && std::ranges::all_of(explanation.corrections, &CorrectionStory::is_known);
+  return is_known ? kDone : kBadInput;
 }
 
 }  // namespace
@@ -110,13 +162,14 @@ Command add_explain(CLI::App& parent) {
       ->type_name("");
   add_input_options(*app, arguments->input);
   add_fuse_option(*app, arguments->modules);
-  add_golden_option(*app, question.golden)->default_str("0.7539,0.5625");
+  add_golden_option(*app, arguments->golden);
   app->add_option("--tuning", question.tuning_file, "AWB tuning block to correct; otherwise a typical one")
       ->type_name("FILE");
   app->add_option("--mesh-tuning", question.mesh_tuning_file,
                   "Sensor's tuning block with the meshes; otherwise a typical one")
       ->type_name("FILE");
   app->add_flag("--reboot", question.reboot, "First let the kernel read the partition anew");
+  app->add_flag("-v,--verbose", arguments->verbose, "Print what the library logged as well");
   add_json_option(*app, arguments->json);
   return {app, [arguments](Terminal& terminal) { return run_explain(*arguments, terminal); }};
 }

@@ -119,6 +119,14 @@ void add_json_option(CLI::App& app, bool& json) {
   app.add_flag("--json", json, "Print JSON instead of text");
 }
 
+void add_colour_option(CLI::App& app, Colour& colour) {
+  app.add_option("--color", colour, "When to colour: always, auto or never")
+      ->transform(named_values<Colour>(
+          {{"always", Colour::always}, {"auto", Colour::by_itself}, {"never", Colour::never}}))
+      ->default_str("auto")
+      ->type_name("WHEN");
+}
+
 CLI::Option* add_golden_option(CLI::App& app, calib::GoldenRatios& golden) {
   return add_golden(app, [&golden](calib::GoldenRatios ratios) { golden = ratios; });
 }
@@ -127,9 +135,9 @@ CLI::Option* add_golden_option(CLI::App& app, std::optional<calib::GoldenRatios>
   return add_golden(app, [&golden](calib::GoldenRatios ratios) { golden = ratios; });
 }
 
-void add_threshold_option(CLI::App& app, uint32_t& percent) {
-  app.add_option("--threshold", percent, "Percent of the golden sample allowed")
-      ->check(whole_number(0, 1000))
+CLI::Option* add_threshold_option(CLI::App& app, uint32_t& percent) {
+  return app.add_option("--threshold", percent, "Percent of the golden sample allowed")
+      ->check(whole_number(0, INT32_MAX))
       ->type_name("PERCENT");
 }
 

@@ -10,6 +10,7 @@
 #include "inspect/open_phone.h"
 #include "inspect/verdict.h"
 #include "records/golden_sample.h"
+#include "text/terminal.h"
 
 namespace awbcal {
 
@@ -39,9 +40,10 @@ CLI::App* add_command(CLI::App& parent, const char* name, const char* descriptio
 void add_input_options(CLI::App& app, InputOptions& options);
 
 void add_json_option(CLI::App& app, bool& json);
+void add_colour_option(CLI::App& app, Colour& colour);
 CLI::Option* add_golden_option(CLI::App& app, calib::GoldenRatios& golden);
 CLI::Option* add_golden_option(CLI::App& app, std::optional<calib::GoldenRatios>& golden);
-void add_threshold_option(CLI::App& app, uint32_t& percent);
+CLI::Option* add_threshold_option(CLI::App& app, uint32_t& percent);
 
 /// "1,2,3,4" for all cameras, or "front=1,2,3,4"; decimal, or hexadecimal with 0x.
 void add_fuse_option(CLI::App& app, Modules& modules);

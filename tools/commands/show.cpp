@@ -79,7 +79,8 @@ int answer(const Phone& phone) {
   return phone.is_complete() ? kDone : kBadInput;
 }
 
-int show(const ShowArguments& arguments, Terminal& terminal) {
+int show(ShowArguments& arguments, Terminal& terminal) {
+  arguments.input.with_digests = arguments.json;
   const Phone phone = open_phone_of(arguments.input);
   if (arguments.json) {
     print_json(show_document(phone, arguments.raw));

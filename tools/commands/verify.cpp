@@ -22,16 +22,33 @@ struct VerifyArguments {
   bool json = false;
 };
 
-RequiredKind parse_required(const std::string& text) {
+KindChoice parse_choice(const std::string& option, const std::string& text) {
   const size_t colon = text.find(':');
   const std::string kind = colon == std::string::npos ? text : text.substr(colon + 1);
-  RequiredKind required{record_spec_of_id(kind), std::nullopt};
-  if (required.spec == nullptr) throw CLI::ValidationError("--require", "no such kind: " + text);
-  if (colon != std::string::npos) {
-    required.camera = camera_of_name(text.substr(0, colon));
-    if (!required.camera) throw CLI::ValidationError("--require", "no such camera: " + text);
+  KindChoice choice{record_spec_of_id(kind), std::nullopt};
+  if (choice.spec == nullptr) {
+    throw CLI::ValidationError(
+        option, fmt::format("no such kind: \"{}\"; known are {}", kind, fmt::join(kind_ids(), ", ")));
   }
-  return required;
+  if (colon != std::string::npos) {
+    choice.camera = camera_of_name(text.substr(0, colon));
+    if (!choice.camera) throw CLI::ValidationError(option, fmt::format("no such camera: \"{}\"", text));
+  }
+  return choice;
+}
+
+void add_choice_option(CLI::App& app, const std::string& name, std::vector<KindChoice>& choices,
+                       const char* description) {
+  app.add_option_function<std::vector<std::string>>(
+         name,
+         [name, &choices](const std::vector<std::string>& texts) {
+           for (const std::string& text : texts) choices.push_back(parse_choice(name, text));
+         },
+         description)
+      ->delimiter(',')
+      ->expected(1)
+      ->take_all()
+      ->type_name("KINDS");
 }
 
 // ---- text -------------------------------------------------------------------------------------------------
@@ -40,7 +57,9 @@ void print_answers(Terminal& terminal, const std::vector<Answer>& answers, Accep
                    const char* what) {
   std::vector<std::string> names;
   for (const Answer& answer : answers) {
-    if (answer.acceptance == acceptance) names.emplace_back(answer.reader->function);
+    // A refusal of whatever comes says nothing of this record: print_never_passes().
+    const bool is_of_record = answer.reader->never_passes == nullptr || acceptance != Acceptance::refused;
+    if (answer.acceptance == acceptance && is_of_record) names.emplace_back(answer.reader->function);
   }
   if (!names.empty()) terminal.paragraph(fmt::format("{} {}", what, fmt::join(names, ", ")), 6);
 }
@@ -49,8 +68,9 @@ void print_record(Terminal& terminal, const Phone& phone, const VerifiedRecord& 
   const RecordVerdict& verdict = verified.verdict;
   const Finding& finding = verdict.finding;
   const bool is_good = finding.verdict == Verdict::good;
-  const std::string name = verdict_name(finding.verdict);
-  terminal.line(fmt::format("  {}{}{}", terminal.styled(name, is_good ? Style::good : Style::bad),
+  const std::string name =
+      verified.is_out_of_limit() && is_good ? "out of limit" : verdict_name(finding.verdict);
+  terminal.line(fmt::format("  {}{}{}", terminal.styled(name, verified.is_good() ? Style::good : Style::bad),
                             std::string(25 - name.size(), ' '), record_title(*verdict.spec, verdict.camera)));
   terminal.paragraph(verdict.record != nullptr ? place_text(phone, *verdict.record) : verdict.file, 6);
   terminal.paragraph(is_good ? finding.found
@@ -58,7 +78,11 @@ void print_record(Terminal& terminal, const Phone& phone, const VerifiedRecord& 
                                            finding.expected, finding.found),
                      6);
   for (const std::string& other : verdict.others) terminal.paragraph(other, 6);
-  if (verified.margin) terminal.paragraph(margin_text(*verified.margin), 6);
+  if (verified.margin) {
+    terminal.paragraph(fmt::format("{}{}", verified.is_out_of_limit() ? "out of limit: " : "",
+                                   margin_text(*verified.margin)),
+                       6);
+  }
   print_answers(terminal, verified.answers, Acceptance::accepted, "accepted by");
   print_answers(terminal, verified.answers, Acceptance::refused, "refused by");
   print_answers(terminal, verified.answers, Acceptance::not_reached, "not reached by");
@@ -80,29 +104,48 @@ void print_missing(Terminal& terminal, const Verification& verification, Verdict
   }
 }
 
+/// "12 good, 2 not, 1 unreadable, 3 left out"
 std::string summary(const Verification& verification) {
-  const auto failing = std::ranges::count_if(verification.records, &VerifiedRecord::fails);
-  const auto good = std::ranges::count_if(verification.records, [](const VerifiedRecord& verified) {
-    return verified.verdict.finding.verdict == Verdict::good;
-  });
-  return failing == 0 ? fmt::format("{} good", good) : fmt::format("{} good, {} not", good, failing);
+  const std::vector<VerifiedRecord>& records = verification.records;
+  const auto unreadable =
+      std::ranges::count_if(records, [](const VerifiedRecord& each) { return each.is(Verdict::unreadable); });
+  const auto bad = std::ranges::count_if(
+      records, [](const VerifiedRecord& each) { return each.is_bad() || each.is(Verdict::truncated); });
+  std::string text = fmt::format("{} good", std::ranges::count_if(records, &VerifiedRecord::is_good));
+  if (bad > 0) text += fmt::format(", {} not", bad);
+  if (unreadable > 0) text += fmt::format(", {} unreadable", unreadable);
+  if (verification.left_out > 0) text += fmt::format(", {} left out", verification.left_out);
+  return text;
+}
+
+/// The functions that were asked and can accept nothing, each once with its reason.
+std::map<std::string, std::string> never_passing(const Verification& verification) {
+  std::map<std::string, std::string> reasons;
+  for (const VerifiedRecord& verified : verification.records) {
+    for (const auto& [reader, acceptance] : verified.answers) {
+      if (reader->never_passes != nullptr) reasons.emplace(reader->function, reader->never_passes);
+    }
+  }
+  return reasons;
 }
 
 void print_verification(Terminal& terminal, const Phone& phone, const Modules& modules,
                         const Verification& verification) {
   show_input(terminal, phone);
-  for (const auto& [camera, module] : modules) {
-    terminal.paragraph(fmt::format("{} module: fuse ID {:08x}", camera_name(camera), fmt::join(module, " ")));
-  }
-  if (modules.empty()) terminal.paragraph("modules: not known; give their fuse IDs with --fuse");
+  show_modules(terminal, modules, verification.assumed);
   terminal.line();
   for (const VerifiedRecord& verified : verification.records) {
     if (!verified.verdict.is_missing()) print_record(terminal, phone, verified);
   }
   print_missing(terminal, verification, Verdict::blank);
   print_missing(terminal, verification, Verdict::absent);
+  for (const auto& [function, reason] : never_passing(verification))
+    terminal.paragraph(fmt::format("note: {} {}", function, reason));
   terminal.line();
-  terminal.line(fmt::format("{}: {}", pass_or_fail(terminal, verification.passed()), summary(verification)));
+  const Outcome outcome = verification.outcome();
+  terminal.line(fmt::format(
+      "{}: {}", terminal.styled(outcome_name(outcome), outcome == Outcome::pass ? Style::good : Style::bad),
+      summary(verification)));
 }
 
 // ---- JSON -------------------------------------------------------------------------------------------------
@@ -131,23 +174,28 @@ Json record_json(const Phone& phone, const VerifiedRecord& verified) {
         is_reached ? Json(answer.acceptance == Acceptance::accepted) : Json(nullptr);
   }
   if (verified.margin) json["margin"] = margin_json(*verified.margin);
+  json["is_good"] = verified.is_good();
   return json;
 }
 
 Json verification_json(const Phone& phone, const Modules& modules, const Verification& verification) {
   Json document = json_document("verify");
   document["input"] = json_of(phone);
-  document["modules"] = Json::object();
-  for (const auto& [camera, module] : modules) document["modules"][camera_name(camera)] = module;
+  document["modules"] = modules_json(modules);
+  document["assumed_modules"] = modules_json(verification.assumed);
   document["verdicts"] = Json::array();
   for (const VerifiedRecord& verified : verification.records) {
     document["verdicts"].push_back(record_json(phone, verified));
   }
-  document["result"] = verification.passed() ? "PASS" : "FAIL";
+  document["never_passing"] = never_passing(verification);
+  document["left_out"] = verification.left_out;
+  document["result"] = outcome_name(verification.outcome());
+  document["exit_code"] = exit_code_of(verification.outcome());
   return document;
 }
 
 int run_verify(VerifyArguments& arguments, Terminal& terminal) {
+  arguments.input.with_digests = arguments.json;
   const Phone phone = open_phone_of(arguments.input);
   Modules& modules = arguments.question.modules;
   modules.merge(modules_of(phone));
@@ -157,7 +205,7 @@ int run_verify(VerifyArguments& arguments, Terminal& terminal) {
   } else {
     print_verification(terminal, phone, modules, verification);
   }
-  return verification.passed() ? kDone : kFailed;
+  return exit_code_of(verification.outcome());
 }
 
 }  // namespace
@@ -168,20 +216,22 @@ Command add_verify(CLI::App& parent) {
   CLI::App* app = add_command(parent, "verify", "Judge every record: PASS or FAIL");
   add_input_options(*app, arguments->input);
   add_fuse_option(*app, question.modules);
-  app->add_option_function<std::vector<std::string>>(
-         "--require",
-         [&question](const std::vector<std::string>& texts) {
-           for (const std::string& text : texts) question.required.push_back(parse_required(text));
-         },
-         "Kinds that must be there, as awb,aec or front:awb")
-      ->delimiter(',')
-      ->expected(1)
-      ->take_all()
-      ->type_name("KINDS");
+  add_choice_option(*app, "--require", question.required,
+                    "Kinds that must be there, as awb,aec or front:awb");
+  add_choice_option(*app, "--only", question.only, "Kinds to judge; the others are left out");
+  add_choice_option(*app, "--ignore", question.ignored, "Kinds to leave out");
   add_golden_option(*app, question.golden);
-  add_threshold_option(*app, question.threshold);
+  const CLI::Option* threshold = add_threshold_option(*app, question.threshold);
+  app->add_flag("--strict", question.is_strict, "Fail what the gyro record lies over, too");
+  app->add_flag_callback(
+      "--no-accept", [&question] { question.asks_library = false; },
+      "Do not run the library to see who accepts a record");
   add_json_option(*app, arguments->json);
-  return {app, [arguments](Terminal& terminal) { return run_verify(*arguments, terminal); }};
+  return {app, [arguments, threshold](Terminal& terminal) {
+            if (threshold->count() > 0 && !arguments->question.golden)
+              throw CLI::ValidationError("--threshold", "needs --golden: percent of what?");
+            return run_verify(*arguments, terminal);
+          }};
 }
 
 }  // namespace awbcal

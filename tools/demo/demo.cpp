@@ -232,9 +232,13 @@ bool Demo::run(std::vector<Frame> recorded) {
 
 bool run_demo(const DemoOptions& options, Terminal& terminal) {
   std::vector<Frame> recorded;
-  if (!options.frames.empty()) recorded = read_frames(options.frames);
-  const fs::path dir = prepare_demo_folder(options.dir);
-  return Demo(options, terminal, dir).run(std::move(recorded));
+  if (!options.frames.empty()) {
+    for (const FrameLine& each : read_frames(options.frames)) recorded.push_back(each.frame);
+  }
+  const DemoFolder folder(options.dir);
+  const bool is_done = Demo(options, terminal, folder.path()).run(std::move(recorded));
+  folder.keep();
+  return is_done;
 }
 
 }  // namespace awbcal

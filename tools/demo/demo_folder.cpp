@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <set>
 
 #include "inspect/errors.h"
 
@@ -18,7 +19,7 @@ namespace {
 constexpr const char* kMarker = "awbcal-demo.txt";
 constexpr const char* kMarkerText =
     "A virtual phone, made by `awbcal demo`.\n"
-    "The next demo in this folder replaces everything in it.\n";
+    "The next demo in this folder replaces these files, and does nothing if it finds others:\n";
 
 fs::path new_temporary_folder() {
   std::string name = (fs::temp_directory_path() / "awbcal-demo-XXXXXX").string();
@@ -28,32 +29,58 @@ fs::path new_temporary_folder() {
   return name;
 }
 
-void clear(const fs::path& dir) {
-  for (const auto& entry : fs::directory_iterator(dir)) fs::remove_all(entry.path());
+/// Everything below `dir`, links not followed.
+std::set<std::string> contents_of(const fs::path& dir) {
+  std::set<std::string> paths;
+  for (const auto& entry : fs::recursive_directory_iterator(dir))
+    paths.insert(entry.path().lexically_relative(dir).string());
+  return paths;
 }
 
-void prepare_existing(const fs::path& dir) {
+void write_marker(const fs::path& dir, const std::set<std::string>& made) {
+  std::ofstream marker(dir / kMarker);
+  marker << kMarkerText;
+  for (const std::string& path : made) marker << path << "\n";
+  if (!marker.flush()) throw InputError(fmt::format("{}: cannot be written to", dir.string()));
+}
+
+/// What the marker says was made; nothing without one.
+std::set<std::string> made_by_a_demo(const fs::path& dir) {
+  if (!fs::is_regular_file(fs::symlink_status(dir / kMarker))) return {};
+  std::set<std::string> made = {kMarker};
+  std::ifstream marker(dir / kMarker);
+  for (std::string line; std::getline(marker, line);) made.insert(line);
+  return made;
+}
+
+void clear(const fs::path& dir) {
   if (!fs::is_directory(dir)) throw InputError(fmt::format("{}: is not a folder", dir.string()));
-  if (fs::is_empty(dir)) return;
-  if (!fs::exists(dir / kMarker)) {
-    throw InputError(fmt::format(
-        "{}: is not empty and not the phone of an earlier demo; nothing in it was touched", dir.string()));
+  const std::set<std::string> made = made_by_a_demo(dir);
+  for (const std::string& path : contents_of(dir)) {
+    if (made.contains(path)) continue;
+    throw InputError(
+        made.empty()
+            ? fmt::format("{}: is not empty and not the phone of an earlier demo; nothing in it was touched",
+                          dir.string())
+            : fmt::format("{}: holds {}, which no demo made; nothing in it was touched", dir.string(), path));
   }
-  clear(dir);
+  for (const auto& entry : fs::directory_iterator(dir)) fs::remove_all(entry.path());
 }
 
 }  // namespace
 
-fs::path prepare_demo_folder(const fs::path& wanted) {
-  const fs::path dir = wanted.empty() ? new_temporary_folder() : wanted;
-  if (fs::exists(dir)) prepare_existing(dir);
+DemoFolder::DemoFolder(const fs::path& wanted) : path_(wanted.empty() ? new_temporary_folder() : wanted) {
+  if (wanted.empty()) guard_ = std::make_unique<FolderGuard>(path_);
+  if (fs::exists(path_)) clear(path_);
   std::error_code error;
-  fs::create_directories(dir, error);
-  if (error) throw InputError(fmt::format("{}: {}", dir.string(), error.message()));
-  std::ofstream marker(dir / kMarker);
-  marker << kMarkerText;
-  if (!marker.flush()) throw InputError(fmt::format("{}: cannot be written to", dir.string()));
-  return dir;
+  fs::create_directories(path_, error);
+  if (error) throw InputError(fmt::format("{}: {}", path_.string(), error.message()));
+  write_marker(path_, {});
+}
+
+void DemoFolder::keep() const {
+  write_marker(path_, contents_of(path_));
+  if (guard_) guard_->keep();
 }
 
 }  // namespace awbcal

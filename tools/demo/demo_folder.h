@@ -3,12 +3,28 @@
 #define DEMO_DEMO_FOLDER_H
 
 #include <filesystem>
+#include <memory>
+
+#include "run/folder_guard.h"
 
 namespace awbcal {
 
-/// An empty folder for a phone: `wanted`, cleared when an earlier demo made it, or a new temporary one when
-/// `wanted` is empty. Throws InputError for a folder that holds anything else.
-std::filesystem::path prepare_demo_folder(const std::filesystem::path& wanted);
+/// An empty folder for a phone. One that an earlier demo made is cleared, as long as nothing is in it that the demo
+/// did not make.
+class DemoFolder {
+ public:
+  /// `wanted`, or when that is empty a new temporary one, which is gone if the demo does not come to its end. Throws
+  /// InputError, and has touched nothing, for a folder that holds anything else.
+  explicit DemoFolder(const std::filesystem::path& wanted);
+
+  const std::filesystem::path& path() const { return path_; }
+  /// The demo has come to its end: notes what it made, for the next one.
+  void keep() const;
+
+ private:
+  std::filesystem::path path_;
+  std::unique_ptr<FolderGuard> guard_;
+};
 
 }  // namespace awbcal
 

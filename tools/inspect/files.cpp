@@ -118,15 +118,17 @@ std::string write_unfinished(const fs::path& target, std::string_view bytes) {
   return name;
 }
 
-void write_in_folder(const fs::path& folder, const OutputFile& file) {
+/// Into a folder that nobody else knows yet; `target` is what it is to become.
+void write_in_folder(const fs::path& folder, const fs::path& target, const OutputFile& file) {
   const fs::path path = folder / file.path;
-  fs::create_directories(path.parent_path());
-  if (!file.link_target.empty()) {
-    fs::create_symlink(file.link_target, path);
-    return;
-  }
-  const std::string unfinished = write_unfinished(path, text_of(file.bytes));
-  if (rename(unfinished.c_str(), path.c_str()) != 0) cannot_write(path);
+  std::error_code error;
+  fs::create_directories(path.parent_path(), error);
+  if (!error && !file.link_target.empty()) fs::create_symlink(file.link_target, path, error);
+  errno = error.value();
+  if (error) cannot_write(target / file.path);
+  if (!file.link_target.empty()) return;
+  const calib::Descriptor fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666));
+  if (!fd.is_open() || !write_all(fd.get(), text_of(file.bytes))) cannot_write(target / file.path);
 }
 
 /// The old folder goes only after the new one stands in its place.
@@ -199,7 +201,7 @@ void write_folder(const OutputTarget& target, const std::vector<OutputFile>& fil
   try {
     constexpr mode_t kMode = 0777;
     chmod(unfinished.c_str(), allowed_mode(kMode));
-    for (const OutputFile& file : files) write_in_folder(unfinished, file);
+    for (const OutputFile& file : files) write_in_folder(unfinished, path, file);
     mark_as_made_here(unfinished);
     put_in_place(unfinished, path);
   } catch (...) {

@@ -1,10 +1,13 @@
 #include "inspect/json_form.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <cctype>
+#include <ctime>
 
 #include "inspect/verdict.h"
+#include "text/version.h"
 
 namespace awbcal {
 
@@ -129,7 +132,17 @@ Json file_json(const Phone& phone, size_t index) {
 }  // namespace
 
 Json json_document(const char* command) {
-  return {{"awbcal_json", kJsonVersion}, {"command", command}};
+  const Json name = command == nullptr ? Json(nullptr) : Json(command);
+  return {{"awbcal_json", kJsonVersion},
+          {"tool", version_text()},
+          {"time", fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)))},
+          {"command", name}};
+}
+
+Json error_document(const char* command, std::string_view message, int exit_code) {
+  Json document = json_document(command);
+  document["error"] = {{"message", message}, {"exit_code", exit_code}};
+  return document;
 }
 
 Json json_of(std::optional<calib::Camera> camera) {
@@ -138,6 +151,7 @@ Json json_of(std::optional<calib::Camera> camera) {
 
 Json json_of(const Phone& phone) {
   Json json = {{"name", phone.name}, {"kind", layout_name(phone.kind)}};
+  if (!phone.digests.empty()) json["sha256"] = digest_of(phone.digests);
   if (!phone.notes.empty()) json["notes"] = phone.notes;
   if (!phone.is_complete()) json["unknown"] = phone.unknown;
   if (phone.area) json["record_area"] = {{"base", phone.area->base}, {"reason", phone.area->reason}};

@@ -16,9 +16,11 @@ using Json = nlohmann::ordered_json;
 /// The version of everything that --json prints; docs/awbcal.schema.json describes it.
 inline constexpr int kJsonVersion = 1;
 
-/// What every document begins with.
+/// What every document begins with: which build of the tool, when, and the command; null: none was reached.
 Json json_document(const char* command);
-Json json_of(const Phone& phone);  ///< name, kind and record area
+/// The document for a command that could not run.
+Json error_document(const char* command, std::string_view message, int exit_code);
+Json json_of(const Phone& phone);  ///< name, digest, kind and record area
 Json json_of(std::optional<calib::Camera> camera);
 
 /// One line end after it; bytes that are not UTF-8 are replaced.

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 
 #include "inspect/claims.h"
@@ -90,29 +91,33 @@ class FileBuilder {
     if (offset > bytes_.size() || bytes.size() > bytes_.size() - offset) {
       throw InputError(fmt::format("{}: {} lies outside the file's {} bytes", path_, by, bytes_.size()));
     }
-    for (size_t i = 0; i < bytes.size(); ++i) {
-      const size_t at = offset + i;
-      if (given_[at] && bytes_[at] != bytes[i]) {
-        throw InputError(fmt::format("{}: byte 0x{:x}: {} contradicts an earlier value", path_, at, by));
-      }
-      bytes_[at] = bytes[i];
-      given_[at] = true;
-    }
+    check_agrees(offset, bytes, by);
+    std::copy(bytes.begin(), bytes.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(offset));
+    std::fill_n(given_.begin() + static_cast<std::ptrdiff_t>(offset), bytes.size(), uint8_t{1});
   }
 
   void check_complete() const {
-    const auto missing = std::find(given_.begin(), given_.end(), false);
-    if (missing == given_.end()) return;
-    throw InputError(fmt::format("{}: byte 0x{:x} is missing", path_, missing - given_.begin()));
+    const void* missing = given_.empty() ? nullptr : std::memchr(given_.data(), 0, given_.size());
+    if (missing == nullptr) return;
+    throw InputError(fmt::format("{}: byte 0x{:x} is missing", path_,
+                                 static_cast<const uint8_t*>(missing) - given_.data()));
   }
 
   const std::string& path() const { return path_; }
   Bytes& bytes() { return bytes_; }
 
  private:
+  void check_agrees(uint64_t offset, std::span<const uint8_t> bytes, const std::string& by) const {
+    if (bytes.empty() || std::memchr(given_.data() + offset, 1, bytes.size()) == nullptr) return;
+    for (size_t at = offset; at < offset + bytes.size(); ++at) {
+      if (given_[at] != 0 && bytes_[at] != bytes[at - offset])
+        throw InputError(fmt::format("{}: byte 0x{:x}: {} contradicts an earlier value", path_, at, by));
+    }
+  }
+
   std::string path_;
   Bytes bytes_;
-  std::vector<bool> given_;
+  Bytes given_;  ///< 1: the byte is known; searched by memchr(), for a partition has many
 };
 
 struct PlacedRecord {
@@ -126,7 +131,6 @@ struct Packing {
   const PackOptions& options;
   std::vector<FileBuilder> files = {};
   std::vector<PlacedRecord> placed = {};
-  uint64_t total = 0;
 };
 
 Layout layout_at(const Json& json) {
@@ -154,10 +158,8 @@ void add_file(Packing& packing, const Json& json) {
   if (json.contains("unreadable"))
     throw InputError(fmt::format("{}: was unreadable, so its bytes are not known", path));
   const uint64_t size = number_at(json, "size", kLargestFile);
-  packing.total += size;
-  if (packing.files.size() == kMostFiles || packing.total > kLargestTotal) {
-    throw InputError(fmt::format("more than {} files or {} MiB", kMostFiles, kLargestTotal / 1024 / 1024));
-  }
+  if (std::ranges::any_of(packing.files, [&](const FileBuilder& file) { return file.path() == path; }))
+    throw InputError(fmt::format("\"{}\" is there twice", path));
   FileBuilder builder(path, size);
   if (json.contains("text")) {
     const auto text = json.at("text").get<std::string>();
@@ -167,6 +169,16 @@ void add_file(Packing& packing, const Json& json) {
     for (const Json& run : json.at("rest")) add_run(builder, run, given);
   }
   packing.files.push_back(std::move(builder));
+}
+
+/// Before any memory is taken for them.
+void check_total(const Json& files) {
+  uint64_t total = 0;
+  for (const Json& file : files) {
+    total += file.contains("unreadable") ? 0 : number_at(file, "size", kLargestFile);
+    if (total > kLargestTotal || files.size() > kMostFiles)
+      throw InputError(fmt::format("more than {} files or {} MiB", kMostFiles, kLargestTotal / 1024 / 1024));
+  }
 }
 
 size_t file_of(const Packing& packing, const std::string& path) {
@@ -238,6 +250,7 @@ Packed packed(const Json& document, const PackOptions& options) {
   if (version != kJsonVersion)
     throw InputError(fmt::format("version {} of the document: only {} is known", version, kJsonVersion));
   if (document.at("command") != "show") throw InputError(kNoDump);
+  check_total(document.at("files"));
   Packing packing{.options = options};
   for (const Json& file : document.at("files")) add_file(packing, file);
   for (const Json& record : document.at("records")) add_record(packing, record);

@@ -215,7 +215,7 @@ PhoneFile describe(const std::string& path, const std::string& partition) {
   return {.path = path, .layout = layout_of_place(path)};
 }
 
-/// The first file's value stands; another one of a property that decides something here has to be said.
+/// The first file's value stands, but not against another one of a property that decides something here.
 void merge_properties(Phone& phone, const PhoneFile& file) {
   if (!phone.properties) phone.properties.emplace();
   std::map<std::string, std::string> more = phone::parse_properties(text_of(file.content.bytes));
@@ -224,8 +224,8 @@ void merge_properties(Phone& phone, const PhoneFile& file) {
     const std::string& taken = phone.properties->at(name);
     const bool decides = name == kPageSizeProperty || name.find("_fuse") != std::string::npos;
     if (decides && value != taken) {
-      phone.unknown.push_back(
-          fmt::format("{}: {} is {}, and {} in another file", file.path, name, value, taken));
+      throw InputError(fmt::format("{}: {}: {} is {}, and {} in another file", phone.name, file.path, name,
+                                   value, taken));
     }
   }
 }
@@ -287,7 +287,8 @@ void check_folder_link(Phone& phone, const FileTree& tree, const std::string& pa
   phone.may_hold_more = true;
 }
 
-void add_file(Phone& phone, const FileTree& tree, const std::string& path, const std::string& partition) {
+void add_file(Phone& phone, const FileTree& tree, const std::string& path, const std::string& partition,
+              bool with_digest) {
   const FileTree::Entry& entry = tree.entries().at(path);
   PhoneFile file = describe(path, partition);
   if (entry.type == FileTree::Type::link && leads_to_records(path)) check_folder_link(phone, tree, path);
@@ -297,17 +298,19 @@ void add_file(Phone& phone, const FileTree& tree, const std::string& path, const
   file.link_target = entry.target;
   if (file.layout != Layout::other) file.content = tree.read(path);
   if (file.content.trouble) phone.unknown.push_back(fmt::format("{}: {}", path, *file.content.trouble));
+  if (with_digest && file.layout != Layout::other && !file.content.trouble)
+    phone.digests.emplace(path, sha256_of(file.content.bytes));
   if (file.layout == Layout::properties && !file.content.trouble) merge_properties(phone, file);
   if (file.layout == Layout::partition && path.starts_with("dev/mtd/")) take_good_blocks(tree, file);
   add_part(phone, std::move(file));
 }
 
-void add_tree(Phone& phone, const std::string& name, const FileTree& tree) {
+void add_tree(Phone& phone, const std::string& name, const FileTree& tree, bool with_digests) {
   const FoundPartition partition = find_partition(tree);
   phone.notes.insert(phone.notes.end(), partition.notes.begin(), partition.notes.end());
   const size_t before = phone.files.size();
   for (const auto& [path, entry] : tree.entries()) {
-    if (fs::path(path).filename() != kMadeHereMark) add_file(phone, tree, path, partition.path);
+    if (fs::path(path).filename() != kMadeHereMark) add_file(phone, tree, path, partition.path, with_digests);
   }
   phone.unknown.insert(phone.unknown.end(), tree.unreadable().begin(), tree.unreadable().end());
   phone.may_hold_more = phone.may_hold_more || !tree.unreadable().empty() || partition.is_not_known;
@@ -377,9 +380,10 @@ std::string without_packing(const std::string& name) {
 struct Opened {
   std::string name;
   std::variant<Bytes, FileTree> content;
+  std::string digest = {};  ///< of a file, as it was given
 };
 
-Opened opened(const std::string& path) {
+Opened opened(const std::string& path, bool with_digest) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (path != "-" && status.type() == fs::file_type::not_found)
@@ -388,10 +392,11 @@ Opened opened(const std::string& path) {
     return {path, without_outer_folders(FileTree::of_folder(path))};
   FileContent content = read_file(path);
   if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
-  if (!is_packed(content.bytes)) return {path, std::move(content.bytes)};
+  const std::string digest = with_digest ? sha256_of(content.bytes) : "";
+  if (!is_packed(content.bytes)) return {path, std::move(content.bytes), digest};
   auto inner = unpacked(path, content.bytes);
   if (auto* tree = std::get_if<FileTree>(&inner)) *tree = without_outer_folders(std::move(*tree));
-  return {without_packing(path), std::move(inner)};
+  return {without_packing(path), std::move(inner), digest};
 }
 
 /// Where the file of a phone would be, when it was given by itself.
@@ -403,7 +408,10 @@ void give_source(PhoneFile& file) {
 }
 
 void add_input(Phone& phone, Opened& input, const InputOptions& options) {
-  if (const auto* tree = std::get_if<FileTree>(&input.content)) return add_tree(phone, input.name, *tree);
+  const bool of_files = options.with_digests && input.digest.empty();
+  if (!input.digest.empty()) phone.digests.emplace(input.name, input.digest);
+  if (const auto* tree = std::get_if<FileTree>(&input.content))
+    return add_tree(phone, input.name, *tree, of_files);
   Bytes& bytes = std::get<Bytes>(input.content);
   const std::string leaf = fs::path(input.name).filename().string();
   if (options.paths.size() > 1 && layout_of_place(leaf) == Layout::properties) {
@@ -443,7 +451,7 @@ Phone phone_of_bytes(const std::string& name, Bytes bytes, const InputOptions& o
 Phone open_phone_of(const InputOptions& options) {
   std::vector<Opened> inputs;
   for (const std::string& path : options.paths) {
-    inputs.push_back(opened(path));
+    inputs.push_back(opened(path, options.with_digests));
     check_kind(inputs.back(), options);
   }
   Phone phone{.name = fmt::format("{}", fmt::join(options.paths, " "))};

@@ -13,6 +13,7 @@ struct InputOptions {
   std::string as = {};  ///< a layout's name or a record's id; empty: recognise it
   std::optional<uint32_t> base = {};
   std::optional<calib::Camera> camera = {};  ///< of a file that does not name it
+  bool with_digests = false;                 ///< say which bytes were read: for documents that are kept
 };
 
 /// One phone of all inputs. Throws InputError, with the file and the cause, for what cannot be read or recognised

@@ -128,12 +128,16 @@ Modules modules_of(const Phone& phone) {
   if (!phone.properties) return modules;
   for (const Camera camera : kCameras) {
     calib::FuseWords words{};
+    bool is_named = false;
     for (size_t i = 0; i < words.size(); ++i) {
       const auto property =
           phone.properties->find(fmt::format("qor.camera.sensor.{}_fuse{}", camera_name(camera), i + 1));
-      if (property != phone.properties->end()) words[i] = fuse_word_of(property->second);
+      if (property == phone.properties->end()) continue;
+      words[i] = fuse_word_of(property->second);
+      is_named = true;
     }
-    modules[camera] = words;
+    // A phone that does not say is no phone with a module of nothing but zeros.
+    if (is_named) modules[camera] = words;
   }
   return modules;
 }

@@ -10,6 +10,7 @@
 
 #include "inspect/cameras.h"
 #include "inspect/decode.h"
+#include "inspect/digest.h"
 #include "inspect/files.h"
 #include "records/judgement.h"
 #include "records/record_layouts.h"
@@ -84,6 +85,7 @@ struct Phone {
   std::optional<RecordArea> area = {};
   std::vector<std::string> notes = {};    ///< what was found, and not where or as expected; a line each
   std::vector<std::string> unknown = {};  ///< what could not be read and why; a line each
+  Digests digests = {};                   ///< as they were given; only where they were asked for
 
   bool may_hold_more = false;  ///< a folder, or what leads to the partition, could not be read
 

@@ -140,9 +140,13 @@ void tell_hidden(const Phone& phone, const std::vector<Held>& all, RecordVerdict
   const Held* good = first_with(all, Verdict::good);
   if (good == nullptr || all.front().record->source != Source::cache || all.front().is(Verdict::good)) return;
   const std::string& cache = phone.files[all.front().record->file].path;
-  if (all.front().is(Verdict::blank) && result.finding.verdict == Verdict::good) {
+  const Held& first = all.front();
+  if ((first.is(Verdict::blank) && result.finding.verdict == Verdict::good) || first.is(Verdict::truncated)) {
     result.finding = {Verdict::hidden, "no cache file, or one with a record",
-                      fmt::format("a blank cache file: {}", cache)};
+                      first.is(Verdict::blank)
+                          ? fmt::format("a blank cache file: {}", cache)
+                          : fmt::format("a cache file of {} of {} bytes: {}", first.record->bytes.size(),
+                                        result.spec->size, cache)};
   }
   if (good->record->source != Source::kernel_export) return;
   result.others.push_back(fmt::format(

@@ -22,7 +22,7 @@ enum class Verdict {
   truncated,
   unreadable,
   overwritten,  ///< by the good record that shares its bytes
-  hidden,       ///< good, but behind a blank cache file that every reader opens first
+  hidden,       ///< good, but behind a blank or truncated cache file that every reader opens first
 };
 const char* verdict_name(Verdict verdict);
 

@@ -1,5 +1,4 @@
 #include "run/bayer.h"
-#include "inspect/errors.h"
 
 #include <fmt/format.h>
 #include <libraw/libraw.h>
@@ -85,14 +84,25 @@ std::string pattern_of(LibRaw& raw) {
   return pattern;
 }
 
-void check_result(int result, const std::filesystem::path& file) {
+/// The reader's own words are of its file handling; what matters here is that these bytes are no such image.
+void check_result(int result, const std::string& name) {
+  if (result == LIBRAW_UNSUFFICIENT_MEMORY) throw InputError(fmt::format("{}: too large an image", name));
   if (result != LIBRAW_SUCCESS) {
-    throw InputError(
-        fmt::format("{}: cannot be read as a raw image: {}", file.string(), libraw_strerror(result)));
+    const bool is_image = result != LIBRAW_FILE_UNSUPPORTED;
+    throw InputError(fmt::format("{}: {}", name, is_image ? "a damaged or truncated DNG" : "not a DNG"));
   }
 }
 
+size_t row_bytes_of(const RawFormat& format) {
+  return format.packing == "raw10" ? format.width / 4 * 5 : format.width * 2;
+}
+
 }  // namespace
+
+size_t size_of(const RawFormat& format) {
+  const size_t stride = format.stride != 0 ? format.stride : row_bytes_of(format);
+  return format.height == 0 ? 0 : (format.height - 1) * stride + row_bytes_of(format);
+}
 
 BayerImage unpack(const Bytes& bytes, const RawFormat& format, const std::string& name) {
   const bool is_raw10 = format.packing == "raw10";
@@ -102,14 +112,19 @@ BayerImage unpack(const Bytes& bytes, const RawFormat& format, const std::string
     throw InputError(fmt::format("{}: {}x{} is not a valid size of a {} image", name, format.width,
                                  format.height, format.packing));
   }
-  const size_t row_bytes = is_raw10 ? format.width / 4 * 5 : format.width * 2;
+  const size_t row_bytes = row_bytes_of(format);
   const size_t stride = format.stride != 0 ? format.stride : row_bytes;
   if (stride < row_bytes)
     throw InputError(
         fmt::format("{}: the stride must be at least {} bytes, not {}", name, row_bytes, stride));
-  const size_t needed = (format.height - 1) * stride + row_bytes;
+  const size_t needed = size_of(format);
   if (bytes.size() < needed) {
     throw InputError(fmt::format("{}: truncated: expected {} bytes, found {}", name, needed, bytes.size()));
+  }
+  const size_t with_padding = needed + stride - row_bytes;
+  if (bytes.size() != needed && bytes.size() != with_padding) {
+    throw InputError(fmt::format("{}: longer than its size says: expected {} bytes, found {}", name, needed,
+                                 bytes.size()));
   }
   BayerImage image{format.width, format.height, format.pattern, format.black, format.white, {}};
   image.samples.reserve(format.width * format.height);
@@ -121,21 +136,20 @@ BayerImage unpack(const Bytes& bytes, const RawFormat& format, const std::string
   return image;
 }
 
-BayerImage read_dng(const std::filesystem::path& file) {
+BayerImage read_dng(const Bytes& bytes, const std::string& name) {
   const auto raw = std::make_unique<LibRaw>();
-  check_result(raw->open_file(file.c_str()), file);
-  check_result(raw->unpack(), file);
+  check_result(raw->open_buffer(const_cast<uint8_t*>(bytes.data()), bytes.size()), name);
+  check_result(raw->unpack(), name);
   const libraw_image_sizes_t& sizes = raw->imgdata.sizes;
   const ushort* samples = raw->imgdata.rawdata.raw_image;
-  if (samples == nullptr) throw InputError(fmt::format("{}: contains no Bayer image", file.string()));
+  if (samples == nullptr) throw InputError(fmt::format("{}: contains no Bayer image", name));
   BayerImage image{sizes.width & ~1U,
                    sizes.height & ~1U,
                    pattern_of(*raw),
                    static_cast<double>(raw->imgdata.color.black),
                    static_cast<double>(raw->imgdata.color.maximum),
                    {}};
-  if (!is_bayer_pattern(image.pattern))
-    throw InputError(fmt::format("{}: contains no Bayer pattern", file.string()));
+  if (!is_bayer_pattern(image.pattern)) throw InputError(fmt::format("{}: contains no Bayer pattern", name));
   const size_t pitch = sizes.raw_pitch / sizeof(ushort);
   for (size_t y = 0; y < image.height; ++y) {
     const ushort* row = samples + (y + sizes.top_margin) * pitch + sizes.left_margin;

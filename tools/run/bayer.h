@@ -4,7 +4,6 @@
 #define RUN_BAYER_H
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -34,12 +33,15 @@ struct RawFormat {
   double white = 1023;
 };
 
+/// How many bytes an image of this format has; the last row may have its padding or not.
+size_t size_of(const RawFormat& format);
+
 /// Packed RAW10 (four samples in five bytes, the fifth holding their low bits) or RAW16, little-endian.
 /// Throws InputError, naming `name`, when the bytes are not as many as the format needs.
 BayerImage unpack(const Bytes& bytes, const RawFormat& format, const std::string& name);
 
 /// Throws InputError for what is no DNG with a Bayer pattern.
-BayerImage read_dng(const std::filesystem::path& file);
+BayerImage read_dng(const Bytes& bytes, const std::string& name);
 
 struct Grid {
   size_t columns = 32;

@@ -32,51 +32,40 @@ CameraTuning tuning_of(const ExplainQuestion& question) {
   return tuning;
 }
 
-std::string verdict_text(const Phone& phone, const FoundRecord& record, const Modules& modules) {
-  const Finding finding = verdict_on(phone, record, modules);
-  if (finding.verdict == Verdict::good) return verdict_name(finding.verdict);
-  return fmt::format("{} ({}: expected {}, found {})", verdict_name(finding.verdict),
-                     verdict_rule(finding.verdict), finding.expected, finding.found);
-}
-
-/// The sources of one kind of record, in the order in which its loader tries them.
-void tell_sources(const Phone& phone, const ExplainQuestion& question, const RecordSpec& spec,
-                  std::vector<SourceStory>& stories) {
-  constexpr std::pair<Source, const char*> kLoaded[] = {
-      {Source::cache, "cache file"}, {Source::file, "file"}, {Source::kernel_export, "export"}};
-  std::string taken;
-  for (const auto& [source, name] : kLoaded) {
-    const FoundRecord* record = phone.find(spec, question.camera, source);
-    if (record == nullptr) {
-      if (source != Source::file) stories.push_back({&spec, name, "absent"});
-      continue;
-    }
-    const std::string fate = taken.empty() ? "taken" : fmt::format("not read: the {} opens first", taken);
-    if (taken.empty()) taken = name;
-    stories.push_back(
-        {&spec, name, fmt::format("{}; {}", fate, verdict_text(phone, *record, question.modules))});
+/// The phone after the kernel has read its partition: the export is what the partition and the factory's files hold.
+Phone booted(Phone phone) {
+  std::erase_if(phone.records,
+                [](const FoundRecord& record) { return record.source == Source::kernel_export; });
+  std::vector<FoundRecord> exported;
+  for (const FoundRecord& record : phone.records) {
+    if (record.source != Source::partition && record.source != Source::factory) continue;
+    exported.push_back(record);
+    exported.back().source = Source::kernel_export;
   }
-  if (const FoundRecord* record = phone.find(spec, question.camera, Source::partition)) {
-    stories.push_back(
-        {&spec, "partition",
-         fmt::format("read by the kernel at boot only; {}", verdict_text(phone, *record, question.modules))});
-  }
+  phone.records.insert(phone.records.end(), exported.begin(), exported.end());
+  return phone;
 }
 
 }  // namespace
 
 Explanation explain(const Phone& phone, const ExplainQuestion& question) {
+  const bool boots = question.reboot || phone.kind == Layout::partition;
+  const Phone read = boots ? booted(phone) : phone;
   const CameraTuning before = tuning_of(question);
-  Explanation explanation{.sources = {}, .calls = {}, .before = before, .after = before};
-  for (const RecordSpec& spec : record_specs()) {
-    if (spec.is_per_camera && !readers_of(spec.kind).empty()) {
-      tell_sources(phone, question, spec, explanation.sources);
-    }
-  }
+  Explanation result{.corrections = {},
+                     .sources = {},
+                     .assumed = assumed_modules(phone, question.modules),
+                     .calls = {},
+                     .before = before,
+                     .after = before};
+  Modules fitted = question.modules;
+  fitted.insert(result.assumed.begin(), result.assumed.end());
+  result.sources = tell_sources(read, question.camera, question.modules);
   ScratchPhone copy(phone_options_for(phone));
-  copy_phone(phone, question.modules, question.reboot, copy);
-  explanation.calls = start_camera(copy.phone(), question.camera, question.golden, explanation.after);
-  return explanation;
+  copy_phone(phone, fitted, question.reboot, copy);
+  result.calls = start_camera(copy.phone(), question.camera, question.golden, result.after);
+  result.corrections = tell_corrections(read, question.camera, question.modules, result.calls);
+  return result;
 }
 
 }  // namespace awbcal

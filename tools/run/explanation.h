@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "inspect/verdict.h"
 #include "run/camera_start.h"
+#include "run/correction_story.h"
 
 namespace awbcal {
 
@@ -20,15 +20,10 @@ struct ExplainQuestion {
   bool reboot = false;                ///< the kernel reads the partition anew first
 };
 
-/// A source of a record and what becomes of it: a loader takes the first that opens, whatever is in it.
-struct SourceStory {
-  const RecordSpec* spec;
-  std::string place;
-  std::string fate;
-};
-
 struct Explanation {
+  std::vector<CorrectionStory> corrections;
   std::vector<SourceStory> sources;
+  Modules assumed;  ///< of a camera whose module is not known: what its own record says
   std::vector<LibraryCall> calls;
   CameraTuning before;
   CameraTuning after;

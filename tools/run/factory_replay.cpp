@@ -42,12 +42,12 @@ ReplayedRecord stored_record(const phone::VirtualPhone& phone, const ReplaySetti
 
 }  // namespace
 
-Replay replay(const std::vector<GridSums>& frames, const ReplaySettings& settings) {
+Replay replay(const std::vector<FrameOfFile>& frames, const ReplaySettings& settings) {
   ConsoleCapture console;
   ScratchPhone scratch;
   begin_run(settings);
   Replay result;
-  for (const GridSums& sums : frames) result.frames.push_back(run_frame(sums.frame, settings));
+  for (const FrameOfFile& each : frames) result.frames.push_back(run_frame(each.sums.frame, settings));
   if (awb_if_enabled() == 0) result.record = stored_record(scratch.phone(), settings);
   return result;
 }

@@ -8,7 +8,7 @@
 
 #include "factory/run_arithmetic.h"
 #include "inspect/decode.h"
-#include "run/bayer.h"
+#include "run/frame_files.h"
 
 namespace awbcal {
 
@@ -43,7 +43,7 @@ struct Replay {
   bool passed() const { return record && record->passed(); }
 };
 
-Replay replay(const std::vector<GridSums>& frames, const ReplaySettings& settings);
+Replay replay(const std::vector<FrameOfFile>& frames, const ReplaySettings& settings);
 
 }  // namespace awbcal
 

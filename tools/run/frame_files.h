@@ -10,13 +10,19 @@
 namespace awbcal {
 
 struct FrameFileOptions {
-  RawFormat format = {.packing = "csv"};  ///< "csv" or what RawFormat knows
+  RawFormat format = {};  ///< "csv" or what RawFormat knows; empty: by each file's name and content
   Grid grid = {};
 };
 
+/// A frame and where it came from: a file, or a line of one.
+struct FrameOfFile {
+  std::string place;
+  GridSums sums;
+};
+
 /// Frames in the order of the files. Throws InputError.
-std::vector<GridSums> read_frame_files(const std::vector<std::string>& files,
-                                       const FrameFileOptions& options);
+std::vector<FrameOfFile> read_frame_files(const std::vector<std::string>& files,
+                                          const FrameFileOptions& options);
 
 }  // namespace awbcal
 

@@ -1,14 +1,13 @@
 #include "run/frames.h"
-#include "inspect/errors.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <fstream>
-#include <string_view>
+
+#include "inspect/errors.h"
+#include "inspect/files.h"
 
 namespace awbcal {
 
@@ -58,28 +57,30 @@ Frame parse_frame(std::string_view line) {
 
 }  // namespace
 
-std::vector<Frame> parse_frames(std::istream& stream, const std::string& name) {
-  std::vector<Frame> frames;
-  std::string text;
-  for (size_t number = 1; std::getline(stream, text); ++number) {
-    const std::string_view line = trimmed(text);
+std::vector<FrameLine> parse_frames(std::string_view text, const std::string& name) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  std::vector<FrameLine> frames;
+  for (size_t number = 1; !text.empty(); ++number) {
+    const size_t end = std::min(text.find('\n'), text.size());
+    const std::string_view line = trimmed(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
     if (line.empty() || line.starts_with('#') || (frames.empty() && line == kHeader)) continue;
     try {
-      frames.push_back(parse_frame(line));
+      frames.push_back({parse_frame(line), number});
     } catch (const InputError& error) {
       throw InputError(fmt::format("{}:{}: {}", name, number, error.what()));
     }
   }
-  if (stream.bad()) throw InputError(fmt::format("{}: cannot be read", name));
   if (frames.empty()) throw InputError(fmt::format("{}: contains no frame", name));
   return frames;
 }
 
-std::vector<Frame> read_frames(const std::filesystem::path& file) {
-  if (std::filesystem::is_directory(file)) throw InputError(fmt::format("{}: is a folder", file.string()));
-  std::ifstream stream(file);
-  if (!stream) throw InputError(fmt::format("{}: {}", file.string(), std::strerror(errno)));
-  return parse_frames(stream, file.string());
+std::vector<FrameLine> read_frames(const std::filesystem::path& file) {
+  const FileContent content = read_file(file, kLargestFrames);
+  if (content.trouble)
+    throw InputError(fmt::format("{}: cannot be read: {}", file.string(), *content.trouble));
+  return parse_frames(text_of(content.bytes), file.string());
 }
 
 }  // namespace awbcal

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <istream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace awbcal {
@@ -17,11 +17,20 @@ struct Frame {
   int32_t count;
 };
 
-/// A stream with a frame a line: rg_sum,bg_sum,count. Empty lines, lines that begin with '#' and a first line
-/// of the column names are passed over. `name` stands in the messages.
-std::vector<Frame> parse_frames(std::istream& stream, const std::string& name);
+/// A stream of frames is larger than a phone's files, but not without end.
+inline constexpr size_t kLargestFrames = 1024UL * 1024 * 1024;
 
-std::vector<Frame> read_frames(const std::filesystem::path& file);
+struct FrameLine {
+  Frame frame;
+  size_t line;  ///< its number in the stream, from 1
+};
+
+/// A stream with a frame a line: rg_sum,bg_sum,count. Empty lines, lines that begin with '#' and a first line
+/// of the column names are passed over, and so is a byte-order mark. `name` stands in the messages.
+std::vector<FrameLine> parse_frames(std::string_view text, const std::string& name);
+
+/// "-" is standard input. Throws InputError.
+std::vector<FrameLine> read_frames(const std::filesystem::path& file);
 
 }  // namespace awbcal
 

@@ -16,31 +16,43 @@ constexpr const char* kALightBegins = "A light data:";
 
 constexpr Reader kAwbReaders[] = {
     {.function = "QOR_AWB_Calibration_Reference_Points_Correction",
-     .line_when_used = "pass, use new white points"},
-    {.function = "Correct_Reference_Points_qorModule", .line_when_used = "pass, use new white points"},
+     .line_when_used = "pass, use new white points",
+     .effect = "White balance"},
+    {.function = "Correct_Reference_Points_qorModule",
+     .line_when_used = "pass, use new white points",
+     .effect = "Module ratios",
+     .done = "handed out"},
     {.function = "Dual_Cam_Correction",
      .line_when_used = "Load Calibraton data[",
-     .line_after = kALightBegins},
+     .line_after = kALightBegins,
+     .effect = "Pair ratios, normal light,",
+     .done = "handed out"},
     {.function = "Sensor_Check_AWB_Calibration_Result", .never_passes = kAwbFieldsTooWide}};
 constexpr Reader kALightReaders[] = {{.function = "Dual_Cam_Correction",
                                       .line_when_used = "Load Calibraton data[",
-                                      .first_line = kALightBegins}};
+                                      .first_line = kALightBegins,
+                                      .effect = "Pair ratios, A light,",
+                                      .done = "handed out"}};
 constexpr Reader kFlashReaders[] = {
     {.function = "QOR_AWB_Calibration_Reference_Points_Correction",
      .line_when_used = "] Load Flashlight-Calibraton data",
-     .first_line = "[Flash Calibration]"},
+     .first_line = "[Flash Calibration]",
+     .effect = "Flash gains"},
     {.function = "Sensor_Check_FLASH_Calibration_Result", .never_passes = kFlashFieldsTooWide}};
-constexpr Reader kAecReaders[] = {
-    {.function = "QOR_Calibration_AEC_get_calibration_data", .line_when_used = "Load AEC-Calibraton data"},
-    {.function = "Sensor_Check_AEC_Calibration_Result"}};
+constexpr Reader kAecReaders[] = {{.function = "QOR_Calibration_AEC_get_calibration_data",
+                                   .line_when_used = "Load AEC-Calibraton data",
+                                   .effect = "Exposure",
+                                   .done = "handed out"},
+                                  {.function = "Sensor_Check_AEC_Calibration_Result"}};
 constexpr Reader kDualFlashReaders[] = {
     {.function = "Correct_Reference_Points_qorModule",
      .line_when_used = "] Load Flashlight-Calibraton data",
-     .first_line = "Flash Calibration]"},
+     .first_line = "Flash Calibration]",
+     .effect = "Dual-flash gains"},
     {.function = "Sensor_Check_FLASH_Calibration_Result", .never_passes = kFlashFieldsTooWide}};
 constexpr Reader kGyroReaders[] = {{.function = "Sensor_Check_GYRO_Calibration_Result"}};
 constexpr Reader kLensShadingReaders[] = {
-    {.function = "Sensor_set_mesh"},
+    {.function = "Sensor_set_mesh", .effect = "Lens shading"},
     {.function = "Sensor_Check_LSC_Calibration_Result", .never_passes = kCoversTooLittle}};
 constexpr Reader kDualCameraReaders[] = {{.function = "Sensor_Check_DUAL_Calibration_Result"}};
 

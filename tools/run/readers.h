@@ -17,6 +17,9 @@ struct Reader {
   /// for others too; null: all are.
   const char* first_line = nullptr;
   const char* line_after = nullptr;
+  /// What a camera start does with the record, as "White balance" and "corrected"; null: it only checks it.
+  const char* effect = nullptr;
+  const char* done = "corrected";
   /// Why no record of the system's own writers can pass; null: a good one does.
   const char* never_passes = nullptr;
 };

@@ -8,6 +8,7 @@
 #include "inspect/verdict.h"
 #include "phone/temporary_folder.h"
 #include "phone/virtual_phone.h"
+#include "run/folder_guard.h"
 
 namespace awbcal {
 
@@ -26,6 +27,7 @@ class ScratchPhone {
 
  private:
   phone::TemporaryFolder folder_;
+  FolderGuard guard_{folder_.path()};
   std::optional<phone::VirtualPhone> phone_;
 };
 

@@ -1,7 +1,10 @@
 #include "run/verification.h"
 
 #include <algorithm>
+#include <array>
 #include <set>
+
+#include "run/phone_copy.h"
 
 namespace awbcal {
 
@@ -25,7 +28,7 @@ std::set<Camera> fitted_cameras(const Records& records, const Modules& modules) 
 
 void mark_required(Records& records, const VerifyQuestion& question) {
   const std::set<Camera> fitted = fitted_cameras(records, question.modules);
-  for (const RequiredKind& required : question.required) {
+  for (const KindChoice& required : question.required) {
     bool is_there = false;
     for (VerifiedRecord& record : records) {
       if (record.verdict.spec != required.spec) continue;
@@ -41,15 +44,76 @@ void mark_required(Records& records, const VerifyQuestion& question) {
   }
 }
 
-bool can_be_measured(const FoundRecord& record) {
-  return record.spec->kind == RecordKind::awb && !record.is_truncated() && !is_blank(record.bytes);
+bool can_be_measured(const VerifiedRecord& verified) {
+  const FoundRecord* record = verified.verdict.record;
+  if (record == nullptr || record->is_truncated() || is_blank(record->bytes)) return false;
+  const bool is_awb = record->spec->kind == RecordKind::awb || record->spec->kind == RecordKind::a_light_awb;
+  // What damaged bytes are far from says nothing.
+  return is_awb && !verified.is(Verdict::bad_crc) && !verified.is(Verdict::overwritten);
+}
+
+bool is_chosen(const RecordVerdict& verdict, const std::vector<KindChoice>& choices) {
+  return std::ranges::any_of(choices, [&verdict](const KindChoice& choice) {
+    return choice.spec == verdict.spec && (!choice.camera || choice.camera == verdict.camera);
+  });
+}
+
+bool is_asked_for(const RecordVerdict& verdict, const VerifyQuestion& question) {
+  return (question.only.empty() || is_chosen(verdict, question.only)) &&
+         !is_chosen(verdict, question.ignored);
+}
+
+/// Which files no verdict speaks of: properties and the tables by which the partition is found.
+bool is_read_whole(const Phone& phone) {
+  return !phone.may_hold_more && std::ranges::none_of(phone.files, [](const PhoneFile& file) {
+    return file.content.trouble && (file.layout == Layout::properties || file.layout == Layout::text);
+  });
+}
+
+VerifiedRecord verified(RecordVerdict verdict, const VerifyQuestion& question,
+                        const std::map<Camera, CameraRun>& runs) {
+  VerifiedRecord result{.verdict = std::move(verdict)};
+  const FoundRecord* record = result.verdict.record;
+  if (record != nullptr && !result.verdict.is_missing() && question.asks_library) {
+    result.answers = answers_on(record->spec->kind, runs.at(record->camera.value_or(Camera::main)));
+  }
+  if (question.golden && can_be_measured(result)) {
+    result.margin = margin_of(record->bytes, *question.golden, static_cast<float>(question.threshold));
+  }
+  return result;
 }
 
 }  // namespace
 
-bool Verification::passed() const {
-  return std::none_of(records.begin(), records.end(),
-                      [](const VerifiedRecord& record) { return record.fails(); });
+const char* outcome_name(Outcome outcome) {
+  constexpr std::array kNames = {"PASS", "FAIL", "INCOMPLETE", "NOTHING TO JUDGE"};
+  return kNames.at(static_cast<size_t>(outcome));
+}
+
+bool VerifiedRecord::is_bad() const {
+  if (is_out_of_limit()) return true;
+  switch (verdict.finding.verdict) {
+    case Verdict::absent:
+    case Verdict::blank:
+      return is_required;
+    case Verdict::good:
+    case Verdict::truncated:
+    case Verdict::unreadable:
+      return false;
+    default:
+      return true;
+  }
+}
+
+Outcome Verification::outcome() const {
+  const auto is_truncated = [](const VerifiedRecord& record) { return record.is(Verdict::truncated); };
+  const auto is_unreadable = [](const VerifiedRecord& record) { return record.is(Verdict::unreadable); };
+  const bool has_good = std::ranges::any_of(records, &VerifiedRecord::is_good);
+  if (std::ranges::any_of(records, &VerifiedRecord::is_bad)) return Outcome::fail;
+  // Beside good records a part of one is a record lost; alone it is nothing that could be judged.
+  if (has_good && std::ranges::any_of(records, is_truncated)) return Outcome::fail;
+  if (!is_complete || std::ranges::any_of(records, is_unreadable)) return Outcome::incomplete;
+  return has_good ? Outcome::pass : Outcome::nothing_to_judge;
 }
 
 double percent_of_limit(const calib::Margin& margin) {
@@ -57,18 +121,18 @@ double percent_of_limit(const calib::Margin& margin) {
 }
 
 Verification verify(const Phone& phone, const VerifyQuestion& question) {
-  const std::map<Camera, CameraRun> runs = run_cameras(phone, question.modules);
-  Verification verification;
-  for (RecordVerdict& verdict : verdicts_of(phone, question.modules)) {
-    VerifiedRecord verified{.verdict = std::move(verdict)};
-    const FoundRecord* record = verified.verdict.record;
-    if (record != nullptr && !verified.verdict.is_missing()) {
-      verified.answers = answers_on(record->spec->kind, runs.at(record->camera.value_or(Camera::main)));
+  Verification verification{.records = {}, .is_complete = is_read_whole(phone)};
+  std::map<Camera, CameraRun> runs;
+  if (question.asks_library) {
+    verification.assumed = assumed_modules(phone, question.modules);
+    runs = run_cameras(phone, question.modules);
+  }
+  for (RecordVerdict& verdict : verdicts_of(phone, question.modules, question.is_strict)) {
+    if (is_asked_for(verdict, question)) {
+      verification.records.push_back(verified(std::move(verdict), question, runs));
+    } else if (!verdict.is_missing()) {
+      ++verification.left_out;
     }
-    if (question.golden && record != nullptr && can_be_measured(*record)) {
-      verified.margin = margin_of(record->bytes, *question.golden, static_cast<float>(question.threshold));
-    }
-    verification.records.push_back(std::move(verified));
   }
   mark_required(verification.records, question);
   return verification;

@@ -12,16 +12,21 @@
 
 namespace awbcal {
 
-struct RequiredKind {
+struct KindChoice {
   const RecordSpec* spec;
-  std::optional<calib::Camera> camera;  ///< none: every camera that is fitted
+  std::optional<calib::Camera>
+      camera;  ///< none: of any camera; a required one: of every camera that is fitted
 };
 
 struct VerifyQuestion {
   Modules modules = {};
-  std::vector<RequiredKind> required = {};
+  std::vector<KindChoice> required = {};
+  std::vector<KindChoice> only = {};  ///< none: all
+  std::vector<KindChoice> ignored = {};
   std::optional<calib::GoldenRatios> golden = {};
-  uint32_t threshold = 20;  ///< percent of the larger golden ratio
+  uint32_t threshold = 20;   ///< percent of the larger golden ratio
+  bool is_strict = false;    ///< also hold against a record what lies over it by design
+  bool asks_library = true;  ///< who accepts the records
 };
 
 /// One verdict with all that is said about it.
@@ -31,13 +36,24 @@ struct VerifiedRecord {
   std::optional<calib::Margin> margin = {};
   bool is_required = false;
 
-  bool fails() const { return verdict.is_missing() ? is_required : verdict.finding.verdict != Verdict::good; }
+  bool is(Verdict which) const { return verdict.finding.verdict == which; }
+  bool is_out_of_limit() const { return margin && !margin->is_kept(); }
+  bool is_good() const { return is(Verdict::good) && !is_out_of_limit(); }
+  /// Something is known to be wrong: more than that nothing whole is there, or that it cannot be read.
+  bool is_bad() const;
 };
+
+/// What it all comes to. PASS needs something good, nothing wrong and nothing left unread.
+enum class Outcome { pass, fail, incomplete, nothing_to_judge };
+const char* outcome_name(Outcome outcome);
 
 struct Verification {
   std::vector<VerifiedRecord> records;
+  Modules assumed = {};  ///< of a camera whose module is not known: what its own record says
+  bool is_complete = true;
+  size_t left_out = 0;  ///< records that were there and not asked for
 
-  bool passed() const;
+  Outcome outcome() const;
 };
 
 /// The verdicts refer to records of the input, which has to stay.

@@ -49,7 +49,7 @@ void Table::print_row(Terminal& terminal, const std::vector<Cell>& cells, const 
   }
   const Cell& last = cells.back();
   if (is_number_[cells.size() - 1]) line += std::string(widths.back() - last.text.size(), ' ');
-  for (const std::string& part : wrap(last.text, kColumns - std::min(used, kColumns - 1))) {
+  for (const std::string& part : wrap(last.text, terminal.width() - std::min(used, terminal.width() - 1))) {
     const std::string text = line + terminal.styled(part, last.style);
     terminal.line(text.substr(0, text.find_last_not_of(' ') + 1));
     line.assign(used, ' ');

@@ -1,6 +1,8 @@
 #include "text/terminal.h"
 
+#include <fmt/color.h>
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,25 +16,37 @@ namespace awbcal {
 
 namespace {
 
-bool wants_colour() {
-  const char* terminal = std::getenv("TERM");
-  return std::getenv("NO_COLOR") == nullptr && terminal != nullptr && std::string_view(terminal) != "dumb";
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
 }
 
-const char* escape_code(Style style) {
+bool wants_colour(Colour colour, bool is_interactive) {
+  if (colour != Colour::by_itself) return colour == Colour::always;
+  const std::string_view terminal = variable("TERM");
+  return is_interactive && variable("NO_COLOR").empty() && !terminal.empty() && terminal != "dumb";
+}
+
+size_t width_of_output(bool is_interactive) {
+  winsize size{};
+  if (!is_interactive || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kColumns;
+  return std::clamp<size_t>(size.ws_col, kFewestColumns, kMostColumns);
+}
+
+fmt::text_style look_of(Style style) {
   switch (style) {
     case Style::heading:
-      return "\033[1m";
+      return fmt::emphasis::bold;
     case Style::good:
-      return "\033[32m";
+      return fmt::fg(fmt::terminal_color::green);
     case Style::bad:
-      return "\033[1;31m";
+      return fmt::emphasis::bold | fmt::fg(fmt::terminal_color::red);
     case Style::quiet:
-      return "\033[2m";
+      return fmt::emphasis::faint;
     case Style::plain:
       break;
   }
-  return "";
+  return {};
 }
 
 [[noreturn]] void fail(const char* what) {
@@ -53,10 +67,11 @@ std::vector<std::string> wrap(std::string_view text, size_t width) {
   return lines;
 }
 
-Terminal::Terminal()
+Terminal::Terminal(Colour colour)
     : out_(fdopen(dup(STDOUT_FILENO), "w")),
       interactive_(isatty(STDOUT_FILENO) == 1),
-      coloured_(interactive_ && wants_colour()) {
+      coloured_(wants_colour(colour, interactive_)),
+      width_(width_of_output(interactive_)) {
   if (out_ == nullptr) fail("cannot open standard output");
 }
 
@@ -66,7 +81,7 @@ Terminal::~Terminal() {
 
 std::string Terminal::styled(std::string_view text, Style style) const {
   if (!coloured_ || style == Style::plain) return printable(text);
-  return fmt::format("{}{}\033[0m", escape_code(style), printable(text));
+  return fmt::format(look_of(style), "{}", printable(text));
 }
 
 void Terminal::line(std::string_view text) {
@@ -76,29 +91,36 @@ void Terminal::line(std::string_view text) {
 
 void Terminal::heading(std::string_view text) {
   line();
-  const size_t used = std::min(text.size() + 4, kColumns);
-  line(styled(fmt::format("== {} {}", text, std::string(kColumns - used, '=')), Style::heading));
+  const size_t used = std::min(text.size() + 4, width_);
+  line(styled(fmt::format("== {} {}", text, std::string(width_ - used, '=')), Style::heading));
 }
 
 void Terminal::paragraph(std::string_view text, size_t indent) {
-  for (const std::string& part : wrap(printable(text), kColumns - indent))
-    line(std::string(indent, ' ') + part);
+  for (const std::string& part : wrap(printable(text), width_ - indent)) line(std::string(indent, ' ') + part);
+}
+
+void Terminal::quote_line(std::string_view text, size_t width) {
+  for (const std::string& part : wrap(printable(text), width)) {
+    const std::string quoted = "    | " + part;
+    line(styled(quoted.substr(0, quoted.find_last_not_of(' ') + 1), Style::quiet));
+  }
 }
 
 void Terminal::quote(std::string_view text) {
   while (!text.empty()) {
     const size_t end = std::min(text.find('\n'), text.size());
-    for (const std::string& part : wrap(printable(text.substr(0, end)), kColumns - 6)) {
-      const std::string quoted = "    | " + part;
-      line(styled(quoted.substr(0, quoted.find_last_not_of(' ') + 1), Style::quiet));
-    }
+    quote_line(text.substr(0, end), width_ - 6);
     text.remove_prefix(std::min(end + 1, text.size()));
   }
 }
 
+void Terminal::log_line(std::string_view text) {
+  quote_line(text.substr(0, text.find_last_not_of('\n') + 1), interactive_ ? width_ - 6 : text.npos);
+}
+
 void Terminal::progress(std::string_view text) {
   if (!interactive_) return;
-  fmt::print(out_, "\r\033[K{}", text.substr(0, kColumns - 1));
+  fmt::print(out_, "\r\033[K{}", text.substr(0, width_ - 1));
   std::fflush(out_);
   has_progress_ = true;
 }

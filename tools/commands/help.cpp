@@ -1,0 +1,66 @@
+// awbcal help: what a command takes, and what the exit codes mean.
+
+#include <fmt/format.h>
+
+#include <memory>
+
+#include "commands/commands.h"
+#include "commands/options.h"
+#include "text/tables.h"
+
+namespace awbcal {
+
+namespace {
+
+constexpr const char* kExitCodes = "exit-codes";
+
+struct ExitCode {
+  int code;
+  const char* meaning;
+};
+
+constexpr ExitCode kTable[] = {
+    {kDone, "Good: PASS, no difference, or what was asked for was printed or written."},
+    {kFailed, "Judged not good: FAIL, or there are differences."},
+    {kBadInput,
+     "Could not be done, or cannot be known: bad arguments, a file that cannot be read or written; the "
+     "message names it. An answer that is incomplete because of such a file ends so too, unless what "
+     "could be read is not good."},
+    {kNothing, "Nothing to judge: no record, only blank or truncated ones, or too few frames."},
+};
+
+void print_exit_codes(Terminal& terminal) {
+  terminal.line("Exit codes of every command:");
+  Table table({">", ""});
+  for (const auto& [code, meaning] : kTable) table.row({std::to_string(code), meaning});
+  table.print(terminal, 2);
+}
+
+int help(const CLI::App& parent, const std::string& topic, Terminal& terminal) {
+  if (topic == kExitCodes) {
+    print_exit_codes(terminal);
+  } else {
+    std::string text = topic.empty() ? parent.help() : parent.get_subcommand(topic)->help(parent.get_name());
+    text.erase(text.find_last_not_of('\n') + 1);
+    terminal.line(text);
+  }
+  return kDone;
+}
+
+std::vector<std::string> topics(const CLI::App& parent) {
+  std::vector<std::string> names = {kExitCodes};
+  for (const CLI::App* command : parent.get_subcommands({})) names.push_back(command->get_name());
+  return names;
+}
+
+}  // namespace
+
+Command add_help(CLI::App& parent) {
+  const auto topic = std::make_shared<std::string>();
+  const std::vector<std::string> names = topics(parent);
+  CLI::App* app = add_command(parent, "help", "Explain a command, or the exit codes");
+  app->add_option("TOPIC", *topic, "A command, or exit-codes")->check(one_of(names))->type_name("");
+  return {app, [topic, &parent](Terminal& terminal) { return help(parent, *topic, terminal); }};
+}
+
+}  // namespace awbcal
