@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <type_traits>
 
+#include "common/log.h"
+
 namespace calib {
 
 /// Allocated as zeros, freed at the end of the scope. False when there was no memory.
@@ -16,7 +18,10 @@ class OnHeap {
   OnHeap() : record_(static_cast<Record*>(calloc(1, sizeof(Record)))) {}
   OnHeap(const OnHeap&) = delete;
   OnHeap& operator=(const OnHeap&) = delete;
-  ~OnHeap() { free(record_); }
+  ~OnHeap() {
+    const KeepErrno keep;
+    free(record_);
+  }
 
   explicit operator bool() const { return record_ != nullptr; }
   Record& operator*() const { return *record_; }

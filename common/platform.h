@@ -6,7 +6,7 @@
 #include <cutils/properties.h>
 #include <sys/system_properties.h>
 
-static_assert(sizeof(void*) == 8, "for 64-bit phones only: records, file positions and log lines are 64 bits wide");
+static_assert(sizeof(void*) == 8, "64-bit phones only: positions and logged fields are 64 bits wide");
 
 extern "C" {
 

@@ -62,8 +62,7 @@ void correct_tuning(float* tuning, const Ratios& ratios) {
   correct_triple(triple(tuning, 2), ratios);
   correct_triple(triple(tuning, 3), ratios);
   const calib::GainTriple first = correct_triple(triple(tuning, 1), ratios);
-  // Triple 4 takes its own g as r, and the corrected g of triple 1 as g. Kept: a correction that changes here
-  // changes every phone's white balance.
+  // Triple 4 takes its own g as r, and the corrected g of triple 1 as g. Kept: tunings are made with it.
   float* fourth = triple(tuning, 4);
   store_normalised(fourth, {.r = fourth[1], .g = first.g, .b = fourth[2] / ratios.bg});
   correct_triple(triple(tuning, 5), ratios);

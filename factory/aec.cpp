@@ -148,6 +148,7 @@ int32_t aec_write_calibration(uint8_t camid, awb_fuse_id fuse, uint32_t gain, ui
   log_words(record);
 
   if (WriteFlashOffset(&record, sizeof record, offset) < 0) {
+    const calib::KeepErrno keep;
     LOGE("%s, [AWB Calibration] Can't write AEC to flash. Maybe Not MFG ROM or Flash is bad", kName);
     printf("%s: writeflash() fail\n", kName);
     return -1;

@@ -22,6 +22,7 @@ constexpr const char* kPayloadFile = "/data/misc/camera/CalibrationData.dat";
 constexpr const char* kSuccessMarker = "/data/misc/camera/dual_calibration_success.txt";
 
 int32_t fail_without_memory(const char* name) {
+  const calib::KeepErrno keep;
   LOGE("%s, [Dual Calibration] Can't allocate calibration buffer", name);
   printf("%s: Can't allocate calibration buffer\n", name);
   return -1;
@@ -29,6 +30,7 @@ int32_t fail_without_memory(const char* name) {
 
 int32_t write_record(const char* name, const void* record, uint32_t size, uint32_t offset) {
   if (WriteFlashOffset(record, size, offset) < 0) {
+    const calib::KeepErrno keep;
     LOGE("%s, [Dual Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad", name);
     printf("%s: writeflash() fail\n", name);
     return -1;
@@ -41,6 +43,7 @@ int32_t write_record(const char* name, const void* record, uint32_t size, uint32
 /// A read that fails is logged as a write that failed, too.
 int32_t read_back(const char* name, void* buffer, uint32_t size, uint32_t offset) {
   if (ReadEmmcOffset(buffer, size, offset) >= 0) return 0;
+  const calib::KeepErrno keep;
   LOGE("%s, [Dual Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad", name);
   printf("%s: ReadEmmcOffset() fail\n", name);
   return -1;
@@ -49,6 +52,7 @@ int32_t read_back(const char* name, void* buffer, uint32_t size, uint32_t offset
 int32_t leave_success_marker() {
   const int fd = calib::create_replacement(kSuccessMarker);
   if (fd < 0) {
+    const calib::KeepErrno keep;
     printf("\n can not open calibration_success.txt file");
     return -1;
   }
@@ -75,6 +79,7 @@ int32_t QOR_DUAL_CalibrationData_write_to_flash(awb_fuse_id fuse) {
   const OnHeap<DualCameraRecord> record;
   if (!record) return fail_without_memory(kName);
   if (calib::read_file(kPayloadFile, record->payload, sizeof record->payload) < 0) {
+    const calib::KeepErrno keep;
     printf("\n can not open file: %s\n", kPayloadFile);
     return -1;
   }
@@ -101,6 +106,7 @@ int32_t QOR_DUAL_Calibration_write_to_flash() {
   const OnHeap<DualCameraFirstFormRecord> stored;
   if (!record || !stored) return fail_without_memory(kName);
   if (calib::read_file(kPayloadFile, record->payload, sizeof record->payload) < 0) {
+    const calib::KeepErrno keep;
     printf("\n can not open file: %s", kPayloadFile);
     return -1;
   }
@@ -124,6 +130,7 @@ int32_t QOR_DUAL_Calibration_ReadCalData() {
 
   const int fd = calib::create_replacement(kPayloadFile);
   if (fd < 0) {
+    const calib::KeepErrno keep;
     printf("\n can not open file: %s", kPayloadFile);
     return -1;
   }

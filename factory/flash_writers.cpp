@@ -69,6 +69,7 @@ int32_t store(const Writer& writer, uint8_t camid, Record record) {
     LOGI("%s, [Flash Calibration]-FlashcaBuff-%d, 0x%x", writer.name, index++, word);
   }
   if (WriteFlashOffset(&record, sizeof record, offset_of(writer, camid)) < 0) {
+    const calib::KeepErrno keep;
     LOGE("%s, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad", writer.name);
     printf("%s: writeflash() fail\n", writer.name);
     return -1;

@@ -41,6 +41,7 @@ int32_t gyro_write_calibration(uint8_t camid, awb_fuse_id fuse) {
                     .crc = 0};
   calib::seal(record);
   if (WriteFlashOffset(&record, sizeof record, offset) < 0) {
+    const calib::KeepErrno keep;
     LOGE("%s, [gyro Calibration] Can't write to flash. Maybe Not MFG ROM or Flash is bad", kName);
     printf("%s: writeflash() fail\n", kName);
     return -1;

@@ -40,6 +40,7 @@ int32_t QOR_Get_LSC(void* buffer, uint32_t length) {
   LOGI("%s\n", "QOR_Get_LSC");
   const ssize_t count = calib::read_file(kMarker, buffer, length);
   if (count < 0) {
+    const calib::KeepErrno keep;
     LOGI("[AWB Calibration] can't open /data/misc/camera/lsc_calibration_done.txt");
     return -1;
   }

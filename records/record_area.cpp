@@ -203,10 +203,7 @@ int32_t CheckFlash() {
   LOGI("[LSC Calibration]CheckFlash open\n");
 
   partition_handle handle{};
-  if (partition_open(&handle, "mfg") != 0) {
-    const calib::KeepErrno keep;
-    return partition_close(&handle);
-  }
+  if (partition_open(&handle, "mfg") != 0) return partition_close(&handle);
   LOGI("[LSC Calibration]CheckFlash read\n");
   if (partition_read(&handle, page.area_base(), sizeof slot, slot) == 0) {
     LOGI("[LSC Calibration]CheckFlash memcpy\n");

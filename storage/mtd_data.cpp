@@ -57,6 +57,7 @@ int32_t read_extent(mtd_data_handle* handle, Extent extent) {
   free(handle->data);
   handle->data = calib::mtd::allocate_zeroed(std::max(partition.size, partition.erase_size));
   if (handle->data == nullptr) {
+    const calib::KeepErrno keep;
     mtd_read_close(context);
     return FAIL("cannot malloc %d bytes", static_cast<int>(amount));
   }

@@ -35,7 +35,7 @@ bool read_record(DualCameraRecord& record) {
   LOGI("Read awb_cal_3D\n");
   const calib::Descriptor node(calib::open_for_reading("/sys/android_camera_awb_cal/awb_cal_3D"));
   if (!node.is_open()) {
-    LOGE("Read from file:/sys/android_camera_awb_cal/awb_cal_3D fail");
+    REPORT("Read from file:/sys/android_camera_awb_cal/awb_cal_3D fail");
     return false;
   }
   LOGI("Read from file OK: /sys/android_camera_awb_cal/awb_cal_3D");
@@ -62,7 +62,7 @@ bool is_calibrated_in_house() {
   LOGI("Read awb_cal_InHouse3D\n");
   uint32_t word = 0;
   if (calib::read_file("/sys/android_camera_awb_cal/awb_cal_InHouse3D", &word, sizeof word) < 0) {
-    LOGE("Read from file:/sys/android_camera_awb_cal/awb_cal_InHouse3D fail");
+    REPORT("Read from file:/sys/android_camera_awb_cal/awb_cal_InHouse3D fail");
     return false;
   }
   LOGI("Read from file OK: /sys/android_camera_awb_cal/awb_cal_InHouse3D");

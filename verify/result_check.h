@@ -74,7 +74,7 @@ void log_eight_fields(const char* check, const RecordClaims& claims, const uint8
 
 /// What is said when neither the cache file nor the camera's export opens.
 inline constexpr auto kNoSource =
-    LINE_BY_CAMERA(LOGE, "Read from file:/sys/android_camera_awb_cal/awb_cal fail",
+    LINE_BY_CAMERA(REPORT, "Read from file:/sys/android_camera_awb_cal/awb_cal fail",
                    "Read from file:/sys/android_camera_awb_cal/awb_cal_front fail",
                    "Read from file:/sys/android_camera_awb_cal/awb_cal_sub fail");
 

@@ -45,7 +45,8 @@ struct partition_handle {
 
 /** Opens the partition called `name`: as an eMMC partition, else as an MTD partition.
  *
- *  Every open looks the device up anew. Call partition_close() afterwards whatever the result.
+ *  Every open looks the device up anew. An open that failed has nothing left to release; partition_close()
+ *  then is -1 and does nothing.
  *  @param handle filled; the caller's
  *  @param name   partition name, NUL-terminated
  *  @return 0, or -1 when neither back end has the partition or an argument is null */
@@ -58,7 +59,8 @@ AWB_CALIBRATION_API int32_t partition_read(struct partition_handle* handle, int6
                                            void* buffer);
 
 /** Writes exactly `length` (at least 1) bytes of `buffer` at `offset` (at least 0). On eMMC no other byte
- *  changes; on NAND the touched erase blocks are read, merged, erased, written and verified.
+ *  changes; on NAND the touched erase blocks are erased, written and verified, and one that is touched in part
+ *  is read and merged before.
  *  @return 0, or -1 as partition_read() */
 AWB_CALIBRATION_API int32_t partition_write(struct partition_handle* handle, int64_t offset, int64_t length,
                                             const void* buffer);
@@ -81,7 +83,8 @@ AWB_CALIBRATION_API int32_t emmc_read(struct emmc_state* state, int64_t offset, 
 AWB_CALIBRATION_API int32_t emmc_write(struct emmc_state* state, int64_t offset, int64_t length,
                                        const void* buffer);
 
-/** Closes the descriptor if it is open and sets it to -1.
+/** Closes the descriptor if it is open and sets it to -1. Only for a state that emmc_open() filled: an open that
+ *  failed leaves the descriptor as it was, and in a zeroed state that is 0, the standard input.
  *  @return 0, also when it was closed already; -1 for a null state */
 AWB_CALIBRATION_API int32_t emmc_close(struct emmc_state* state);
 
@@ -89,9 +92,10 @@ AWB_CALIBRATION_API int32_t emmc_close(struct emmc_state* state);
  *
  * A raw NAND partition is moved in erase blocks, and an offset counts usable blocks only: logical block k is
  * the k-th block, from the start of the partition, that a read accepts. A read passes over blocks that are
- * marked bad or cannot be asked about, that do not read, that follow an uncorrectable ECC error in the same
- * call, or that hold nothing but zeros. A write passes over marked blocks, and over one that failed two
- * attempts to erase, write and verify it.
+ * marked bad or cannot be asked about, that do not read, or that hold nothing but zeros. At a block with an
+ * uncorrectable ECC error it fails (errno ENOSPC): from there on no block is trusted. A write passes over
+ * marked blocks, and over one that failed two attempts to erase, write and verify it; the blocks before the
+ * wanted ones, and one that it touches in part, it reads as a read does, and fails with that.
  *
  * Hence reads and writes agree on addresses as long as blocks are only marked bad. They part where a read
  * alone passes over a block: zeros written over a whole block hide it from later reads, and a part of a block
@@ -122,7 +126,8 @@ AWB_CALIBRATION_API int32_t mtd_read(struct mtd_partition* state, int64_t offset
 AWB_CALIBRATION_API int32_t mtd_write(struct mtd_partition* state, int64_t offset, int64_t length,
                                       const void* buffer);
 
-/** Closes the descriptor if it is open and sets it to -1. Only for a state that mtd_open() filled.
+/** Closes the descriptor if it is open and sets it to -1. Only for a state that mtd_open() filled: without an
+ *  entry for the name it leaves the descriptor as it was.
  *  @return 0, also when it was closed already; -1 for a null state */
 AWB_CALIBRATION_API int32_t mtd_close(struct mtd_partition* state);
 
@@ -141,7 +146,8 @@ AWB_CALIBRATION_API struct mtd_partition* mtd_find_partition_by_name(const char*
 
 /* ---- MTD utility: streams over a whole partition ---------------------------------------------------- */
 
-/** An open stream; it has its own descriptor and does not need the partition record any more. */
+/** An open stream. It has a descriptor of its own and keeps a copy of the partition record, by which its buffer
+ *  is sized: what becomes of the record afterwards, by a scan or otherwise, does not reach it. */
 struct mtd_read_context;
 struct mtd_write_context;
 

@@ -89,8 +89,9 @@ TEST_F(Aec, ReadyNeedsStatusTriggerAndEnable) {
 TEST_F(Aec, WritingStoresTheRecordAndItsCache) {
   const awb_fuse_id fuse = {{kModule[0], kModule[1], kModule[2], kModule[3]}};
   const Bytes record = support::sealed32(good_words());
-  for (uint8_t camera = 0; camera < 4; ++camera) {
-    const std::string cache = kCacheFiles[camera % 3];
+  for (const uint8_t camera : Bytes{0, 1, 2, 17}) {
+    const std::string cache = kCacheFiles[camera > 2 ? 0 : camera];
+    put(cache, {});
     std::string console;
     expect_partition_write(0x20E28U + camera * 0x1000U, record, [&] {
       console =

@@ -294,6 +294,25 @@ TEST_F(AwbRun, NothingHappensOutsideCalibrationMode) {
   EXPECT_TRUE(camera_files().empty());
 }
 
+TEST_F(AwbRun, TheTriggerIsNotReadOutsideCalibrationModeNorForACameraWithoutAec) {
+  for (const auto& [camera, status] : {std::pair{0U, "2"}, {1U, "3"}}) {
+    start(camera);
+    set("mfg.calibration.status", status);
+    check_and_init_awb_calibration();
+    for (const char* property : {"mfg.awb.calibration.trigger", "mfg.awb.calibration.ae.k.eb"})
+      phone().add_fault({.call = "property_get", .path = property, .from_then_on = true});
+    if (camera == 0) {
+      uint32_t unused;
+      QOR_Calibration_AEC_get_params(&unused, &unused);
+      QOR_Calibration_AEC_set_ready(1, 2, 3);
+      frames(1);
+    }
+    for (int i = 0; i < 11; ++i) QOR_AWB_Calibration_write_to_flash(772, 576);
+    EXPECT_EQ(phone().struck_faults(), 0U) << status;
+    phone().clear_faults();
+  }
+}
+
 TEST_F(AwbRun, OpeningTheCameraReadsTheProperties) {
   start(0);
   set("mfg.awb.calibration.threshold", "12abc");
@@ -371,6 +390,17 @@ TEST_F(AwbRun, AecIsWrittenBesideAwbOnceItHasSettled) {
   }
 }
 
+TEST_F(AwbRun, TheAecRecordIsOfTheLatestStateAndOfTheModuleFittedNow) {
+  start(0);
+  set("mfg.awb.calibration.ae.k.eb", "1");
+  frames(10);
+  QOR_Calibration_AEC_set_ready(160, 33000, 51);
+  fit_module("main", {5, 6, 7, 8});
+  aec_set_status_ready();  // drops the values
+  frames(1);
+  EXPECT_EQ(stored_at(0x20E28, 36), support::sealed32({3099, 0, 0, 0, 5, 6, 7, 8}));
+}
+
 TEST_F(AwbRun, AecIsBypassedUnlessEveryConditionHolds) {
   struct Row {
     uint32_t camera;
@@ -379,14 +409,16 @@ TEST_F(AwbRun, AecIsBypassedUnlessEveryConditionHolds) {
     bool bypassed;
   };
   for (const Row& row : {Row{0, "0", "1", true}, Row{0, "1", "2", true}, Row{1, "1", "1", true},
-                         Row{0, "1", "1", false}, Row{2, "1", "1", false}}) {
-    start(row.camera);
+                         Row{0, "1", "1", false}, Row{2, "1", "1", false}, Row{17, "1", "1", true}}) {
+    start(row.camera % 16);
+    awb_set_camid(static_cast<uint8_t>(row.camera));
     set("mfg.awb.calibration.ae.k.eb", row.enable);
     frames(10);
     set("mfg.awb.calibration.trigger", row.trigger);
     const std::string console = support::console_of([] { frames(1); });
     EXPECT_EQ(console.starts_with("Bypass aec calibration\n"), row.bypassed)
         << row.camera << row.enable << row.trigger;
+    EXPECT_EQ(console.find("main-cam") != console.npos, row.camera % 17 == 0) << "3 and more count as main";
   }
 }
 

@@ -1,6 +1,8 @@
 // What does one camera start, with every correction, ask of the system?
 // Guards against calls that make every camera slower to open, and against descriptors and damage on a fault.
 
+#include <sys/mman.h>
+
 #include "tests/support/correction_support.h"
 
 namespace {
@@ -77,6 +79,25 @@ TEST_F(CameraStart, ShortReadsChangeNothing) {
     EXPECT_EQ(bits_of(start(1)), expected) << size;
     phone().clear_faults();
   }
+}
+
+TEST_F(CameraStart, EndsWhereTheTuningEnds) {
+  constexpr size_t kRoom = 65536;
+  auto* const end = static_cast<uint8_t*>(mmap(nullptr, 2 * kRoom, PROT_READ | PROT_WRITE,
+                                               MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) +
+                    kRoom;
+  ASSERT_EQ(mprotect(end, kRoom, PROT_NONE), 0);
+  auto* const tuning = reinterpret_cast<float*>(end - 12464);
+  std::fill_n(tuning, 12464 / 4, 1.0F);
+  for (uint32_t camera = 0; camera < 3; ++camera) {
+    float out[6] = {};
+    set_sensor_selection(camera);
+    Correct_Reference_Points_qorModule(tuning, out, out + 2, out + 4);
+    EXPECT_EQ(out[0], 1);
+    QOR_AWB_Calibration_Reference_Points_Correction(tuning);
+  }
+  EXPECT_EQ(Sensor_set_mesh(end - 48592, 0, 0.25F, 0.5F), 1);
+  munmap(end - kRoom, 2 * kRoom);
 }
 
 /// What is written whole or not at all is `untouched` throughout or `corrected` throughout.
@@ -180,6 +201,13 @@ class CutRecords : public CorrectionTest {
     }
     return names;
   }
+  /// What is taken; no line shows bytes that no file held. The build for debugging fills them with 0xFE.
+  std::string taken_from_files() {
+    std::string names;
+    for (const auto& line : log_of([&names] { names = taken(); }))
+      EXPECT_EQ(line.text.find("fefefe"), line.text.npos) << line.text;
+    return names;
+  }
   /// Puts the first `size` bytes; -1: no file.
   void put_cut(const std::string& path, const Bytes& bytes, int size) {
     put(path, Bytes(bytes.begin(), bytes.begin() + std::max(size, 0)));
@@ -193,19 +221,19 @@ TEST_F(CutRecords, EveryOtherGoodRecordOfTheModuleIsTaken) {
   for (uint32_t camera = 0; camera < 3; ++camera) {
     set_sensor_selection(camera);
     put_all(camera);
-    EXPECT_EQ(taken(), left("", false, camera));
+    EXPECT_EQ(taken_from_files(), left("", false, camera));
     for (const Kind& kind : kKinds) {
       if (kind.cache[camera].empty()) continue;
       const std::string path = kCaches + kind.cache[camera];
       const Bytes whole = *get(path);
       for (const int size : {0, 12, 31}) {
         put_cut(path, whole, size);
-        EXPECT_EQ(taken(), left(kind.name, size == 0, camera)) << path << " cut to " << size;
+        EXPECT_EQ(taken_from_files(), left(kind.name, size == 0, camera)) << path << " cut to " << size;
       }
       std::filesystem::remove(host(path));
       for (const int size : {-1, 0, 12, 31, 4000}) {
         put_cut(kExports[camera], image_, size);
-        EXPECT_EQ(taken(), left(size == 4000 ? "" : kind.name, size == 0, camera))
+        EXPECT_EQ(taken_from_files(), left(size == 4000 ? "" : kind.name, size == 0, camera))
             << path << " export " << size;
       }
       std::filesystem::remove(host(kExports[camera]));

@@ -125,8 +125,11 @@ class SetMesh : public CorrectionTest {
   /// Calls, expects the tuning to be replaced or not, and returns the log.
   Log set(bool is_replaced, float bright = 0, float low = 0) {
     Floats tuning = made_tuning();
-    const Log log =
-        log_of([&] { EXPECT_EQ(Sensor_set_mesh(tuning.data(), 5, bright, low), is_replaced ? 1 : 0); });
+    const Log log = log_of([&] {
+      const int32_t result = Sensor_set_mesh(tuning.data(), 5, bright, low);
+      error_ = errno;
+      EXPECT_EQ(result, is_replaced ? 1 : 0);
+    });
     EXPECT_EQ(bits_of(tuning), bits_of(is_replaced ? replaced(bright, low) : made_tuning()));
     return log;
   }
@@ -137,6 +140,8 @@ class SetMesh : public CorrectionTest {
   static Log loaded(uint32_t camera) {
     return {I(printf_text("Read from file OK: %s or %s", kFiles[camera], kExports[camera]))};
   }
+
+  int error_ = 0;  ///< that the last call left
 };
 
 const Log kCopied = {I("Sensor_set_mesh:load k chromatix 4\n")};
@@ -158,6 +163,8 @@ TEST_F(SetMesh, TheValidWordAndTheModuleDecideAndTheChecksumOnlyWarns) {
                                        {"version 0", 99},
                                        {"judged bad", 3000},
                                        {"valid word of 33 bits", kHigh + 3099},
+                                       {"3099 in its low 32 bits", 125 * kHigh + 3099},
+                                       {"version 3 in 32 bits", (kHigh + 3) * 1000 + 99},
                                        {"all bad", 0, {1, b, c, d}, 1}};
   for (const bool is_used : {true, false}) {
     for (Record record : is_used ? used : refused) {
@@ -184,6 +191,7 @@ TEST_F(SetMesh, EachCameraHasItsFileAndItsNode) {
     EXPECT_EQ(log, start + loaded(camera));
     put_words(kExports[camera], {});
     EXPECT_EQ(set(false), start + Log{I(printf_text("Read from file:%s fail", kExports[camera]))});
+    EXPECT_EQ(error_, ENOENT);
   }
 }
 
@@ -208,14 +216,16 @@ TEST_F(SetMesh, TablesAreSoftenedInTheirOrder) {
 }
 
 TEST_F(SetMesh, AnImageThatEndsInsideItsRecordHasNone) {
-  for (const size_t size : {0U, 64U, 99U, 104U, 108U, 3640U, 3647U, 3648U, 4000U, 4500U}) {
-    Bytes bytes = Record{.fuse = {0, kThis[1], kThis[2], kThis[3]}}.image();
-    bytes.resize(size, 0xAA);
-    put(kFiles[0], bytes);
-    const Log log = set(size >= 3648);
-    EXPECT_EQ(log.back() == E("Sensor_set_mesh: valid bit or fuse id is wrong\n"), size < 3648) << size;
-    // Before its end is read, its zero first word says nothing of the module.
-    EXPECT_EQ(log[9].text.find("fuse_id_word1=0,") == std::string::npos, size < 3648) << size;
+  for (const uint64_t first_word : {0U, kThis[0]}) {
+    for (const size_t size : {0U, 64U, 99U, 104U, 108U, 3640U, 3647U, 3648U, 4000U, 4500U}) {
+      Bytes bytes = Record{.fuse = {first_word, kThis[1], kThis[2], kThis[3]}}.image();
+      bytes.resize(size, 0xAA);
+      put(kFiles[0], bytes);
+      const Log log = set(size >= 3648);
+      EXPECT_EQ(log.back() == E("Sensor_set_mesh: valid bit or fuse id is wrong\n"), size < 3648) << size;
+      // Before its end is read, its zero first word says nothing of the module.
+      EXPECT_EQ(log[9].text.find("fuse_id_word1=0,") != std::string::npos, first_word == 0 && size >= 3648);
+    }
   }
 }
 

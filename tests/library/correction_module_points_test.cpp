@@ -254,12 +254,18 @@ TEST_F(ModulePoints, TheScreensColourIsAProperty) {
   put_words(kAwbFile[1], awb(3099, kThis));
   put_words(kFlashFile[1], record(3099, kThis, kScreen));
   for (const auto& [text, yellow] :
-       {std::pair{"0", false}, {"-1", false}, {"3", true}, {"1", true}, {"x", false}}) {
+       {std::pair{"0", false}, {"-1", false}, {"3", true}, {"-2", true}, {"x", false}}) {
     phone().set_property("persist.camera.disp.color", text);
     const Call made = call();
     EXPECT_EQ((Floats{made.tuning[3113], made.tuning[3115]}),
               (yellow ? Floats{0.25F, 2097152} : Floats{2, 0.5F}))
         << text;
+  }
+  for (const Words& first_pair : {Words{0, 512}, Words{1024, 0}}) {
+    Words two_leds = kScreen;
+    std::copy(first_pair.begin(), first_pair.end(), two_leds.begin());
+    put_words(kFlashFile[1], record(3099, kThis, two_leds));
+    EXPECT_EQ(call().ratios[2], 77) << "no screen, if but one word of the pair is 0";
   }
 }
 
@@ -339,6 +345,12 @@ TEST_F(DualLed, UnreasonableTablesAndRecordsAreRefusedAfterTheGains) {
     EXPECT_EQ(made.log.back(), I(gains_line("DualFlash Calibration", 0.5F, 0.25F))) << row.what;
     for (size_t i = 0; i < row.table.size(); ++i)
       EXPECT_EQ(made.tuning[1737 + 7 * i], row.table[i].x) << row.what;
+  }
+  for (const size_t place : {0U, 3U, 6U}) {
+    const Entry nan{kTable[place].led1, kTable[place].led2, std::nanf("")};
+    const Call made = correct(kTwoLeds, changed(place, nan), 7);
+    EXPECT_EQ(reasons(made), std::vector{max}) << "a NaN is equal to nothing";
+    EXPECT_EQ(made.tuning[1737 + 7 * 6], 1) << "laid out";
   }
 }
 

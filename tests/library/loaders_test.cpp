@@ -62,7 +62,9 @@ class Loaders : public support::PhoneTest {
   void remove(const std::string& path) { std::filesystem::remove(host(path)); }
   static Bytes loaded(const Loader& loader, int32_t result, uint32_t length = 32) {
     Bytes buffer = kUntouched;
-    EXPECT_EQ(loader.load(buffer.data(), length), result) << loader.cache;
+    const int32_t loaded = loader.load(buffer.data(), length);
+    EXPECT_TRUE(loaded >= 0 || errno == ENOENT) << errno;
+    EXPECT_EQ(loaded, result) << loader.cache;
     return buffer;
   }
 };

@@ -74,6 +74,7 @@ TEST_F(MtdBackend, OpensWithOneReadAndSaysWhatDoesNotOpen) {
   const auto open = [&] { EXPECT_EQ(mtd_open(&found, "mfg"), -1); };
   for (const char* call : {"open", "read"}) {
     phone().add_fault({.call = call, .path = "/proc/mtd"});
+    phone().add_fault({.call = "close", .path = "/proc/mtd", .error = EDQUOT});
     EXPECT_EQ(said(open), "Emtd_open(): cannot find MTD partition [mfg]!\n|");
     EXPECT_EQ(error, EIO);
   }

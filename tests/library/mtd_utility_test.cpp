@@ -332,6 +332,8 @@ TEST_F(MtdDescriptor, ReadsAWholePartitionOrItsSize) {
   EXPECT_EQ(said([&] { errno = ENOMEM, fails(); }), "Ecannot read 36864 bytes from partition! errno = 12|")
       << "short, which says nothing of memory";
   EXPECT_EQ(out, nullptr);
+  fail("lseek");
+  EXPECT_EQ(said(fails), "");
   size = 0;
   fail("ioctl");
   EXPECT_EQ(said(fails), "Dcannot get partition info!|");
@@ -372,6 +374,9 @@ TEST_F(MtdDescriptor, WritesAWholePartitionOverErasedBlocks) {
   fail("write");
   lines_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, kBlock, data.data()), -1); });
   EXPECT_EQ(error, EIO);
+  fail("lseek");
+  EXPECT_EQ(calls_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, kBlock, data.data()), -1); }).back(),
+            "lseek");
   phone().clear_faults();
   phone().add_fault({.call = "write", .path = kMtdPath, .transfer = 0});
   EXPECT_EQ(calls_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, kBlock, data.data()), -1); }).back(),

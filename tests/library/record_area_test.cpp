@@ -64,8 +64,8 @@ TEST_F(RecordArea, WritersChangeTheirBytesAndNoOther) {
     const char* text;
     uint32_t base;
   };
-  for (const Page& page :
-       {Page{"4096", 0x20000}, Page{"2048", 0x10000}, Page{"", 0x10000}, Page{"40960", 0x10000}}) {
+  for (const Page& page : {Page{"4096", 0x20000}, Page{"2048", 0x10000}, Page{"", 0x10000},
+                           Page{"40960", 0x10000}, Page{" 4096", 0x10000}}) {
     phone().set_property("ro.pagesize", page.text);
     for (const int a_light : {0, 1, 2}) {
       set_a_light(a_light);

@@ -244,6 +244,7 @@ std::vector<std::pair<Bytes, Outcome>> cases(const Kind& kind, size_t camera) {
   }
   if (kind.wide) {
     rows.emplace_back(of(module, 3099 | 1ULL << 32), unfinished);  // as a record of 32-bit words looks here
+    rows.emplace_back(of(module, ((1ULL << 32) + 3) * 1000 + 99), unfinished);
     rows.emplace_back(of({module[0], module[1], module[2], module[3] | 1ULL << 63}), foreign);
   }
   for (const size_t at : {kind.checksum, kind.size() - 1}) {
@@ -350,7 +351,10 @@ class ResultChecks : public support::PhoneTest {
   Answer ask(const Source& source, size_t camera = 0) {
     set_sensor_selection(static_cast<uint32_t>(camera));
     Answer answer;
-    answer.log = log_of([&] { answer.result = source.kind.check(); });
+    answer.log = log_of([&] {
+      answer.result = source.kind.check();
+      error_ = errno;
+    });
     // The lines of awb_get_fuseid() and of the AEC reader are theirs.
     std::erase_if(answer.log, [](const LogLine& line) {
       return line.text.find("sfuse.") != line.text.npos || line.text.find("aec_") != line.text.npos;
@@ -372,6 +376,8 @@ class ResultChecks : public support::PhoneTest {
   void hide(const Source& source, size_t camera = 0) {
     std::filesystem::remove(host(path_of(source, camera)));
   }
+
+  int error_ = 0;  ///< that the last check left
 };
 
 TEST_F(ResultChecks, EveryCheckTellsGoodFromBadOnEveryCameraAndSource) {
@@ -389,6 +395,8 @@ TEST_F(ResultChecks, EveryCheckTellsGoodFromBadOnEveryCameraAndSource) {
       hide(source, camera);
       if (source.absent[0] != nullptr)
         expect_answer(ask(source, camera), expected(source, camera, std::nullopt), "no source");
+      const bool is_asked = source.absent[0] != nullptr && (&source != &kDualNode || camera == 0);
+      EXPECT_TRUE(!is_asked || error_ == ENOENT) << path;
     }
   }
 }
@@ -516,6 +524,9 @@ TEST_F(ResultChecks, DualCameraFallsBackOnTheInHouseNode) {
       expect_answer(ask(kDualNode, camera, unfinished), answer, "in-house");
     }
   }
+  show(path_of(kDualNode, 0), record_of(kDual, kMain));
+  phone().add_fault({.call = "lseek", .path = kDualNodePath});
+  EXPECT_EQ(ask(kDualNode).result, 0) << "without a seek, what comes first is read";
   hide(kDualNode);
   expect_answer(ask(kDualNode), expected(kDualNode, 0, std::nullopt),
                 "without the record's node it is not asked");

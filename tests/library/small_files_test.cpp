@@ -42,7 +42,8 @@ const Subject kSubjects[] = {
 
 class SmallFiles : public support::PhoneTest {
  protected:
-  SmallFiles() : PhoneTest({.partition_size = 256 * 1024}) { fit_module("main"); }
+  SmallFiles() : PhoneTest({.partition_size = 256 * 1024}), umask_(umask(022)) { fit_module("main"); }
+  ~SmallFiles() override { umask(umask_); }
 
   /// The file after the subject wrote it with these faults on it; nothing when it is not there.
   std::optional<Bytes> written(const Subject& subject, const std::vector<Fault>& faults) {
@@ -54,6 +55,9 @@ class SmallFiles : public support::PhoneTest {
     phone().clear_faults();
     return get(kFolder + subject.path);
   }
+
+ private:
+  mode_t umask_;
 };
 
 TEST_F(SmallFiles, AreRemovedMadeAnewAndOnTheMediumBeforeTheyMayBeRead) {
@@ -65,10 +69,9 @@ TEST_F(SmallFiles, AreRemovedMadeAnewAndOnTheMediumBeforeTheyMayBeRead) {
     put(path, support::pattern(9000));
     chmod(host(path).c_str(), 0600);
     std::filesystem::create_hard_link(host(path), host("/data/misc/camera/older"));
-    const mode_t mask = umask(077);
+    umask(077);
     phone().take_calls();
     EXPECT_EQ(written(subject, {}), content) << path;
-    umask(mask);
     Names calls;
     for (const auto& call : phone().take_calls()) {
       if (call.path == path) calls.push_back(call.name);
@@ -89,6 +92,7 @@ TEST_F(SmallFiles, ComeWholeThroughSignalsAndShortWritesAndOtherwiseNotAtAll) {
     long kept;  ///< bytes in the file; -1 all of them
   };
   const Row rows[] = {
+      {"not removed", {{.call = "remove"}}, -1},
       {"a signal", {{.call = "write", .error = EINTR}}, -1},
       {"short", {{.call = "write", .transfer = 3}}, -1},
       {"short, then a signal",
@@ -105,16 +109,22 @@ TEST_F(SmallFiles, ComeWholeThroughSignalsAndShortWritesAndOtherwiseNotAtAll) {
   for (const Subject& subject : kSubjects) {
     const Bytes whole = written(subject, {}).value_or(Bytes{});
     for (const Row& row : rows) {
-      put(kFolder + subject.path, {'o', 'l', 'd'});
+      put(kFolder + subject.path, support::pattern(9000));
       const auto left = written(subject, row.faults);
       if (subject.is_cache && row.kept >= 0) {
         EXPECT_EQ(left, std::nullopt) << subject.path << ": " << row.what;
       } else {
         const auto end = row.kept < 0 ? whole.end() : whole.begin() + row.kept;
         EXPECT_EQ(left, Bytes(whole.begin(), end)) << subject.path << ": " << row.what;
+        EXPECT_EQ(support::mode_of(host(kFolder + subject.path)), 0644) << subject.path << ": " << row.what;
       }
     }
   }
+  // The sub camera's flash writer, which sets the mode of the front camera's file, removes its own.
+  put("/data/misc/camera/flash_cal_front", {7});
+  const auto sub_flash = [] { QOR_FLASH_Calibration_write_to_flash(2, kFuse, 5, 6); };
+  EXPECT_EQ(written({"flash_cal", true, sub_flash}, {{.call = "write"}}), std::nullopt);
+  EXPECT_EQ(get("/data/misc/camera/flash_cal_front"), Bytes{7});
 }
 
 TEST_F(SmallFiles, AreNotWrittenThroughALink) {
