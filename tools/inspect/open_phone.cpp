@@ -224,8 +224,8 @@ void merge_properties(Phone& phone, const PhoneFile& file) {
     const std::string& taken = phone.properties->at(name);
     const bool decides = name == kPageSizeProperty || name.find("_fuse") != std::string::npos;
     if (decides && value != taken) {
-      throw InputError(fmt::format("{}: {}: {} is {}, and {} in another file", phone.name, file.path, name,
-                                   value, taken));
+      throw InputError(
+          fmt::format("{}: {}: {} is {}, and {} in another file", phone.name, file.path, name, value, taken));
     }
   }
 }

@@ -96,7 +96,8 @@ void Terminal::heading(std::string_view text) {
 }
 
 void Terminal::paragraph(std::string_view text, size_t indent) {
-  for (const std::string& part : wrap(printable(text), width_ - indent)) line(std::string(indent, ' ') + part);
+  for (const std::string& part : wrap(printable(text), width_ - indent))
+    line(std::string(indent, ' ') + part);
 }
 
 void Terminal::quote_line(std::string_view text, size_t width) {
