@@ -3,12 +3,16 @@
 // record.
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 
 #include "inspect/claims.h"
 #include "inspect/decode.h"
+#include "run/folder_guard.h"
 #include "run/sensor_model.h"
 #include "tests/support/support.h"
 #include "text/terminal.h"
@@ -149,6 +153,26 @@ TEST(ExposureControl, SettlesFromAnyLightAtItsOwnPace) {
       EXPECT_TRUE(control.has_settled()) << speed << ' ' << brightness;
       EXPECT_NEAR(brightness * control.exposure().milliseconds(), 50, 4);
     }
+  }
+}
+
+// ---- temporary files --------------------------------------------------------------------------------------
+
+TEST(FolderGuard, LeavesNothingBehindHoweverTheProcessEnds) {
+  for (const int signal : {SIGINT, SIGTERM, SIGKILL, 0}) {
+    const support::TemporaryFolder outer;
+    const std::filesystem::path folder = outer.path() / "phone";
+    std::filesystem::create_directory(folder);
+    support::write_bytes(folder / "data/record", {1, 2, 3});
+    const pid_t child = fork();
+    if (child == 0) {
+      const awbcal::FolderGuard guard(folder);
+      raise(signal);
+      _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    for (int i = 0; i < 500 && std::filesystem::exists(folder); ++i) usleep(10000);
+    EXPECT_FALSE(std::filesystem::exists(folder)) << signal;
   }
 }
 
