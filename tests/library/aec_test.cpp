@@ -32,11 +32,7 @@ class Aec : public support::PhoneTest {
   }
 };
 
-constexpr const char* kCacheFiles[] = {"/data/misc/camera/aec_cal", "/data/misc/camera/aec_cal_front_CAM",
-                                       "/data/misc/camera/aec_cal_sub_CAM"};
-constexpr const char* kNodes[] = {"/sys/android_camera_awb_cal/awb_cal",
-                                  "/sys/android_camera_awb_cal/awb_cal_front",
-                                  "/sys/android_camera_awb_cal/awb_cal_sub"};
+constexpr const char* kCacheFile = "/data/misc/camera/aec_cal";
 
 Words good_words() {
   return {3099, 160, 33000, 51, kModule[0], kModule[1], kModule[2], kModule[3]};
@@ -86,110 +82,6 @@ TEST_F(Aec, ReadyNeedsStatusTriggerAndEnable) {
   }
 }
 
-TEST_F(Aec, WritingStoresTheRecordAndItsCache) {
-  const awb_fuse_id fuse = {{kModule[0], kModule[1], kModule[2], kModule[3]}};
-  const Bytes record = support::sealed32(good_words());
-  for (const uint8_t camera : Bytes{0, 1, 2, 17}) {
-    const std::string cache = kCacheFiles[camera > 2 ? 0 : camera];
-    put(cache, {});
-    std::string console;
-    expect_partition_write(0x20E28U + camera * 0x1000U, record, [&] {
-      console =
-          support::console_of([&] { EXPECT_EQ(aec_write_calibration(camera, fuse, 160, 33000, 51), 0); });
-    });
-    EXPECT_EQ(console, "aec_write_calibration: writeflash() OK\n");
-    EXPECT_EQ(get(cache), record);
-    EXPECT_EQ(support::mode_of(host(cache)), 0644);
-  }
-}
-
-TEST_F(Aec, WritingLogsEveryWord) {
-  const awb_fuse_id fuse = {{1, 2, 3, 4}};
-  auto log =
-      support::with_tag(log_of([&] { aec_write_calibration(2, fuse, 5, 6, 7); }), "camera_calibration");
-  std::vector<LogLine> expected = {I("aec_write_calibration: camid(2) offset(11816) (5,6)")};
-  const Bytes record = support::sealed32({3099, 5, 6, 7, 1, 2, 3, 4});
-  for (uint32_t i = 0; i < 9; ++i) {
-    expected.push_back(I(printf_text("aec_write_calibration, [AWB Calibration]-aec_caBuff-%u, 0x%x", i,
-                                     support::word_at(record, 4 * i))));
-  }
-  ASSERT_GT(log.size(), expected.size() + 2);
-  EXPECT_TRUE(std::equal(expected.begin(), expected.end(), log.begin()));
-  EXPECT_EQ(log[log.size() - 2], I("aec_write_calibration, [AWB Calibration] AEC write flash pass"));
-  EXPECT_EQ(log.back(), I("[AWB Calibration] write aec_cabuff to /data/misc/camera/aec_cal"));
-}
-
-TEST_F(Aec, WriteFailuresAreTold) {
-  const awb_fuse_id fuse = {{1, 2, 3, 4}};
-  phone().add_fault({.call = "open", .path = "/data/misc/camera/*", .from_then_on = true, .error = EROFS});
-  for (uint8_t camera = 0; camera < 3; ++camera) {
-    const std::string text = std::string("aec_write_calibration: create ") + kCacheFiles[camera] + " fail\n";
-    std::vector<LogLine> log;
-    EXPECT_EQ(support::console_of(
-                  [&] { log = log_of([&] { EXPECT_EQ(aec_write_calibration(camera, fuse, 1, 2, 3), 0); }); }),
-              "aec_write_calibration: writeflash() OK\n" + text);
-    EXPECT_EQ(log.back(), E(text));
-  }
-  phone().clear_faults();
-  phone().add_fault({.call = "write", .path = "/dev/block/*", .from_then_on = true});
-  std::vector<LogLine> log;
-  EXPECT_EQ(support::console_of(
-                [&] { log = log_of([&] { EXPECT_EQ(aec_write_calibration(0, fuse, 1, 2, 3), -1); }); }),
-            "aec_write_calibration: writeflash() fail\n");
-  EXPECT_EQ(log.back(), E("aec_write_calibration, [AWB Calibration] Can't write AEC to flash. Maybe Not MFG "
-                          "ROM or Flash is bad"));
-  EXPECT_TRUE(camera_files().empty());
-}
-
-TEST_F(Aec, ReadingPrefersTheCacheOfTheSelectedCamera) {
-  const char* const camera_words[] = {"MAIN", "Front", "Sub"};
-  for (uint32_t camera = 0; camera < 3; ++camera) {
-    const Bytes record = support::pattern(36, camera);
-    put(kCacheFiles[camera], record);
-    set_sensor_selection(camera);
-    Bytes buffer(37, 0xA5);
-    const auto log = log_of([&] { EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 36); });
-    EXPECT_TRUE(std::equal(record.begin(), record.end(), buffer.begin()));
-    EXPECT_EQ(buffer.back(), 0xA5);
-    EXPECT_EQ(log, (std::vector{I(printf_text("aec_read_calibration: Read file for AEC of %s CAM\n",
-                                              camera_words[camera])),
-                                I(printf_text("Read %s OK (36)\n", kCacheFiles[camera]))}));
-    put(kCacheFiles[camera], Bytes(record.begin(), record.begin() + 7));
-    EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 7);
-    put(kCacheFiles[camera], {});
-    EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 0)
-        << "an empty cache file is no reason to look elsewhere";
-  }
-}
-
-TEST_F(Aec, ReadingFallsBackToTheExport) {
-  const char* const camera_words[] = {"MAIN", "front", "sub"};
-  const char* const first_words[] = {"MAIN", "Front", "Sub"};
-  for (uint32_t camera = 0; camera < 3; ++camera) {
-    set_sensor_selection(camera);
-    const Bytes image = support::pattern(4000, camera);
-    put(kNodes[camera], image);
-    Bytes buffer(400, 0xA5);
-    const auto log = log_of([&] { EXPECT_EQ(aec_read_calibration(buffer.data(), 300), 300); });
-    EXPECT_TRUE(std::equal(buffer.begin(), buffer.begin() + 288, image.begin() + 0xE80));
-    EXPECT_EQ(Bytes(buffer.begin() + 288, buffer.begin() + 301),
-              (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xA5}));
-    EXPECT_EQ(
-        log, (std::vector{
-                 I(printf_text("aec_read_calibration: Read file for AEC of %s CAM\n", first_words[camera])),
-                 I(printf_text("aec_read_calibration: Read flash for AEC of %s CAM\n", camera_words[camera])),
-                 I("[AWB Calibration]aec_read_calibration: read from file OK: "
-                   "/sys/android_camera_awb_cal/awb_cal (4000) (300)")}));
-    put(kNodes[camera], Bytes(image.begin(), image.begin() + 0xE80 + 10));
-    EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 36) << "a short export claims the length";
-    EXPECT_EQ(Bytes(buffer.begin() + 10, buffer.begin() + 36), Bytes(26)) << "and shows no stale byte";
-    std::filesystem::remove(host(kNodes[camera]));
-    const auto lost = log_of([&] { EXPECT_EQ(aec_read_calibration(buffer.data(), 36), -1); });
-    EXPECT_EQ(lost.back(), E(printf_text("[AWB Calibration]aec_read_calibration: fail to read from file:%s",
-                                         kNodes[camera])));
-  }
-}
-
 TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
   fit_module("main");
   const Values good{160, 33000, 51};
@@ -221,7 +113,7 @@ TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
       {"cut", Bytes(35, 0x11), none},
   };
   for (const Row& row : rows) {
-    put(kCacheFiles[0], row.record);
+    put(kCacheFile, row.record);
     EXPECT_EQ(stored_values(), row.values) << row.what;
   }
 }
@@ -232,7 +124,7 @@ TEST_F(Aec, EveryFlippedBitIsRefused) {
   for (size_t bit = 0; bit < record.size() * 8; ++bit) {
     Bytes damaged = record;
     damaged[bit / 8] = static_cast<uint8_t>(damaged[bit / 8] ^ 1U << bit % 8);
-    put(kCacheFiles[0], damaged);
+    put(kCacheFile, damaged);
     EXPECT_EQ(stored_values(), (Values{0, 0, 0})) << "bit " << bit;
   }
 }
@@ -243,7 +135,7 @@ TEST_F(Aec, JudgingLogsWhatItSaw) {
   const std::string fuse = "0x11223344, 0x55667788, 0x99aabbcc, 0xddeeff01";
   Bytes record = support::sealed32(good_words());
   const auto tail_of = [&](const Bytes& bytes) {
-    put(kCacheFiles[0], bytes);
+    put(kCacheFile, bytes);
     const auto log = log_of([] { stored_values(); });
     return std::vector<LogLine>(log.begin() + 6, log.end());  // after the fuse words and the reader's lines
   };

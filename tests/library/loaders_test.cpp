@@ -16,22 +16,29 @@ struct Loader {
   size_t export_offset;
   std::string cache;  // file name of the main camera
   const char* opening;
-  std::string cache_line;  // the name that the log gives it
+  std::string cache_line;  // what the log says of it, up to the camera's part
   const char* fallback;
   const char* record;
 };
 
 const Loader kLoaders[] = {
-    {ReadFlashForFlashCalibration, 3648, "flash_cal", "ReadFlash() for AWB of ", "flash_cal",
-     "ReadFlashForFlashCalibration() for Flash of ", "[Flash Calibration]"},
-    {ReadFlashForDualFlashCali, 3848, "flash_dual_cal", "ReadFlash() for Flash of ", "flash_dual_cal",
-     "ReadFlashForFlashCalibration() for Flash of ", "[Flash Calibration]"},
+    {ReadFlashForFlashCalibration, 3648, "flash_cal", "ReadFlash() for AWB of ",
+     "ReadFlash() /data/misc/camera/flash_cal", "ReadFlashForFlashCalibration() for Flash of ",
+     "[Flash Calibration]"},
+    {ReadFlashForDualFlashCali, 3848, "flash_dual_cal", "ReadFlash() for Flash of ",
+     "ReadFlash() /data/misc/camera/flash_dual_cal", "ReadFlashForFlashCalibration() for Flash of ",
+     "[Flash Calibration]"},
     {[](void* buffer, uint32_t length) { return ReadFlashForDualCam(buffer, length, 0); }, 0, "awb_cal",
-     "ReadFlash() for AWB of ", "awb_dual_cal", "ReadAWBCalibration() for DualCam of ",
-     "[Dual AWB Calibration]"},
+     "ReadFlash() for AWB of ", "ReadFlash() /data/misc/camera/awb_dual_cal",
+     "ReadAWBCalibration() for DualCam of ", "[Dual AWB Calibration]"},
     {[](void* buffer, uint32_t length) { return ReadFlashForDualCam(buffer, length, 7); }, 3784,
-     "awb_A_light_cal", "ReadFlash() for AWB of ", "awb_dual_cal", "ReadAWBCalibration() for DualCam of ",
-     "[Dual AWB Calibration]"}};
+     "awb_A_light_cal", "ReadFlash() for AWB of ", "ReadFlash() /data/misc/camera/awb_dual_cal",
+     "ReadAWBCalibration() for DualCam of ", "[Dual AWB Calibration]"},
+    {[](void* buffer, uint32_t length) {
+       return aec_read_calibration(static_cast<uint8_t*>(buffer), length);
+     },
+     3712, "aec_cal", "aec_read_calibration: Read file for AEC of ", "Read /data/misc/camera/aec_cal",
+     "aec_read_calibration: Read flash for AEC of ", "[AWB Calibration]aec_read_calibration:"}};
 
 const std::string kCaches = "/data/misc/camera/";
 const std::string kNodes[] = {"/sys/android_camera_awb_cal/awb_cal",
@@ -40,10 +47,10 @@ const std::string kNodes[] = {"/sys/android_camera_awb_cal/awb_cal",
 const std::string kCameras[] = {"MAIN CAM\n", "Front CAM\n", "Sub CAM\n"};
 const std::string kFallbackCameras[] = {"MAIN CAM\n", "front CAM\n", "sub CAM\n"};
 
-/// The path of a camera's file by the main camera's name.
-std::string cache_path(const std::string& name, uint32_t camera) {
-  const char* suffixes[] = {"", name == "flash_cal" ? "_front" : "_front_CAM", "_sub_CAM"};
-  return kCaches + name + suffixes[camera];
+/// A camera's file by the main camera's.
+std::string of_camera(const std::string& name, uint32_t camera) {
+  const char* suffixes[] = {"", name.ends_with("/flash_cal") ? "_front" : "_front_CAM", "_sub_CAM"};
+  return name + suffixes[camera];
 }
 
 /// `size` bytes at `offset`, and then 0xEE up to 48 bytes: what a load leaves of a buffer of 0xEE.
@@ -72,16 +79,15 @@ class Loaders : public support::PhoneTest {
 TEST_F(Loaders, TakeTheCacheFileThenTheExportThenNothing) {
   for (const Loader& loader : kLoaders) {
     for (uint32_t camera = 0; camera < 3; ++camera) {
-      const std::string path = cache_path(loader.cache, camera);
+      const std::string path = of_camera(kCaches + loader.cache, camera);
       const auto opening = I(loader.opening + kCameras[camera]);
       const auto fallback = I(loader.fallback + kFallbackCameras[camera]);
       const Bytes cached = pattern(60, camera + 1), image = pattern(4100, camera + 9);
       set_sensor_selection(camera);
       put(path, cached);
       put(kNodes[camera], image);
-      EXPECT_EQ(
-          log_of([&] { EXPECT_EQ(loaded(loader, 32), part(cached, 0, 32)); }),
-          (std::vector{opening, I("ReadFlash() " + cache_path(loader.cache_line, camera) + " OK (32)\n")}));
+      EXPECT_EQ(log_of([&] { EXPECT_EQ(loaded(loader, 32), part(cached, 0, 32)); }),
+                (std::vector{opening, I(of_camera(loader.cache_line, camera) + " OK (32)\n")}));
       remove(path);
       EXPECT_EQ(log_of([&] { EXPECT_EQ(loaded(loader, 32), part(image, loader.export_offset, 32)); }),
                 (std::vector{opening, fallback,
@@ -151,7 +157,7 @@ TEST_F(Loaders, TheAwbLoaderHandsOutTheTagWord) {
     EXPECT_EQ(buffer, expected);
   };
   for (uint32_t camera = 0; camera < 3; ++camera) {
-    const std::string path = cache_path("awb_cal", camera);
+    const std::string path = of_camera(kCaches + "awb_cal", camera);
     const auto opening = I("ReadFlash() for AWB of " + kCameras[camera]);
     const Bytes image = pattern(4000, camera);
     set_sensor_selection(camera);

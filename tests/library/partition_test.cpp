@@ -243,15 +243,4 @@ TEST_F(PartitionTransfer, ClosesOnceWhateverTheOtherPointerHolds) {
   EXPECT_EQ(emmc_close(&state), 0);
 }
 
-TEST_F(PartitionTransfer, WithoutMemoryThereIsNoPartition) {
-  for (const bool from_then_on : {false, true}) {
-    partition_handle handle{};
-    phone().add_fault({.call = "malloc", .from_then_on = from_then_on, .error = ENOMEM});
-    EXPECT_EQ(partition_open(&handle, "mfg"), -1);
-    EXPECT_EQ(handle.emmc, nullptr);
-    EXPECT_EQ(handle.mtd, nullptr);
-    phone().clear_faults();
-  }
-}
-
 }  // namespace

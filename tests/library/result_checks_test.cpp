@@ -70,58 +70,25 @@ struct Kind {
 };
 
 #define CHECK(kind) Sensor_Check_##kind##_Calibration_Result, "Sensor_Check_" #kind "_Calibration_Result"
-const Kind kGyro{CHECK(GYRO),
-                 true,
-                 8,
-                 40,
-                 40,
-                 kPlain,
-                 "%: gyro_verify(3099) gyro_fuseid(0x11 0x22 0x33 0x44)\n",
-                 "[Calibration Record] %: GYRO record = 0x#\n"};
-const Kind kLsc{CHECK(LSC),
-                true,
-                8,
-                3576,
-                3556,
-                kPlain,
-                "%: lsc_verify(3099) lsc_fuseid(0x11 0x22 0x33 0x44)\n",
-                "[Calibration Record] %: lsc record = 0x#\n"};
-const Kind kAwb{
-    CHECK(AWB),
-    true,
-    24,
-    56,
-    28,
-    kPlain,
+// clang-format off
+const Kind kGyro{CHECK(GYRO), true, 8, 40, 40, kPlain,
+    "%: gyro_verify(3099) gyro_fuseid(0x11 0x22 0x33 0x44)\n", "[Calibration Record] %: GYRO record = 0x#\n"};
+const Kind kLsc{CHECK(LSC), true, 8, 3576, 3556, kPlain,
+    "%: lsc_verify(3099) lsc_fuseid(0x11 0x22 0x33 0x44)\n", "[Calibration Record] %: lsc record = 0x#\n"};
+const Kind kAwb{CHECK(AWB), true, 24, 56, 28, kPlain,
     "%: awb_verify(3099)(0x5a5a5a5a5a5a5a5a 0x5a5a5a5a5a5a5a5a) awb_fuseid(0x11 0x22 0x33 0x44)\n",
     "[Calibration Record] %: awb record = 0x#\n"};
-const Kind kAec{
-    CHECK(AEC),
-    false,
-    16,
-    32,
-    32,
-    kAecLines,
+const Kind kAec{CHECK(AEC), false, 16, 32, 32, kAecLines,
     "%,[AEC Calibration Record] AEC nandflash data: 0xc1b, 0x5a5a5a5a, 0x5a5a5a5a, 0x5a5a5a5a, 0x11, 0x22, 0x33, 0x44, 0x5cfdf74b\n",
     "[AEC Calibration Record] %: awb record = 0x#\n"};
-const Kind kDualFlash{
-    CHECK(FLASH),
-    true,
-    56,
-    88,
-    44,
-    kDualLines,
+const Kind kDualFlash{CHECK(FLASH), true, 56, 88, 44, kDualLines,
     "%: dual flash awb_verify(3099)(0x5a5a5a5a5a5a5a5a 0x5a5a5a5a5a5a5a5a) (0x5a5a5a5a5a5a5a5a 0x5a5a5a5a5a5a5a5a) (0x5a5a5a5a5a5a5a5a 0x5a5a5a5a5a5a5a5a) awb_fuseid(0x11 0x22 0x33 0x44)\n",
     "[Calibration Record][dual] %: awb record = 0x#\n"};
 const Kind kFlash{CHECK(FLASH), true, 24, 56, 28, kPlain, kAwb.fields, kAwb.word};
-const Kind kDual{CHECK(DUAL),
-                 false,
-                 1647,
-                 1663,
-                 1663,
-                 kPlain,
-                 "%: dual_verify(3099) dual_fuseid(0x11 0x22 0x33 0x44)\n",
-                 "[Calibration Record] %: dual calibration record = 0x#\n"};
+const Kind kDual{CHECK(DUAL), false, 1647, 1663, 1663, kPlain,
+    "%: dual_verify(3099) dual_fuseid(0x11 0x22 0x33 0x44)\n",
+    "[Calibration Record] %: dual calibration record = 0x#\n"};
+// clang-format on
 
 /// One file from which a check reads, and what it says of it when it opens and, of the last one, when it does
 /// not: I or E, the priority, stands before a line; * and @ stand for the camera in the cache file's and in the

@@ -24,28 +24,18 @@ struct Wrapper {
   std::vector<std::pair<uint32_t, const char*>> stored;
 };
 
+// clang-format off
 const std::vector<Wrapper> kWrappers = {
-    {"mfg.calibration.status",
-     Sensor_set_Calibration_status,
-     Sensor_get_Calibration_status,
-     0,
+    {"mfg.calibration.status", Sensor_set_Calibration_status, Sensor_get_Calibration_status, 0,
      {{3, "3"}, {0xFFFFFFFF, "-1"}}},
-    {"mfg.calibration.target_luma",
-     [](uint32_t luma) { return Sensor_set_target_luma(static_cast<uint8_t>(luma)); },
-     Sensor_get_target_luma,
-     90,
-     {{255, "255"}, {300, "44"}}},
-    {"qor.camera.mfg.trigger_index",
-     [](uint32_t index) { return Sensor_set_trigger_index(static_cast<uint16_t>(index)); },
-     Sensor_get_trigger_index,
-     0,
-     {{65535, "65535"}, {65536, "0"}}},
-    {"qor.camera.mfg.aec_exp_index",
-     Stats_set_exp_index,
-     Stats_get_exp_index,
-     0,
+    {"mfg.calibration.target_luma", [](uint32_t luma) { return Sensor_set_target_luma(static_cast<uint8_t>(luma)); },
+     Sensor_get_target_luma, 90, {{255, "255"}, {300, "44"}}},
+    {"qor.camera.mfg.trigger_index", [](uint32_t index) { return Sensor_set_trigger_index(static_cast<uint16_t>(index)); },
+     Sensor_get_trigger_index, 0, {{65535, "65535"}, {65536, "0"}}},
+    {"qor.camera.mfg.aec_exp_index", Stats_set_exp_index, Stats_get_exp_index, 0,
      {{7, "7"}, {0x80000000, "-2147483648"}}},
 };
+// clang-format on
 
 TEST_F(Status, SettersStoreASignedDecimalNumber) {
   for (const Wrapper& wrapper : kWrappers) {

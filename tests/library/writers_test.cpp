@@ -1,4 +1,4 @@
-// Do the flash, gyro and dual-camera writers store exactly their record, and say honestly how that went?
+// Do the AEC, flash, gyro and dual-camera writers store exactly their record, and say honestly how that went?
 // Guards against a record in the wrong place, a success told for a write that failed, and files left
 // unreadable.
 
@@ -28,32 +28,44 @@ struct Writer {
   std::function<int32_t(uint8_t camid)> call;
   Bytes record;
   uint32_t place;
-  std::string cache, front_cache;
-  const char *opening, *stored, *not_stored;
-  bool is_flash() const { return place != 3744; }
+  std::string cache, front_cache, sub_cache;
+  const char *opening, *words, *stored,
+      *not_stored;  // `words`: of the line of each word, if there are such lines
+  /// Into which file a record goes: a camid of 3 and more is the main camera's.
+  const std::string& written(int camid) const {
+    return camid == 1 ? front_cache : camid == 2 ? sub_cache : cache;
+  }
 };
 
 const Writer kWriters[] = {
     {"QOR_FLASH_Calibration_write_to_flash",
      [](uint8_t camid) { return QOR_FLASH_Calibration_write_to_flash(camid, kFuse, 2048, -1); },
      support::sealed32({3099, 2048, 0xFFFFFFFF, kModule[0], kModule[1], kModule[2], kModule[3]}), 3592,
-     kFolder + "flash_cal", kFolder + "flash_cal_front", "I$: @ (2048,-1)|",
+     kFolder + "flash_cal", kFolder + "flash_cal_front", kFolder + "flash_cal", "I$: @ (2048,-1)|",
+     "[Flash Calibration]-FlashcaBuff",
      "I$, [Flash Calibration] write flash pass|I[Flash Calibration] write cabuff to /data/misc/camera/awb_cal|",
      "E$, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
     {"QOR_Dual_FLASH_Calibration_write_to_flash",
      [](uint8_t camid) { return QOR_Dual_FLASH_Calibration_write_to_flash(camid, kFuse, 1, 2, 3, 4, 5, -6); },
      support::sealed32({3099, 1, 2, 3, 4, 5, 0xFFFFFFFA, kModule[0], kModule[1], kModule[2], kModule[3]}),
-     3692, kFolder + "flash_dual_cal", kFolder + "flash_dual_cal_front_CAM",
-     "I$: @ x1(1,2)|I$: @ x2(3,4)|I$: @ x3(5,-6)|",
+     3692, kFolder + "flash_dual_cal", kFolder + "flash_dual_cal_front_CAM", kFolder + "flash_dual_cal",
+     "I$: @ x1(1,2)|I$: @ x2(3,4)|I$: @ x3(5,-6)|", "[Flash Calibration]-FlashcaBuff",
      "I$, [Flash Calibration] write flash pass|I[Flash Calibration] write cabuff to /data/misc/camera/awb_cal|",
      "E$, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
     {"gyro_write_calibration", [](uint8_t camid) { return gyro_write_calibration(camid, kFuse); },
      support::sealed64({3099, kModule[0], kModule[1], kModule[2], kModule[3]}), 3744,
-     kFolder + "gyro_cal_qor_CAM", kFolder + "gyro_cal_front_qor_CAM",
-     "E$, [gyro Calibration] E|I$: @|E$, [gyro Calibration] @|",
+     kFolder + "gyro_cal_qor_CAM", kFolder + "gyro_cal_front_qor_CAM", kFolder + "gyro_cal_qor_CAM",
+     "E$, [gyro Calibration] E|I$: @|E$, [gyro Calibration] @|", nullptr,
      "E$, [gyro Calibration] gyro write flash pass|"
      "E[ISP Calibration] write isp_cabuff to /data/misc/camera/awb_cal_ISP_sub_qor_CAM|",
      "E$, [gyro Calibration] Can't write to flash. Maybe Not MFG ROM or Flash is bad|"},
+    {"aec_write_calibration",
+     [](uint8_t camid) { return aec_write_calibration(camid, kFuse, 160, 33000, 51); },
+     support::sealed32({3099, 160, 33000, 51, kModule[0], kModule[1], kModule[2], kModule[3]}), 3624,
+     kFolder + "aec_cal", kFolder + "aec_cal_front_CAM", kFolder + "aec_cal_sub_CAM", "I$: @ (160,33000)|",
+     "[AWB Calibration]-aec_caBuff",
+     "I$, [AWB Calibration] AEC write flash pass|I[AWB Calibration] write aec_cabuff to /data/misc/camera/aec_cal|",
+     "E$, [AWB Calibration] Can't write AEC to flash. Maybe Not MFG ROM or Flash is bad|"},
 };
 
 std::string replaced(std::string text, const std::string& what, const std::string& by) {
@@ -66,9 +78,8 @@ std::string opening_of(const Writer& writer, int camid) {
   std::string text =
       replaced(writer.opening, "@",
                printf_text("camid(%d) offset(%d)", camid, static_cast<int>(writer.place) + camid * 4096));
-  for (size_t i = 0; writer.is_flash() && i < writer.record.size() / 4; ++i) {
-    text += printf_text("I$, [Flash Calibration]-FlashcaBuff-%zu, 0x%x|", i,
-                        support::word_at(writer.record, 4 * i));
+  for (size_t i = 0; writer.words != nullptr && i < writer.record.size() / 4; ++i) {
+    text += printf_text("I$, %s-%zu, 0x%x|", writer.words, i, support::word_at(writer.record, 4 * i));
   }
   return text;
 }
@@ -86,8 +97,8 @@ void PrintTo(const Outcome& outcome, std::ostream* stream) {
 
 class Writers : public support::PhoneTest {
  protected:
-  Writers() : PhoneTest({.partition_size = 0x25000}), umask_(umask(077)) {
-    const Bytes image = support::pattern(0x25000);
+  Writers() : PhoneTest({.partition_size = 0x34000}), umask_(umask(077)) {
+    const Bytes image = support::pattern(0x34000);
     phone().write_partition(0, image.data(), image.size());
   }
   ~Writers() override { umask(umask_); }
@@ -125,17 +136,17 @@ TEST_F(Writers, StoreTheirRecordInTheSlotAndInTheCacheFile) {
   for (const auto& [page, base] : {std::pair{"4096", 0x20000U}, {"2048", 0x10000U}}) {
     phone().set_property("ro.pagesize", page);
     for (const Writer& writer : kWriters) {
-      for (uint8_t camid = 0; camid < 4; ++camid) {
-        for (const auto& path : {writer.cache, writer.front_cache}) put_private(path, {1});
+      for (const uint8_t camid : Bytes{0, 1, 2, 17}) {
+        const std::string& written = writer.written(camid);
+        const std::string& other = camid == 1 ? writer.cache : writer.front_cache;
+        for (const auto& path : {written, other}) put_private(path, {1});
         Outcome seen;
         expect_partition_write(base + writer.place + camid * 4096U, writer.record,
                                [&] { seen = run(writer.name, [&] { return writer.call(camid); }); });
         EXPECT_EQ(seen, (Outcome{0, "$: writeflash() OK\n", opening_of(writer, camid) + writer.stored}));
-        const std::string& written = camid == 1 ? writer.front_cache : writer.cache;
-        const std::string& other = camid == 1 ? writer.cache : writer.front_cache;
         EXPECT_EQ(get(written), writer.record);
         EXPECT_EQ(get(other), Bytes{1});
-        const bool to_other = writer.is_flash() && camid > 1;
+        const bool to_other = writer.name.starts_with("QOR") && camid > 1;
         EXPECT_EQ(support::mode_of(host(written)), to_other ? 0600 : 0644) << writer.name << int{camid};
         EXPECT_EQ(support::mode_of(host(other)), to_other ? 0644 : 0600) << writer.name << int{camid};
       }
@@ -159,7 +170,7 @@ TEST_F(Writers, AFailedTransferIsToldAndLeavesTheCacheFileAlone) {
 TEST_F(Writers, ACacheFileThatCannotBeCreatedIsToldButIsNoFailure) {
   for (const Writer& writer : kWriters) {
     for (uint8_t camid = 0; camid < 3; ++camid) {
-      const std::string line = "$: create " + (camid == 1 ? writer.front_cache : writer.cache) + " fail\n";
+      const std::string line = "$: create " + writer.written(camid) + " fail\n";
       const std::string stored(writer.stored, std::string(writer.stored).find('|') + 1);
       EXPECT_EQ(
           run_with({.call = "open", .path = kFolder + "*"}, writer.name, [&] { return writer.call(camid); }),

@@ -152,12 +152,6 @@ TEST_F(Inspect, NamesTheFileAndTheCause) {
   }
 }
 
-TEST_F(Inspect, StopsReadingWhatNeverEnds) {
-  const Outcome refused = run("show /dev/zero");
-  EXPECT_EQ(refused.exit_code, 2);
-  EXPECT_EQ(refused.output, "awbcal: /dev/zero: cannot be read: larger than 64 MiB\n");
-}
-
 TEST_F(Inspect, TakesNoFullDiskForAVerdict) {
   for (const char* how : {"", " --json"}) {
     EXPECT_EQ(run("verify " + phone() + how, ">/dev/full 2>&1").exit_code, 2) << how;
@@ -245,23 +239,6 @@ TEST_F(Inspect, FailsAnAbsentKindOnlyWhenItIsRequired) {
     EXPECT_EQ(run("verify " + path("phone") + " --require " + required).exit_code, exit_code) << required;
   }
   EXPECT_TRUE(run("verify " + path("phone") + " --require flash").says("flash (required)"));
-}
-
-TEST_F(Inspect, TellsAbsentUnreadableAndWrongApart) {
-  phone();
-  fs::remove(path("phone/data/misc/camera/aec_cal"));
-  fs::create_directories(path("phone/data/misc/camera/aec_cal"));
-  symlink("nowhere", path("phone/data/misc/camera/flash_cal").c_str());
-  file("phone/data/misc/camera/awb_cal", damaged(awb(), 4));
-  const Outcome verified = run("verify " + path("phone"));
-  EXPECT_EQ(verified.exit_code, 1);
-  EXPECT_TRUE(verified.says("bad CRC                  main camera, AWB record")) << verified.output;
-  EXPECT_TRUE(
-      verified.says("unreadable               main camera, AEC record\n      data/misc/camera/aec_cal\n"
-                    "      rule record.readable: expected a file that can be read, found is a folder"))
-      << verified.output;
-  EXPECT_TRUE(verified.says("unreadable               main camera, flash record"));
-  EXPECT_TRUE(verified.says("absent: main camera: a_light_awb, dual_flash, gyro"));
 }
 
 // A record that is good in the cache and damaged on the partition is lost with the next wipe.
