@@ -9,12 +9,6 @@
 
 #include "tests/support/nand_phone.h"
 
-// The table outlives its names and mtd_data_close() drops it on purpose: callers may hold pointers into both.
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() {
-  return "leak:mtd_scan_partitions\n";
-}
-
 namespace {
 
 using phone::NandFault;
