@@ -89,9 +89,10 @@ TEST_F(CameraStart, EndsWhereTheTuningEnds) {
   ASSERT_EQ(mprotect(end, kRoom, PROT_NONE), 0);
   auto* const tuning = reinterpret_cast<float*>(end - 12464);
   std::fill_n(tuning, 12464 / 4, 1.0F);
-  for (uint32_t camera = 0; camera < 3; ++camera) {
+  for (uint32_t i = 0; i < 4; ++i) {
+    if (i == 3) put_words(kCaches + kFiles[1][1], record(3000, kAny, {1024, 512, 256, 1024, 512, 256}));
     float out[6] = {};
-    set_sensor_selection(camera);
+    set_sensor_selection(i == 3 ? 1 : i);  // once more, with a refused flash record
     Correct_Reference_Points_qorModule(tuning, out, out + 2, out + 4);
     EXPECT_EQ(out[0], 1);
     QOR_AWB_Calibration_Reference_Points_Correction(tuning);
