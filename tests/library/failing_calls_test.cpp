@@ -8,6 +8,7 @@
 #include <set>
 
 #include "awb_calibration/factory.h"
+#include "awb_calibration/verify.h"
 #include "tests/support/nand_phone.h"
 
 namespace {
@@ -99,6 +100,7 @@ const Subject kSubjects[] = {
      {{0x23200, 0x23200 + 1667}}},
     {"dual-camera writer, first form", QOR_DUAL_Calibration_write_to_flash, {{0x23000, 0x23000 + 465}}},
     {"dual-camera reader", QOR_DUAL_Calibration_ReadCalData},
+    {"dual-camera check", Sensor_Check_DUAL_Calibration_Result},
     {"status", [] { return int64_t{Sensor_get_Calibration_status()}; }, {}, {0, 4}},
     {"lens-shading marker", marker},
 };

@@ -149,9 +149,9 @@ void zero_first(support::NandPhone& phone) {
 Prepare mark(uint32_t block) {
   return [=](support::NandPhone& phone) { phone.nand().mark_bad(block); };
 }
-Prepare chip(Op op, int64_t block, Effect effect = Effect::fail, unsigned nth = 1) {
+Prepare chip(Op op, int64_t block, Effect effect = Effect::fail, unsigned nth = 1, int64_t byte = 0) {
   return [=](support::NandPhone& phone) {
-    phone.nand().add_fault({.op = op, .effect = effect, .block = block, .nth = nth});
+    phone.nand().add_fault({.op = op, .effect = effect, .block = block, .nth = nth, .byte = byte});
   };
 }
 Prepare chip_always(Op op, int64_t block) {
@@ -215,6 +215,7 @@ const LogRow kWrites[] = {
     {chip(Op::program, 0), kWrite + kVerify + kRetried},
     {chip_always(Op::program, 0), kWrite + kVerify + kWrite + kVerify + kSkipped},
     {chip(Op::program, 0, Effect::corrupt), kSilent + kRetried},
+    {chip(Op::program, 0, Effect::corrupt, 1, -1), kSilent + kRetried},  // the last byte
     {chip(Op::read, 0, Effect::corrupt), kSilent + kRetried},
     {chip(Op::read, 0), kReread + kRetried},
     {call("lseek", 3), kWrite + kVerify + kRetried},
