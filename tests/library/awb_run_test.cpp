@@ -1,8 +1,6 @@
 // Does a production-line AWB run store the record, the verdict and the files that its frames deserve?
 // Guards against a good module failed, a bad one passed, and a run that ends without its verdict.
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <climits>
 
@@ -11,12 +9,7 @@
 
 namespace {
 
-using phone::LogLine;
-using support::Bytes;
-using support::E;
-using support::I;
-using support::kModule;
-using support::printf_text;
+using namespace support;
 
 struct CameraNames {
   const char* property;  // of the fuse words
@@ -29,12 +22,9 @@ constexpr CameraNames kCameras[] = {
 constexpr const char* kFuseLines =
     "Fuse_ID[1]=0x11223344\nFuse_ID[2]=0x55667788\nFuse_ID[3]=0x99aabbcc\nFuse_ID[4]=0xddeeff01\n";
 
-class AwbRun : public support::PhoneTest {
+class AwbRun : public PhoneTest {
  protected:
-  AwbRun() : PhoneTest({.partition_size = 256 * 1024}) {
-    const Bytes image = support::pattern(256 * 1024);
-    phone().write_partition(0, image.data(), image.size());
-  }
+  AwbRun() { fill_partition(); }
 
   /// The factory tool's part: properties, then the camera is opened and the trigger rises.
   void start(uint32_t camera, int a_light = 0, const char* threshold = "20") {
@@ -65,16 +55,14 @@ class AwbRun : public support::PhoneTest {
   }
 
   std::string text_of(const std::string& name) {
-    return support::read_text(host("/data/misc/camera/" + name)).value_or("(no file)");
+    return read_text(host("/data/misc/camera/" + name)).value_or("(no file)");
   }
 
-  std::vector<LogLine> own_log(const std::function<void()>& call) {
-    return support::with_tag(log_of(call), "camera_calibration");
-  }
+  Log own_log(const std::function<void()>& call) { return log_of(call, "camera_calibration"); }
 };
 
 Bytes awb_record(uint32_t valid_word, uint32_t rg = 772, uint32_t bg = 576) {
-  return support::sealed32({valid_word, rg, bg, kModule[0], kModule[1], kModule[2], kModule[3]});
+  return sealed32({valid_word, rg, bg, kModule[0], kModule[1], kModule[2], kModule[3]});
 }
 
 TEST_F(AwbRun, GoodRunsLeaveRecordCacheAndSuccessFile) {
@@ -84,23 +72,21 @@ TEST_F(AwbRun, GoodRunsLeaveRecordCacheAndSuccessFile) {
       start(camera, a_light);
       const std::string light = a_light == 1 ? "A_light_" : "";
       const uint64_t place = 0x20000U + camera * 0x1000U + (a_light == 1 ? 0xEC0U : 0U);
-      const mode_t old_mask = umask(077);
+      umask(077);
       std::string console;
-      expect_partition_write(place, awb_record(3099),
-                             [&] { console = support::console_of([] { frames(11); }); });
-      umask(old_mask);
+      expect_partition_write(place, awb_record(3099), [&] { console = console_of([] { frames(11); }); });
       EXPECT_EQ(console,
                 std::string("Bypass aec calibration\nQOR_AWB_Calibration_write_to_flash: write flash for ") +
                     names.console + "-cam OK\n");
       const std::string success = "awb_" + light + "calibration_success" + names.suffix + ".txt";
       const std::string cache = "awb_" + light + "cal" + names.suffix;
-      EXPECT_EQ(camera_files(), (std::vector<std::string>{cache, success}));
+      EXPECT_EQ(camera_files(), (Names{cache, success}));
       EXPECT_EQ(get("/data/misc/camera/" + cache), awb_record(3099));
       EXPECT_EQ(text_of(success), std::string(kFuseLines) +
                                       "Light source version: v3\nTolerance=20.000000 %\nThreshold=0.150780 \n"
                                       "R/G_ratio=0.753906\nB/G_ratio=0.562500\nDelta=0.000006\n");
       for (const std::string& name : {cache, success}) {
-        EXPECT_EQ(support::mode_of(host("/data/misc/camera/" + name)), 0644) << name;
+        EXPECT_EQ(mode_of(host("/data/misc/camera/" + name)), 0644) << name;
         std::filesystem::remove(host("/data/misc/camera/" + name));
       }
       EXPECT_EQ(awb_if_enabled(), 0U);
@@ -112,7 +98,7 @@ TEST_F(AwbRun, FirstFrameLeavesTheTimeoutVerdict) {
   start(0);
   put("/data/misc/camera/awb_calibration_success.txt", {'o', 'l', 'd'});
   const auto log = own_log([] { frames(1); });
-  EXPECT_EQ(camera_files(), (std::vector<std::string>{"awb_calibration_fail.txt"}));
+  EXPECT_EQ(camera_files(), (Names{"awb_calibration_fail.txt"}));
   EXPECT_EQ(text_of("awb_calibration_fail.txt"),
             std::string("Calibration fail: Time out!!\n") + kFuseLines +
                 "Light source version: v3\nTolerance=20.000000 %\nThreshold=0.200000 \n");
@@ -139,9 +125,9 @@ TEST_F(AwbRun, TheEleventhFrameLogsTheWholeStory) {
   };
   std::erase_if(log, is_storage);
   const Bytes record = awb_record(3099);
-  const uint32_t crc = support::word_at(record, 28);
+  const uint32_t crc = word_at(record, 28);
   const auto decimal = [](uint32_t word) { return static_cast<int32_t>(word); };
-  std::vector<LogLine> expected = {
+  Log expected = {
       I("QOR_AWB_Calibration_collect (77200,57600) (100)\n"),
       I("QOR_AWB_Calibration_write_to_flash (772,576)\n"),
       I("QOR_AWB_Calibration_write_to_flash: threshold = 20 , light source version = 3\n"),
@@ -162,8 +148,7 @@ TEST_F(AwbRun, TheEleventhFrameLogsTheWholeStory) {
       I("QOR_AWB_Calibration_write_to_flash: write flash for main-cam OK\n"),
       I("[AWB Calibration] write all c1b , ok=0")};
   for (uint32_t i = 0; i < 8; ++i) {
-    expected.push_back(
-        I(printf_text("[AWB Calibration] caBuff[%u]:0x%x\n", i, support::word_at(record, 4 * i))));
+    expected.push_back(I(printf_text("[AWB Calibration] caBuff[%u]:0x%x\n", i, word_at(record, 4 * i))));
   }
   for (const char* line : {"Fuse_ID[1]=0x11223344\n", "Fuse_ID[2]=0x55667788\n", "Fuse_ID[3]=0x99aabbcc\n",
                            "Fuse_ID[4]=0xddeeff01\n", "Light source version: v3\n", "Tolerance=20.000000 %\n",
@@ -198,7 +183,7 @@ TEST_F(AwbRun, JudgementHoldsAtItsEdges) {
     awb_calibration_set_GS(rg, bg);
     QOR_AWB_Calibration_threshold = row.threshold;
     frames(11, row.rg, row.bg);
-    EXPECT_EQ(support::word_at(stored_at(0x20000, 4), 0), row.good ? 3099U : 3000U)
+    EXPECT_EQ(word_at(stored_at(0x20000, 4), 0), row.good ? 3099U : 3000U)
         << row.golden_rg << '/' << row.golden_bg << " at " << row.rg << '/' << row.bg;
     EXPECT_EQ(get("/data/misc/camera/awb_cal").has_value(), row.good);
     EXPECT_EQ(awb_if_enabled(), 0U) << "the run ends either way";
@@ -211,7 +196,7 @@ TEST_F(AwbRun, ABadModuleIsStoredWithoutItsMarkAndReported) {
   frames(10, 400, 576);
   const auto log = own_log([] { frames(1, 400, 576); });
   EXPECT_EQ(stored_at(0x21000, 32), awb_record(3000, 400));
-  EXPECT_EQ(camera_files(), (std::vector<std::string>{"awb_calibration_fail_front_CAM.txt"}));
+  EXPECT_EQ(camera_files(), (Names{"awb_calibration_fail_front_CAM.txt"}));
   EXPECT_EQ(text_of("awb_calibration_fail_front_CAM.txt"),
             std::string(kFuseLines) +
                 "Light source version: v3\nTolerance=20.000000 %\nThreshold=0.150780 \n"
@@ -265,7 +250,7 @@ TEST_F(AwbRun, AveragesAreTruncatedAndSaturate) {
     for (int i = 0; i < 9; ++i) QOR_AWB_Calibration_write_to_flash(row.frame, 1024);
     QOR_AWB_Calibration_write_to_flash(row.last_frame, 1024);
     QOR_AWB_Calibration_write_to_flash(0, 0);
-    EXPECT_EQ(support::word_at(stored_at(0x20004, 4), 0), row.word) << row.frame;
+    EXPECT_EQ(word_at(stored_at(0x20004, 4), 0), row.word) << row.frame;
   }
 }
 
@@ -349,14 +334,14 @@ TEST_F(AwbRun, GoldenRatiosAreTakenWhenRedIsGiven) {
     const int32_t rg = row.taken ? 512 : 256;
     const int32_t bg = !row.taken ? 256 : *row.bg == '\0' ? 0 : 768;
     frames(11, rg, bg);
-    EXPECT_EQ(support::word_at(stored_at(0x20000, 4), 0), 3099U) << row.rg << '/' << row.bg;
+    EXPECT_EQ(word_at(stored_at(0x20000, 4), 0), 3099U) << row.rg << '/' << row.bg;
   }
 }
 
 // ---- AEC inside the run -----------------------------------------------------------------------------------
 
 Bytes aec_record(uint32_t gain, uint32_t exp_time, uint32_t luma) {
-  return support::sealed32({3099, gain, exp_time, luma, kModule[0], kModule[1], kModule[2], kModule[3]});
+  return sealed32({3099, gain, exp_time, luma, kModule[0], kModule[1], kModule[2], kModule[3]});
 }
 
 TEST_F(AwbRun, AecIsWrittenBesideAwbOnceItHasSettled) {
@@ -365,7 +350,7 @@ TEST_F(AwbRun, AecIsWrittenBesideAwbOnceItHasSettled) {
     set("mfg.awb.calibration.ae.k.eb", "1");
     const std::string fail = std::string("awb_calibration_fail") + kCameras[camera].suffix + ".txt";
     const Bytes before = phone().partition();
-    const std::string unsettled = support::console_of([] { frames(12); });
+    const std::string unsettled = console_of([] { frames(12); });
     EXPECT_EQ(unsettled.substr(0, unsettled.size() / 2),
               std::string("AEC is not settled !!\nQOR_AWB_Calibration_write_to_flash: write AEC flash for ") +
                   kCameras[camera].console + "-cam fail\n")
@@ -376,7 +361,7 @@ TEST_F(AwbRun, AecIsWrittenBesideAwbOnceItHasSettled) {
 
     EXPECT_EQ(QOR_Calibration_AEC_set_ready(1, 2, 3), 1U);
     EXPECT_EQ(QOR_Calibration_AEC_set_ready(160, 33000, 51), 1U) << "the latest values count";
-    EXPECT_EQ(support::console_of([] { frames(1); }),
+    EXPECT_EQ(console_of([] { frames(1); }),
               std::string("AEC settled, gain = 160, exp_time = 33000, luma_value = 51\n"
                           "aec_write_calibration: writeflash() OK\n"
                           "QOR_AWB_Calibration_write_to_flash: write flash for ") +
@@ -398,7 +383,7 @@ TEST_F(AwbRun, TheAecRecordIsOfTheLatestStateAndOfTheModuleFittedNow) {
   fit_module("main", {5, 6, 7, 8});
   aec_set_status_ready();  // drops the values
   frames(1);
-  EXPECT_EQ(stored_at(0x20E28, 36), support::sealed32({3099, 0, 0, 0, 5, 6, 7, 8}));
+  EXPECT_EQ(stored_at(0x20E28, 36), sealed32({3099, 0, 0, 0, 5, 6, 7, 8}));
 }
 
 TEST_F(AwbRun, AecIsBypassedUnlessEveryConditionHolds) {
@@ -415,7 +400,7 @@ TEST_F(AwbRun, AecIsBypassedUnlessEveryConditionHolds) {
     set("mfg.awb.calibration.ae.k.eb", row.enable);
     frames(10);
     set("mfg.awb.calibration.trigger", row.trigger);
-    const std::string console = support::console_of([] { frames(1); });
+    const std::string console = console_of([] { frames(1); });
     EXPECT_EQ(console.starts_with("Bypass aec calibration\n"), row.bypassed)
         << row.camera << row.enable << row.trigger;
     EXPECT_EQ(console.find("main-cam") != console.npos, row.camera % 17 == 0) << "3 and more count as main";
@@ -428,15 +413,14 @@ TEST_F(AwbRun, AFailedPartitionWriteIsReportedAndTriedAgain) {
   start(2);
   frames(10);
   phone().add_fault({.call = "write", .path = "/dev/block/mmcblk0p6", .nth = 1});
-  EXPECT_EQ(support::console_of([] { frames(1); }),
+  EXPECT_EQ(console_of([] { frames(1); }),
             "Bypass aec calibration\nQOR_AWB_Calibration_write_to_flash: write flash for sub-cam fail\n");
   EXPECT_EQ(text_of("awb_calibration_fail_sub_CAM.txt"),
             "Can't write flash. Maybe Not MFG ROM or Flash is bad\n");
   EXPECT_EQ(awb_if_enabled(), 1U);
   frames(1);
   EXPECT_EQ(stored_at(0x22000, 32), awb_record(3099));
-  EXPECT_EQ(camera_files(),
-            (std::vector<std::string>{"awb_cal_sub_CAM", "awb_calibration_success_sub_CAM.txt"}));
+  EXPECT_EQ(camera_files(), (Names{"awb_cal_sub_CAM", "awb_calibration_success_sub_CAM.txt"}));
 }
 
 TEST_F(AwbRun, AnUnwritableFolderNeverStopsTheRun) {
@@ -447,7 +431,7 @@ TEST_F(AwbRun, AnUnwritableFolderNeverStopsTheRun) {
                        I("[AWB Calibration] can't open /data/misc/camera/awb_calibration_fail.txt")),
             1);
   EXPECT_EQ(log.back(), I("[AWB Calibration] open file(data/awb_cal) error"));
-  EXPECT_EQ(support::word_at(stored_at(0x20000, 4), 0), 3099U);
+  EXPECT_EQ(word_at(stored_at(0x20000, 4), 0), 3099U);
   EXPECT_EQ(awb_if_enabled(), 0U);
 }
 
