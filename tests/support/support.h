@@ -81,6 +81,11 @@ inline LogLine I(std::string text, std::string tag = "camera_calibration") {
 inline LogLine E(std::string text, std::string tag = "camera_calibration") {
   return {std::move(tag), 6, std::move(text)};
 }
+inline Log infos(const Names& texts) {
+  Log log;
+  for (const std::string& text : texts) log.push_back(I(text));
+  return log;
+}
 std::string printf_text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 inline Log operator+(Log log, const Log& more) {
