@@ -89,22 +89,15 @@ TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
     Bytes record;
     Values values;
   };
+  // clang-format off
   const Row rows[] = {
-      {"good", changed({}), good},
-      {"version 0", changed({{0, 99}}), good},
-      {"version 4", changed({{0, 4099}}), none},
-      {"judged bad", changed({{0, 3000}}), none},
-      {"huge valid word", changed({{0, 4294967099}}), none},
-      {"unbound", changed({{4, 0}, {5, 0}, {6, 0}, {7, 0}}), good},
-      {"first fuse word zero", changed({{4, 0}}), good},
-      {"first word zero, another differs", changed({{4, 0}, {7, 1}}), none},
-      {"second fuse word zero", changed({{5, 0}}), none},
-      {"other module", changed({{7, 1}}), none},
-      {"all zero", Bytes(36), none},
-      {"all ones", Bytes(36, 0xFF), none},
-      {"empty", {}, none},
-      {"cut", Bytes(35, 0x11), none},
-  };
+      {"good", changed({}), good}, {"version 0", changed({{0, 99}}), good}, {"version 4", changed({{0, 4099}}), none},
+      {"judged bad", changed({{0, 3000}}), none}, {"huge valid word", changed({{0, 4294967099}}), none},
+      {"unbound", changed({{4, 0}, {5, 0}, {6, 0}, {7, 0}}), good}, {"first fuse word zero", changed({{4, 0}}), good},
+      {"first word zero, another differs", changed({{4, 0}, {7, 1}}), none}, {"second fuse word zero", changed({{5, 0}}), none},
+      {"other module", changed({{7, 1}}), none}, {"all zero", Bytes(36), none}, {"all ones", Bytes(36, 0xFF), none},
+      {"empty", {}, none}, {"cut", Bytes(35, 0x11), none}};
+  // clang-format on
   for (const Row& row : rows) {
     put(kCacheFile, row.record);
     EXPECT_EQ(stored_values(), row.values) << row.what;

@@ -111,43 +111,36 @@ void expect_whole(const Floats& memory, size_t from, size_t count, float untouch
 TEST_F(CameraStart, AnyFailingCallLeavesEveryCorrectionWholeOrUndone) {
   for (const bool from_cache : {true, false}) {
     if (!from_cache) remove_caches(0);
-    for (unsigned nth = 1, struck = 1; struck != 0; ++nth) {
-      SCOPED_TRACE(nth);
-      phone().add_fault({.call = "*", .nth = nth});
+    for_every_failing_call(phone(), [] {
       const Floats memory = start(0);
-      struck = phone().struck_faults();
-      phone().clear_faults();
       expect_whole(memory, 0, 2, 77, 1);
       expect_whole(memory, 2, 4, 77, 77);
       expect_whole(memory, 6, 4, 1, 1);
       expect_whole(memory, kSensor + 2572 / 4 + 1, 884, 1, 0.75F);
       expect_whole(memory, kSensor + 6112 / 4 + 1, 884, 1, 0);
       expect_whole(memory, kSensor + 16732 / 4 + 1, 884, 1, 0.5F);
-      EXPECT_EQ(phone().open_descriptors(), 0U);
-    }
+    });
   }
 }
 
 // ---- records that are cut or missing ----------------------------------------------------------------------
 
 struct Kind {
-  std::string name;
-  std::string cache[3];  // per camera
+  std::string name, cache;  // the main camera's file
   size_t in_export;
   Words values;
 };
-const Kind kKinds[] = {{"awb", {"awb_cal", "awb_cal_front_CAM", "awb_cal_sub_CAM"}, 0, {2048, 1024}},
-                       {"dual_flash",
-                        {"flash_dual_cal", "flash_dual_cal_front_CAM", ""},
-                        3848,
-                        {1024, 512, 256, 1024, 512, 256}},
-                       {"flash", {"flash_cal", "flash_cal_front", "flash_cal_sub_CAM"}, 3648, {5120, 5120}},
-                       {"lsc", {"lsc_cal", "lsc_cal_front_CAM", "lsc_cal_sub_CAM"}, 64, {}},
-                       {"a_light",
-                        {"awb_A_light_cal", "awb_A_light_cal_front_CAM", "awb_A_light_cal_sub_CAM"},
-                        3784,
-                        {512, 512}},
-                       {"aec", {"aec_cal", "aec_cal_front_CAM", "aec_cal_sub_CAM"}, 3712, {7, 8, 9}}};
+const Kind kKinds[] = {{"awb", "/awb_cal", 0, {2048, 1024}},
+                       {"dual_flash", "/flash_dual_cal", 3848, {1024, 512, 256, 1024, 512, 256}},
+                       {"flash", "/flash_cal", 3648, {5120, 5120}},
+                       {"lsc", "/lsc_cal", 64, {}},
+                       {"a_light", "/awb_A_light_cal", 3784, {512, 512}},
+                       {"aec", "/aec_cal", 3712, {7, 8, 9}}};
+
+/// Nothing of the dual-flash record is asked of the sub camera.
+std::string cache_of(const Kind& kind, uint32_t camera) {
+  return camera == 2 && kind.name == "dual_flash" ? "" : of_camera("/data/misc/camera" + kind.cache, camera);
+}
 
 class CutRecords : public CorrectionTest {
  protected:
@@ -166,8 +159,8 @@ class CutRecords : public CorrectionTest {
       std::copy(bytes.begin(), bytes.end(), image_.begin() + static_cast<std::ptrdiff_t>(kind.in_export));
     }
     for (const Kind& kind : kKinds)
-      if (!kind.cache[camera].empty())
-        put(kCaches + kind.cache[camera], kind.name == "lsc" ? image_ : good(kind, camera));
+      if (const std::string path = cache_of(kind, camera); !path.empty())
+        put(path, kind.name == "lsc" ? image_ : good(kind, camera));
   }
   /// The records of which the corrections and the exposure control take something.
   static std::string taken() {
@@ -224,8 +217,8 @@ TEST_F(CutRecords, EveryOtherGoodRecordOfTheModuleIsTaken) {
     put_all(camera);
     EXPECT_EQ(taken_from_files(), left("", false, camera));
     for (const Kind& kind : kKinds) {
-      if (kind.cache[camera].empty()) continue;
-      const std::string path = kCaches + kind.cache[camera];
+      const std::string path = cache_of(kind, camera);
+      if (path.empty()) continue;
       const Bytes whole = *get(path);
       for (const int size : {0, 12, 31}) {
         put_cut(path, whole, size);

@@ -8,11 +8,7 @@ namespace {
 using namespace support;
 
 const std::string kName = "Dual_Cam_Correction";
-constexpr const char* kD50File[] = {"/data/misc/camera/awb_cal", "/data/misc/camera/awb_cal_front_CAM",
-                                    "/data/misc/camera/awb_cal_sub_CAM"};
-constexpr const char* kALightFile[] = {"/data/misc/camera/awb_A_light_cal",
-                                       "/data/misc/camera/awb_A_light_cal_front_CAM",
-                                       "/data/misc/camera/awb_A_light_cal_sub_CAM"};
+const std::string kD50File = "/data/misc/camera/awb_cal", kALightFile = "/data/misc/camera/awb_A_light_cal";
 
 Words awb(uint32_t valid_word, const Words& fuse, Crc crc = Crc::good) {
   return record(valid_word, fuse, {1126, 0x80000001}, crc);
@@ -25,10 +21,8 @@ const Words kNoFirst = awb(3099, kThisNoFirst);
 struct Row {
   const char* what;
   uint32_t camera;
-  Words d50;  // empty: no file
-  Words a_light;
-  bool d50_used;
-  bool a_light_used;
+  Words d50, a_light;  // empty: no file
+  bool d50_used, a_light_used;
 };
 
 const Row kRows[] = {
@@ -70,8 +64,8 @@ class DualCamera : public CorrectionTest {};
 TEST_F(DualCamera, EachLightIsUsedOrLeftAtOneAsItsRowSays) {
   for (const Row& row : kRows) {
     set_sensor_selection(row.camera);
-    put_words(kD50File[row.camera], row.d50);
-    put_words(kALightFile[row.camera], row.a_light);
+    put_words(of_camera(kD50File, row.camera), row.d50);
+    put_words(of_camera(kALightFile, row.camera), row.a_light);
     Floats ratios(6, 77);
     const Log log = log_of([&] { Dual_Cam_Correction(&ratios[1], &ratios[2], &ratios[3], &ratios[4]); });
     EXPECT_EQ(without_loading(log), fuse_lines(row.camera == 0 ? kMain : kThis) +
@@ -96,10 +90,10 @@ Words ending_in_zero() {
 TEST_F(DualCamera, NoCutRecordIsUsedOrTouchesTheOtherLight) {
   set_sensor_selection(2);
   for (const bool is_d50 : {false, true}) {
-    put_words(is_d50 ? kALightFile[2] : kD50File[2], kGood);
+    put_words(of_camera(is_d50 ? kALightFile : kD50File, 2), kGood);
     for (Bytes cut = le32(ending_in_zero()); !cut.empty();) {
       cut.pop_back();
-      put(is_d50 ? kD50File[2] : kALightFile[2], cut);
+      put(of_camera(is_d50 ? kD50File : kALightFile, 2), cut);
       Floats ratios(4, 77);
       Dual_Cam_Correction(&ratios[0], &ratios[1], &ratios[2], &ratios[3]);
       const Floats expected =

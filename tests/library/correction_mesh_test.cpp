@@ -63,8 +63,7 @@ TEST_F(Mesh, InterpolationRefusesNullTablesAndRatiosFromOne) {
 constexpr uint64_t kHigh = uint64_t{1} << 32;
 const Words64 kModuleWords(kThis.begin(), kThis.end());
 
-constexpr const char* kFiles[] = {"/data/misc/camera/lsc_cal", "/data/misc/camera/lsc_cal_front_CAM",
-                                  "/data/misc/camera/lsc_cal_sub_CAM"};
+const std::string kFile = "/data/misc/camera/lsc_cal";
 const char* const kOpenings[] = {"Sensor_set_mesh(): LSC for MAIN CAM\n",
                                  "Sensor_set_mesh() LSC for Front CAM\n",
                                  "Sensor_set_mesh(): LSC for Sub CAM\n"};
@@ -135,7 +134,7 @@ class SetMesh : public CorrectionTest {
            fuse_lines(kThis) + Log{I(kOpenings[camera])};
   }
   static Log loaded(uint32_t camera) {
-    return {I(printf_text("Read from file OK: %s or %s", kFiles[camera], kExports[camera]))};
+    return {I("Read from file OK: " + of_camera(kFile, camera) + " or " + kExports[camera])};
   }
 };
 
@@ -143,28 +142,19 @@ const Log kCopied = {I("Sensor_set_mesh:load k chromatix 4\n")};
 
 TEST_F(SetMesh, TheValidWordAndTheModuleDecideAndTheChecksumOnlyWarns) {
   const uint64_t a = kThis[0], b = kThis[1], c = kThis[2], d = kThis[3];
-  const std::vector<Record> used = {{"this module"},
-                                    {"any module", 3099, {0, 0, 0, 0}},
-                                    {"zero first word", 3099, {0, b, c, d}},
-                                    {"wrong checksum", 3099, kModuleWords, 1},
-                                    {"checksum of 33 bits", 3099, kModuleWords, kHigh},
-                                    {"wrong checksum, any module", 3099, {0, 0, 0, 0}, 1}};
-  const std::vector<Record> refused = {{"word 1", 3099, {1, b, c, d}},
-                                       {"word 4", 3099, {a, b, c, 1}},
-                                       {"zero and word 3", 3099, {0, b, 1, d}},
-                                       {"33 bits", 3099, {a, kHigh + b, c, d}},
-                                       {"version 2", 2099},
-                                       {"version 4", 4099},
-                                       {"version 0", 99},
-                                       {"judged bad", 3000},
-                                       {"valid word of 33 bits", kHigh + 3099},
-                                       {"3099 in its low 32 bits", 125 * kHigh + 3099},
-                                       {"version 3 in 32 bits", (kHigh + 3) * 1000 + 99},
-                                       {"all bad", 0, {1, b, c, d}, 1}};
+  // clang-format off
+  const std::vector<Record> used = {
+      {"this module"}, {"any module", 3099, {0, 0, 0, 0}}, {"zero first word", 3099, {0, b, c, d}}, {"wrong checksum", 3099, kModuleWords, 1},
+      {"checksum of 33 bits", 3099, kModuleWords, kHigh}, {"wrong checksum, any module", 3099, {0, 0, 0, 0}, 1}};
+  const std::vector<Record> refused = {
+      {"word 1", 3099, {1, b, c, d}}, {"word 4", 3099, {a, b, c, 1}}, {"zero and word 3", 3099, {0, b, 1, d}}, {"33 bits", 3099, {a, kHigh + b, c, d}},
+      {"version 2", 2099}, {"version 4", 4099}, {"version 0", 99}, {"judged bad", 3000}, {"valid word of 33 bits", kHigh + 3099},
+      {"3099 in its low 32 bits", 125 * kHigh + 3099}, {"version 3 in 32 bits", (kHigh + 3) * 1000 + 99}, {"all bad", 0, {1, b, c, d}, 1}};
+  // clang-format on
   for (const bool is_used : {true, false}) {
     for (Record record : is_used ? used : refused) {
       SCOPED_TRACE(record.what);
-      put(kFiles[0], record.image());
+      put(kFile, record.image());
       const Log verdict = is_used ? kCopied : Log{E("Sensor_set_mesh: valid bit or fuse id is wrong\n")};
       const Log warning{E("Sensor_set_mesh: check sum is not valid\n")};
       EXPECT_EQ(set(is_used), opening(0) + loaded(0) + record.lines() +
@@ -177,9 +167,9 @@ TEST_F(SetMesh, EachCameraHasItsFileAndItsNode) {
   for (uint32_t camera = 0; camera < 3; ++camera) {
     SCOPED_TRACE(camera);
     set_sensor_selection(camera);
-    put(kFiles[camera], Record{}.image());
+    put(of_camera(kFile, camera), Record{}.image());
     set(true);
-    std::filesystem::rename(host(kFiles[camera]), host(kExports[camera]));
+    std::filesystem::rename(host(of_camera(kFile, camera)), host(kExports[camera]));
     const Log start = opening(camera) + Log{I("Read /data/misc/camera/lsc_cal fail\n")};
     Log log = set(true);
     log.resize(9);
@@ -191,7 +181,7 @@ TEST_F(SetMesh, EachCameraHasItsFileAndItsNode) {
 }
 
 TEST_F(SetMesh, TablesAreSoftenedInTheirOrder) {
-  put(kFiles[0], Record{}.image());
+  put(kFile, Record{}.image());
   const std::string start = "Sensor_set_mesh:interpolate ";
   for (const float bright : {0.25F, 0.0F, -1.0F, std::nanf(""), 1.0F, 2.0F}) {
     for (const float low : {0.5F, 0.0F, -0.5F, std::nanf(""), 1.0F}) {
@@ -215,7 +205,7 @@ TEST_F(SetMesh, AnImageThatEndsInsideItsRecordHasNone) {
     for (const size_t size : {0U, 64U, 99U, 104U, 108U, 3640U, 3647U, 3648U, 4000U, 4500U}) {
       Bytes bytes = Record{.fuse = {first_word, kThis[1], kThis[2], kThis[3]}}.image();
       bytes.resize(size, 0xAA);
-      put(kFiles[0], bytes);
+      put(kFile, bytes);
       const Log log = set(size >= 3648);
       EXPECT_EQ(log.back() == E("Sensor_set_mesh: valid bit or fuse id is wrong\n"), size < 3648) << size;
       // Before its end is read, its zero first word says nothing of the module.

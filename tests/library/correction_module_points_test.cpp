@@ -7,10 +7,7 @@ namespace {
 
 using namespace support;
 
-constexpr const char* kAwbFile[] = {"/data/misc/camera/awb_cal", "/data/misc/camera/awb_cal_front_CAM",
-                                    "/data/misc/camera/awb_cal_sub_CAM"};
-constexpr const char* kFlashFile[] = {"/data/misc/camera/flash_dual_cal",
-                                      "/data/misc/camera/flash_dual_cal_front_CAM"};
+const std::string kAwbFile = "/data/misc/camera/awb_cal", kFlashFile = "/data/misc/camera/flash_dual_cal";
 
 const std::string kName = "Correct_Reference_Points_qorModule";
 
@@ -106,7 +103,7 @@ TEST_F(ModulePoints, EveryAwbRecordIsUsedOrRefusedAsItsRowSays) {
   const char* golden[] = {"", "0.500000,0.500000", "0.250000,0.250000", "0.750000,0.750000"};
   for (const AwbRow& row : kAwbRows) {
     set_sensor_selection(row.camera);
-    put_words(kAwbFile[row.camera], row.record);
+    put_words(of_camera(kAwbFile, row.camera), row.record);
     Log expected = awb_lines(kName, row.record, kThis, row.expected);
     const bool used = row.expected == Awb::used;
     const uint32_t version = used ? row.record[0] / 1000 : 0;
@@ -123,15 +120,15 @@ TEST_F(ModulePoints, EveryAwbRecordIsUsedOrRefusedAsItsRowSays) {
 
 TEST_F(ModulePoints, TheTuningsGoldenSampleServesTheOlderEntryToo) {
   call();  // no record: the golden sample is taken all the same
-  put_words(kAwbFile[0], record(2099, kMain, {512, 256}));
+  put_words(kAwbFile, record(2099, kMain, {512, 256}));
   Floats tuning(12464 / 4, 1);
   QOR_AWB_Calibration_Reference_Points_Correction(tuning.data());
   EXPECT_EQ(Floats(tuning.begin() + 12, tuning.begin() + 14), (Floats{2, 1})) << "0.5 and 0.25 over 0.25";
 }
 
 TEST_F(ModulePoints, AGoldenValueOfZeroEndsTheCall) {
-  put_words(kAwbFile[0], record(1099, kMain, {0x80000000, 788}));
-  put_words(kFlashFile[0], record(3099, kMain, kTwoLeds));
+  put_words(kAwbFile, record(1099, kMain, {0x80000000, 788}));
+  put_words(kFlashFile, record(3099, kMain, kTwoLeds));
   for (const float golden : {0.0F, -0.0F, -1.0F, std::nanf("")}) {
     for (const size_t place : {2979U, 3011U}) {
       Floats tuning = made_tuning();
@@ -231,8 +228,8 @@ TEST_F(ModulePoints, EveryFlashRecordIsUsedOrRefusedAsItsRowSays) {
     const bool is_screen = row.camera == 1 && row.expected != Flash::two_leds;
     const Words words = record(row.valid_word, row.fuse, is_screen ? kScreen : kTwoLeds,
                                row.expected == Flash::bad_crc ? Crc::bad : Crc::good);
-    put_words(kAwbFile[row.camera], awb(3000, module));
-    put_words(kFlashFile[row.camera], words);
+    put_words(of_camera(kAwbFile, row.camera), awb(3000, module));
+    put_words(of_camera(kFlashFile, row.camera), words);
     const Call made = call();
     EXPECT_EQ(made.log, awb_lines(kName, awb(3000, module), module, Awb::refused) + flash_log(row, words))
         << row.what;
@@ -242,17 +239,17 @@ TEST_F(ModulePoints, EveryFlashRecordIsUsedOrRefusedAsItsRowSays) {
 }
 
 TEST_F(ModulePoints, TheAwbRecordsZeroFirstWordReachesTheFlashRecord) {
-  put_words(kFlashFile[0], record(3099, kMain, kTwoLeds));
+  put_words(kFlashFile, record(3099, kMain, kTwoLeds));
   for (const uint32_t valid_word : {3099U, 3000U}) {
-    put_words(kAwbFile[0], awb(valid_word, kMainNoFirst));
+    put_words(kAwbFile, awb(valid_word, kMainNoFirst));
     EXPECT_EQ(call().log.back(), E(kName + ", [DualFlash Calibration] Not load Flashlight-Calibraton data"));
   }
 }
 
 TEST_F(ModulePoints, TheScreensColourIsAProperty) {
   set_sensor_selection(1);
-  put_words(kAwbFile[1], awb(3099, kThis));
-  put_words(kFlashFile[1], record(3099, kThis, kScreen));
+  put_words(of_camera(kAwbFile, 1), awb(3099, kThis));
+  put_words(of_camera(kFlashFile, 1), record(3099, kThis, kScreen));
   for (const auto& [text, yellow] :
        {std::pair{"0", false}, {"-1", false}, {"3", true}, {"-2", true}, {"x", false}}) {
     phone().set_property("persist.camera.disp.color", text);
@@ -264,7 +261,7 @@ TEST_F(ModulePoints, TheScreensColourIsAProperty) {
   for (const Words& first_pair : {Words{0, 512}, Words{1024, 0}}) {
     Words two_leds = kScreen;
     std::copy(first_pair.begin(), first_pair.end(), two_leds.begin());
-    put_words(kFlashFile[1], record(3099, kThis, two_leds));
+    put_words(of_camera(kFlashFile, 1), record(3099, kThis, two_leds));
     EXPECT_EQ(call().ratios[2], 77) << "no screen, if but one word of the pair is 0";
   }
 }
@@ -272,9 +269,9 @@ TEST_F(ModulePoints, TheScreensColourIsAProperty) {
 TEST_F(ModulePoints, NothingLoadedEndsTheCallSilently) {
   for (const uint32_t camera : {0U, 1U}) {
     set_sensor_selection(camera);
-    put_words(kAwbFile[camera], awb(3099, camera == 0 ? kMain : kThis));
+    put_words(of_camera(kAwbFile, camera), awb(3099, camera == 0 ? kMain : kThis));
     for (const bool is_empty_file : {false, true}) {
-      if (is_empty_file) put(kFlashFile[camera], {});
+      if (is_empty_file) put(of_camera(kFlashFile, camera), {});
       const Call made = call();
       EXPECT_EQ(made.log.back(), I("[AWB Calibration] use light version: v3\n"));
       EXPECT_EQ(bits_of(made.tuning), bits_of(made_tuning()));
@@ -286,9 +283,9 @@ TEST_F(ModulePoints, NothingLoadedEndsTheCallSilently) {
 
 class DualLed : public ModulePoints {
  protected:
-  DualLed() { put_words(kAwbFile[0], awb(3000, kMain)); }
+  DualLed() { put_words(kAwbFile, awb(3000, kMain)); }
   Call correct(const Words& pairs, const std::vector<Entry>& table, uint32_t count) {
-    put_words(kFlashFile[0], record(3099, kMain, pairs));
+    put_words(kFlashFile, record(3099, kMain, pairs));
     Floats tuning = made_tuning();
     put_table(tuning, table);
     put_half(tuning, 6936, count);

@@ -72,6 +72,7 @@ int64_t marker() {
   return QOR_Init_LSC();
 }
 
+// clang-format off
 const Subject kSubjects[] = {
     {"partition", open_and_transfer, {{0x21000, 0x21020}}},
     {"emmc", open_emmc},
@@ -80,30 +81,23 @@ const Subject kSubjects[] = {
     {"WriteFlashOffset", [] { return WriteFlashOffset(&kFuse, 16, 0xE08); }, {{0x20E08, 0x20E18}}},
     {"WriteFlash", [] { return WriteFlash(&kFuse, 16); }, {{0x20000, 0x20010}}},
     {"WriteFlash_for_front_Cam", [] { return WriteFlash_for_front_Cam(&kFuse, 16); }, {{0x21000, 0x21010}}},
-    {"WriteFlash_for_bayer_Cam",
-     [] { return WriteFlash_for_bayer_Cam(&kFuse, 16, 2); },
-     {{0x22000, 0x22010}}},
+    {"WriteFlash_for_bayer_Cam", [] { return WriteFlash_for_bayer_Cam(&kFuse, 16, 2); }, {{0x22000, 0x22010}}},
     {"CheckFlash", CheckFlash},
     {"aec_write_calibration", [] { return aec_write_calibration(0, kFuse, 5, 6, 7); }, {{0x20E28, 0x20E4C}}},
     {"aec_read_calibration", [] { return aec_read_calibration(record, 36); }, {}, {36, 0, -1}},
     {"QOR_Calibration_AEC_get_calibration_data", stored_exposure, {}, {0, 5}},
     {"AWB run", run_to_its_end, {{0x20000, 0x20020}, {0x20E28, 0x20E4C}}, {0, 1}},
-    {"flash writer",
-     [] { return QOR_FLASH_Calibration_write_to_flash(1, kFuse, 5, 6); },
-     {{0x21E08, 0x21E28}}},
-    {"dual-flash writer",
-     [] { return QOR_Dual_FLASH_Calibration_write_to_flash(1, kFuse, 1, 2, 3, 4, 5, 6); },
-     {{0x21E6C, 0x21E9C}}},
+    {"flash writer", [] { return QOR_FLASH_Calibration_write_to_flash(1, kFuse, 5, 6); }, {{0x21E08, 0x21E28}}},
+    {"dual-flash writer", [] { return QOR_Dual_FLASH_Calibration_write_to_flash(1, kFuse, 1, 2, 3, 4, 5, 6); }, {{0x21E6C, 0x21E9C}}},
     {"gyro writer", [] { return gyro_write_calibration(1, kFuse); }, {{0x21EA0, 0x21ED0}}},
-    {"dual-camera writer",
-     [] { return QOR_DUAL_CalibrationData_write_to_flash(kFuse); },
-     {{0x23200, 0x23200 + 1667}}},
+    {"dual-camera writer", [] { return QOR_DUAL_CalibrationData_write_to_flash(kFuse); }, {{0x23200, 0x23200 + 1667}}},
     {"dual-camera writer, first form", QOR_DUAL_Calibration_write_to_flash, {{0x23000, 0x23000 + 465}}},
     {"dual-camera reader", QOR_DUAL_Calibration_ReadCalData},
     {"dual-camera check", Sensor_Check_DUAL_Calibration_Result},
     {"status", [] { return int64_t{Sensor_get_Calibration_status()}; }, {}, {0, 4}},
     {"lens-shading marker", marker},
 };
+// clang-format on
 
 /// What a call that failed leaves is neither nothing nor what a later call left behind.
 void expect_its_errno(int64_t result, int error) {

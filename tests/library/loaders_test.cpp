@@ -18,19 +18,17 @@ struct Loader {
   const char* record;
 };
 
+// clang-format off
 const Loader kLoaders[] = {
-    {ReadFlashForFlashCalibration, 3648, "flash_cal", "ReadFlash() for AWB of ",
-     "ReadFlash() /data/misc/camera/flash_cal", "ReadFlashForFlashCalibration() for Flash of ",
-     "[Flash Calibration]"},
-    {ReadFlashForDualFlashCali, 3848, "flash_dual_cal", "ReadFlash() for Flash of ",
-     "ReadFlash() /data/misc/camera/flash_dual_cal", "ReadFlashForFlashCalibration() for Flash of ",
-     "[Flash Calibration]"},
-    {[](void* buffer, uint32_t length) { return ReadFlashForDualCam(buffer, length, 0); }, 0, "awb_cal",
-     "ReadFlash() for AWB of ", "ReadFlash() /data/misc/camera/awb_dual_cal",
-     "ReadAWBCalibration() for DualCam of ", "[Dual AWB Calibration]"},
-    {[](void* buffer, uint32_t length) { return ReadFlashForDualCam(buffer, length, 7); }, 3784,
-     "awb_A_light_cal", "ReadFlash() for AWB of ", "ReadFlash() /data/misc/camera/awb_dual_cal",
-     "ReadAWBCalibration() for DualCam of ", "[Dual AWB Calibration]"},
+    {ReadFlashForFlashCalibration, 3648, "flash_cal", "ReadFlash() for AWB of ", "ReadFlash() /data/misc/camera/flash_cal",
+     "ReadFlashForFlashCalibration() for Flash of ", "[Flash Calibration]"},
+    {ReadFlashForDualFlashCali, 3848, "flash_dual_cal", "ReadFlash() for Flash of ", "ReadFlash() /data/misc/camera/flash_dual_cal",
+     "ReadFlashForFlashCalibration() for Flash of ", "[Flash Calibration]"},
+    {[](void* buffer, uint32_t length) { return ReadFlashForDualCam(buffer, length, 0); }, 0, "awb_cal", "ReadFlash() for AWB of ",
+     "ReadFlash() /data/misc/camera/awb_dual_cal", "ReadAWBCalibration() for DualCam of ", "[Dual AWB Calibration]"},
+    {[](void* buffer, uint32_t length) { return ReadFlashForDualCam(buffer, length, 7); }, 3784, "awb_A_light_cal", "ReadFlash() for AWB of ",
+     "ReadFlash() /data/misc/camera/awb_dual_cal", "ReadAWBCalibration() for DualCam of ", "[Dual AWB Calibration]"},
+    // clang-format on
     {[](void* buffer, uint32_t length) {
        return aec_read_calibration(static_cast<uint8_t*>(buffer), length);
      },
@@ -43,12 +41,6 @@ const std::string kNodes[] = {"/sys/android_camera_awb_cal/awb_cal",
                               "/sys/android_camera_awb_cal/awb_cal_sub"};
 const std::string kCameras[] = {"MAIN CAM\n", "Front CAM\n", "Sub CAM\n"};
 const std::string kFallbackCameras[] = {"MAIN CAM\n", "front CAM\n", "sub CAM\n"};
-
-/// A camera's file by the main camera's.
-std::string of_camera(const std::string& name, uint32_t camera) {
-  const char* suffixes[] = {"", name.ends_with("/flash_cal") ? "_front" : "_front_CAM", "_sub_CAM"};
-  return name + suffixes[camera];
-}
 
 /// `size` bytes at `offset`, and then 0xEE up to 48 bytes: what a load leaves of a buffer of 0xEE.
 Bytes part(const Bytes& bytes, size_t offset, size_t size) {

@@ -16,8 +16,7 @@ namespace {
 
 /// What a fresh process sees: which lines appear, and how often the service is asked, for one tag.
 struct Seen {
-  bool error_line;
-  bool info_line;
+  bool error_line, info_line;
   size_t questions;
 };
 
@@ -51,9 +50,7 @@ Seen seen_with_mask(unsigned mask) {
 TEST(LogMask, EachLevelHasItsBit) {
   struct Row {
     unsigned mask;
-    bool error_line;
-    bool info_line;
-    bool asked_once;
+    bool error_line, info_line, asked_once;
   };
   // Bit 7 of the answer means "not initialised": the service is asked again before every line, and the low
   // bits decide meanwhile. Bits above the low eight are dropped.

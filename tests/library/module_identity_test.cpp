@@ -11,17 +11,13 @@ using support::I;
 class ModuleIdentity : public support::PhoneTest {};
 
 TEST_F(ModuleIdentity, SelectionFollowsItsRulesAndLogsTheOldValue) {
-  struct Row {
-    uint32_t camid;
-    int32_t selected;
-  };
   int32_t before = 0;
-  for (const Row& row :
-       {Row{1, 1}, Row{2, 2}, Row{0, 0}, Row{2, 2}, Row{3, 0}, Row{5, 0}, Row{0xFFFFFFFF, 0}}) {
-    const auto log = log_of([&] { set_sensor_selection(row.camid); });
+  for (const auto& [camid, selected] :
+       {std::pair{1U, 1}, {2U, 2}, {0U, 0}, {2U, 2}, {3U, 0}, {5U, 0}, {0xFFFFFFFF, 0}}) {
+    const auto log = log_of([&, id = camid] { set_sensor_selection(id); });
     EXPECT_EQ(log, (std::vector{I("set sensor selection :" + std::to_string(before) + "\n")}));
-    EXPECT_EQ(get_sensor_selection(), row.selected) << row.camid;
-    before = row.selected;
+    EXPECT_EQ(get_sensor_selection(), selected) << camid;
+    before = selected;
   }
 }
 
@@ -38,28 +34,17 @@ TEST_F(ModuleIdentity, DetectionMapsEveryOtherCameraToSub) {
 }
 
 TEST_F(ModuleIdentity, FuseWordsAreConvertedIn64BitsAndCutTo32) {
-  struct Row {
-    const char* text;
-    uint32_t word;
-  };
-  const Row rows[] = {
-      {"0", 0},
-      {"1", 1},
-      {"4294967295", 0xFFFFFFFF},
-      {"-1", 0xFFFFFFFF},
-      {"-2147483648", 0x80000000},
-      {" \t+77 rest", 77},
-      {"0x12", 0},
-      {"abc", 0},
-      {"", 0},
-      {"4294967297", 1},
-      {"1311768467463790320", 0x9ABCDEF0},
+  // clang-format off
+  const std::pair<const char*, uint32_t> rows[] = {
+      {"0", 0}, {"1", 1}, {"4294967295", 0xFFFFFFFF}, {"-1", 0xFFFFFFFF}, {"-2147483648", 0x80000000}, {" \t+77 rest", 77}, {"0x12", 0},
+      {"abc", 0}, {"", 0}, {"4294967297", 1}, {"1311768467463790320", 0x9ABCDEF0},
       {"00000000000000000000000000000000000000000000000000000000000000000000000000000305", 305}};
-  for (const Row& row : rows) {
-    phone().set_property("qor.camera.sensor.main_fuse3", row.text);
+  // clang-format on
+  for (const auto& [text, word] : rows) {
+    phone().set_property("qor.camera.sensor.main_fuse3", text);
     uint32_t words[5] = {9, 9, 9, 9, 0xC0FFEE};
     awb_get_fuseid(words);
-    EXPECT_EQ(words[2], row.word) << '"' << row.text << '"';
+    EXPECT_EQ(words[2], word) << '"' << text << '"';
     EXPECT_EQ(words[0] | words[1] | words[3], 0U) << "absent properties are 0";
     EXPECT_EQ(words[4], 0xC0FFEEU) << "four words, no more";
   }

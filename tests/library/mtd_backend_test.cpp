@@ -136,13 +136,11 @@ TEST_F(MtdBackend, WritesWholeBlocksUnreadAndMergesTheOthers) {
 
 using Prepare = std::function<void(NandPhone&)>;
 
+// clang-format off
 void as_it_is(NandPhone&) {}
-void zero_first(NandPhone& phone) {
-  phone.nand().set_block_bytes(0, Bytes(4096, 0));
-}
-Prepare mark(uint32_t block) {
-  return [=](NandPhone& phone) { phone.nand().mark_bad(block); };
-}
+void zero_first(NandPhone& phone) { phone.nand().set_block_bytes(0, Bytes(4096, 0)); }
+Prepare mark(uint32_t block) { return [=](NandPhone& phone) { phone.nand().mark_bad(block); }; }
+// clang-format on
 Prepare chip(Op op, int64_t block, Effect effect = Effect::fail, unsigned nth = 1, int64_t byte = 0) {
   return [=](NandPhone& phone) {
     phone.nand().add_fault({.op = op, .effect = effect, .block = block, .nth = nth, .byte = byte});

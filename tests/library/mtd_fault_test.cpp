@@ -88,7 +88,8 @@ class Bench : public NandPhone {
 
 // ---- five kinds of bad block x every block x every record position x aligned and unaligned ----------------
 
-enum class Kind { marked, erase_fails, program_fails, silently_wrong, uncorrectable };
+/// What of the block always goes wrong; nothing: it is marked bad.
+using Kind = std::optional<std::pair<Op, Effect>>;
 
 struct Chip {
   uint32_t block_size;
@@ -110,22 +111,6 @@ std::vector<size_t> record_positions() {
   return positions;
 }
 
-std::optional<NandFault> fault_of(Kind kind, int64_t block) {
-  switch (kind) {
-    case Kind::marked:
-      return std::nullopt;  // the chip comes with it
-    case Kind::erase_fails:
-      return NandFault{.op = Op::erase, .effect = Effect::fail, .block = block, .from_then_on = true};
-    case Kind::program_fails:
-      return NandFault{.op = Op::program, .effect = Effect::fail, .block = block, .from_then_on = true};
-    case Kind::silently_wrong:
-      return NandFault{.op = Op::program, .effect = Effect::corrupt, .block = block, .from_then_on = true};
-    case Kind::uncorrectable:
-      return NandFault{.op = Op::read, .effect = Effect::ecc_failed, .block = block, .from_then_on = true};
-  }
-  return std::nullopt;
-}
-
 class EveryBadBlock : public testing::TestWithParam<std::tuple<Kind, Chip>> {};
 
 TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
@@ -134,7 +119,7 @@ TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
   unsigned row = 0;
   for (uint32_t bad = 0; bad < blocks; ++bad) {
     phone::NandGeometry geometry{.erase_size = block_size, .blocks = blocks};
-    if (kind == Kind::marked) geometry.factory_bad = {bad};
+    if (!kind) geometry.factory_bad = {bad};
     Bench bench(geometry);
     for (const size_t position : record_positions()) {
       const size_t aligned = position / block_size * block_size;
@@ -144,7 +129,8 @@ TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
                                            {position - 5, size_t{block_size} + 9}}) {
         if (++row % kThinning != 0) continue;
         bench.start(patterned(geometry));
-        if (const auto fault = fault_of(kind, bad)) bench.add_fault(*fault);
+        if (kind)
+          bench.add_fault({.op = kind->first, .effect = kind->second, .block = bad, .from_then_on = true});
         const std::string what = printf_text("bad block %u, %zu bytes at 0x%zx", bad, length, offset);
         ASSERT_TRUE(bench.write_as_modelled(offset, pattern(length, 99), what));
         ASSERT_TRUE(bench.read_as_modelled(offset, length, what));
@@ -154,8 +140,11 @@ TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
   }
 }
 
-constexpr Kind kKinds[] = {Kind::marked, Kind::erase_fails, Kind::program_fails, Kind::silently_wrong,
-                           Kind::uncorrectable};
+const Kind kKinds[] = {{},
+                       {{Op::erase, Effect::fail}},
+                       {{Op::program, Effect::fail}},
+                       {{Op::program, Effect::corrupt}},
+                       {{Op::read, Effect::ecc_failed}}};
 constexpr Chip kChips[] = {{16384, 12}, {131072, 4}};
 
 INSTANTIATE_TEST_SUITE_P(Nand, EveryBadBlock,

@@ -272,32 +272,26 @@ ssize_t scripted(int fd, void* at, size_t count) {
 }
 
 TEST_F(MtdUtility, RepeatsInHalvesWhileMemoryIsShort) {
-  using Asked = std::vector<std::pair<size_t, size_t>>;
   struct Row {
     const char* what;
     uint32_t total;
-    std::vector<std::pair<ssize_t, int>> answers;
+    decltype(Script::answers) answers;
     int32_t result;
-    Asked asked;
+    decltype(Script::asked) asked;
   };
+  // clang-format off
   const Row rows[] = {
       {"halves do", 0x20000, {}, 0, {{0, 0x10000}, {0x10000, 0x10000}}},
-      {"then quarters, from the start",
-       0x4000,
-       {{0x2000, 0}, {-1, ENOMEM}},
-       0,
+      {"then quarters, from the start", 0x4000, {{0x2000, 0}, {-1, ENOMEM}}, 0,
        {{0, 0x2000}, {0x2000, 0x2000}, {0, 0x1000}, {0x1000, 0x1000}, {0x2000, 0x1000}, {0x3000, 0x1000}}},
       {"another error", 0x4000, {{-1, EIO}}, -1, {{0, 0x2000}}},
       {"a short piece, whatever errno held", 0x4000, {{0x1FFF, ENOMEM}}, -1, {{0, 0x2000}}},
       {"down to 2048 bytes", 0x2000, {{-1, ENOMEM}, {-1, ENOMEM}}, -1, {{0, 0x1000}, {0, 0x800}}},
       {"too small to halve", 0xFFF, {}, -1, {}},
-      {"an odd length never fits",
-       0x2001,
-       {},
-       -1,
-       {{0, 0x1000}, {0x1000, 0x1000}, {0, 0x800}, {0x800, 0x800}, {0x1000, 0x800}, {0x1800, 0x800}}},
+      {"an odd length never fits", 0x2001, {}, -1, {{0, 0x1000}, {0x1000, 0x1000}, {0, 0x800}, {0x800, 0x800}, {0x1000, 0x800}, {0x1800, 0x800}}},
       {"nothing", 0, {}, -1, {}},
   };
+  // clang-format on
   Bytes buffer(0x20000);
   for (const Row& row : rows) {
     script = {row.answers, {}, reinterpret_cast<char*>(buffer.data())};
@@ -425,6 +419,7 @@ TEST_F(MtdUtility, DataCallsSayWhatFailedAndLeaveErrno) {
     EXPECT_EQ(lines.empty() ? "" : lines.back().text, row.line);
     EXPECT_EQ(error, row.error) << row.line;
   };
+  // clang-format off
   check({"open", kMtdPath, 1, mtd_data_read, EIO, "Can't open mfg\n(Input/output error)\n"});
   check({"malloc", "", 3, mtd_data_read, ENOMEM, "cannot malloc 32768 bytes"});
   check({"malloc", "", 3, mtd_data_read_block, ENOMEM, "cannot malloc 4096 bytes"});
@@ -433,13 +428,11 @@ TEST_F(MtdUtility, DataCallsSayWhatFailedAndLeaveErrno) {
   EXPECT_EQ(mtd_data_read_block(&handle), 0);
   check({"open", kMtdPath, 1, mtd_data_read, EIO, "Can't open mfg\n(Input/output error)\n"});
   check({"open", kMtdPath, 1, mtd_data_write, EIO, "Can't open mfg\n(Input/output error)\n"});
-  check({"malloc", "", 3, mtd_data_write_block, ENOMEM,
-         "mtd_write_data returns 4294967295, errno = Cannot allocate memory"});
-  check(
-      {"malloc", "", 3, mtd_data_write, ENOMEM, "mtd_write_data returns -1, errno = Cannot allocate memory"});
+  check({"malloc", "", 3, mtd_data_write_block, ENOMEM, "mtd_write_data returns 4294967295, errno = Cannot allocate memory"});
+  check({"malloc", "", 3, mtd_data_write, ENOMEM, "mtd_write_data returns -1, errno = Cannot allocate memory"});
   EXPECT_EQ(erases(), 0U) << "before anything is erased";
-  check(
-      {"close", kMtdPath, 1, mtd_data_write_block, EIO, "Can't finish writing mfg\n(Input/output error)\n"});
+  check({"close", kMtdPath, 1, mtd_data_write_block, EIO, "Can't finish writing mfg\n(Input/output error)\n"});
+  // clang-format on
 
   // The one block that was read is followed by zeros, up to what the partition takes.
   phone().clear_faults();

@@ -17,39 +17,19 @@ int taken = 0;
 
 // One for each way in which the library reaches itself: within a file, within a folder, and down a layer.
 extern "C" {
-int32_t emmc_open(emmc_state*, const char*) {
-  return ++taken, 0;
-}
-int32_t mtd_open(mtd_partition*, const char*) {
-  return ++taken, -1;
-}
-int32_t partition_open(partition_handle*, const char*) {
-  return ++taken, -1;
-}
-int32_t mtd_scan_partitions() {
-  return ++taken, -1;
-}
-mtd_write_context* mtd_write_partition(const mtd_partition*) {
-  return ++taken, nullptr;
-}
-uint32_t Crc32CheckSumByte(const void*, uint32_t, uint32_t) {
-  return static_cast<uint32_t>(++taken);
-}
-int32_t get_sensor_selection() {
-  return ++taken;
-}
-uint8_t awb_get_camid() {
-  return static_cast<uint8_t>(++taken);
-}
-void awb_get_fuseid(uint32_t*) {
-  ++taken;
-}
-int32_t WriteFlashOffset(const void*, uint32_t, uint32_t) {
-  return ++taken, -1;
-}
-uint32_t awb_if_enabled() {
-  return static_cast<uint32_t>(++taken);
-}
+// clang-format off
+int32_t emmc_open(emmc_state*, const char*) { return ++taken, 0; }
+int32_t mtd_open(mtd_partition*, const char*) { return ++taken, -1; }
+int32_t partition_open(partition_handle*, const char*) { return ++taken, -1; }
+int32_t mtd_scan_partitions() { return ++taken, -1; }
+mtd_write_context* mtd_write_partition(const mtd_partition*) { return ++taken, nullptr; }
+uint32_t Crc32CheckSumByte(const void*, uint32_t, uint32_t) { return static_cast<uint32_t>(++taken); }
+int32_t get_sensor_selection() { return ++taken; }
+uint8_t awb_get_camid() { return static_cast<uint8_t>(++taken); }
+void awb_get_fuseid(uint32_t*) { ++taken; }
+int32_t WriteFlashOffset(const void*, uint32_t, uint32_t) { return ++taken, -1; }
+uint32_t awb_if_enabled() { return static_cast<uint32_t>(++taken); }
+// clang-format on
 }
 
 namespace {

@@ -145,13 +145,8 @@ bool is_node(const Source& source) {
   return source.path == kNodePath;
 }
 
-std::string replaced(std::string text, char place, std::string_view by) {
-  for (size_t at; (at = text.find(place)) != text.npos;) text.replace(at, 1, by);
-  return text;
-}
-
 std::string path_of(const Source& source, size_t camera) {
-  return replaced(replaced(source.path, '*', source.cache[camera]), '@', source.node[camera]);
+  return replaced(replaced(source.path, "*", source.cache[camera]), "@", source.node[camera]);
 }
 
 // ---- records, and what is to come of them -----------------------------------------------------------------
@@ -225,7 +220,7 @@ struct Answer {
 void add_tests(Answer& answer, const Kind& kind, const Outcome& outcome) {
   const TestLines& lines = kind.lines;
   const auto say = [&](bool good, const char* yes, const char* no) {
-    const std::string text = replaced(good ? yes : no, '%', kind.name);
+    const std::string text = replaced(good ? yes : no, "%", kind.name);
     answer.log.push_back(good ? I(text) : E(text));
   };
   say(outcome.intact, lines.checksum_good, lines.checksum_bad);
@@ -236,7 +231,7 @@ void add_tests(Answer& answer, const Kind& kind, const Outcome& outcome) {
       lines.other);
   say(outcome.finished, lines.finished, lines.unfinished);
   answer.log.push_back(
-      I(replaced(replaced(kind.word, '%', kind.name), '#', printf_text("%x", outcome.word()))));
+      I(replaced(replaced(kind.word, "%", kind.name), "#", printf_text("%x", outcome.word()))));
 }
 
 /// What the check answers, but for the line of the record's fields; no outcome: there is no source.
@@ -246,7 +241,7 @@ Answer expected(const Source& source, size_t camera, const std::optional<Outcome
   const auto say = [&](const char* line) {
     if (line == nullptr) return;
     const std::string text =
-        replaced(replaced(line + 1, '*', source.named[camera]), '@', source.node[camera]);
+        replaced(replaced(line + 1, "*", source.named[camera]), "@", source.node[camera]);
     answer.log.push_back(line[0] == 'E' ? E(text) : I(text));
   };
   if (&kind != &kAec) answer.log = {I(kind.name + ": " + kModuleLines[camera])};
@@ -360,7 +355,7 @@ TEST_F(ResultChecks, EveryCheckTellsGoodFromBadOnEveryCameraAndSource) {
 TEST_F(ResultChecks, TheFieldsAreShown) {
   for (const Source& source : kSources) {
     const Answer answer = ask(source, 0, record_of(source.kind, kMain));
-    const std::string line = replaced(source.kind.fields, '%', source.kind.name);
+    const std::string line = replaced(source.kind.fields, "%", source.kind.name);
     EXPECT_EQ(std::count(answer.log.begin(), answer.log.end(), I(line)), 1) << line;
     EXPECT_EQ(std::count_if(answer.log.begin(), answer.log.end(), is_field_line),
               source.kind.check == kFlash.check ? 2 : 1);
@@ -396,10 +391,10 @@ TEST_F(ResultChecks, EveryBitOfEveryRecordCounts) {
       const Outcome outcome{at >= kind.covered && at < kind.checksum,
                             at >= kind.fuse && at < kind.fuse + 4 * kind.width() ? Bound::other : Bound::own,
                             at >= kind.width()};
-      const std::string word = replaced(kind.word, '#', printf_text("%x", outcome.word()));
+      const std::string word = replaced(kind.word, "#", printf_text("%x", outcome.word()));
       const Answer answer = ask(source, 0, record);
       ASSERT_EQ(answer.result, outcome.word() == 0xF ? 0 : -1) << kind.name << " bit " << bit;
-      ASSERT_EQ(std::count(answer.log.begin(), answer.log.end(), I(replaced(word, '%', kind.name))), 1);
+      ASSERT_EQ(std::count(answer.log.begin(), answer.log.end(), I(replaced(word, "%", kind.name))), 1);
       record[at] ^= static_cast<uint8_t>(1U << bit % 8);
     }
     hide(source);
@@ -438,13 +433,11 @@ TEST_F(ResultChecks, ASourceThatVanishesAfterTheOpenIsReadAsEmpty) {
 }
 
 TEST_F(ResultChecks, TheMainCamerasFuseIdIsTakenAsSignedNumbers) {
-  const std::tuple<const char*, uint64_t, int32_t> rows[] = {{"68", 0x44, 0},
-                                                             {"-1", ~0ULL, 0},
-                                                             {"-1", 0xFFFFFFFF, -1},
-                                                             {"2147483647", 0x7FFFFFFF, 0},
-                                                             {"2147483648", 0x80000000, -1},
-                                                             {"x", 0, 0},
-                                                             {"0x44", 0x44, -1}};
+  // clang-format off
+  const std::tuple<const char*, uint64_t, int32_t> rows[] = {
+      {"68", 0x44, 0}, {"-1", ~0ULL, 0},  {"-1", 0xFFFFFFFF, -1}, {"2147483647", 0x7FFFFFFF, 0}, {"2147483648", 0x80000000, -1},
+      {"x", 0, 0},     {"0x44", 0x44, -1}};
+  // clang-format on
   for (const auto& [property, stored, result] : rows) {
     phone().set_property("qor.camera.sensor.main_fuse4", property);
     const Bytes record = record_of(kAwb, {kMain[0], kMain[1], kMain[2], stored});
@@ -499,15 +492,9 @@ TEST_F(ResultChecks, DualCameraSaysThatThereIsNoMemory) {
 
 TEST_F(ResultChecks, NoFailingCallMakesABadRecordGood) {
   for (const Source& source : kSources) {
-    for (const bool from_then_on : {false, true}) {
-      for (unsigned nth = 1, struck = 1; struck > 0; ++nth) {
-        phone().add_fault({.nth = nth, .from_then_on = from_then_on});
-        EXPECT_EQ(ask(source, 0, record_of(source.kind, kModules[2], 3098)).result, -1) << path_of(source, 0);
-        EXPECT_EQ(phone().open_descriptors(), 0U) << path_of(source, 0) << " call " << nth;
-        struck = phone().struck_faults();
-        phone().clear_faults();
-      }
-    }
+    for_every_failing_call(phone(), [&] {
+      EXPECT_EQ(ask(source, 0, record_of(source.kind, kModules[2], 3098)).result, -1) << path_of(source, 0);
+    });
     hide(source);
   }
 }

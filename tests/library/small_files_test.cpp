@@ -81,21 +81,19 @@ TEST_F(SmallFiles, ComeWholeThroughSignalsAndShortWritesAndOtherwiseNotAtAll) {
     std::vector<Fault> faults;
     long kept;  ///< bytes in the file; -1 all of them
   };
+  // clang-format off
   const Row rows[] = {
       {"not removed", {{.call = "remove"}}, -1},
       {"a signal", {{.call = "write", .error = EINTR}}, -1},
       {"short", {{.call = "write", .transfer = 3}}, -1},
-      {"short, then a signal",
-       {{.call = "write", .transfer = 3}, {.call = "write", .nth = 2, .error = EINTR}},
-       -1},
+      {"short, then a signal", {{.call = "write", .transfer = 3}, {.call = "write", .nth = 2, .error = EINTR}}, -1},
       {"not synced", {{.call = "fsync"}}, -1},
       {"no mode", {{.call = "fchmod"}}, -1},
       {"no space", {{.call = "write", .error = ENOSPC}}, 0},
-      {"no space but for 10 bytes",
-       {{.call = "write", .transfer = 10}, {.call = "write", .nth = 2, .error = ENOSPC}},
-       10},
+      {"no space but for 10 bytes", {{.call = "write", .transfer = 10}, {.call = "write", .nth = 2, .error = ENOSPC}}, 10},
       {"nothing written", {{.call = "write", .transfer = 0}}, 0},
   };
+  // clang-format on
   for (const Subject& subject : kSubjects) {
     const Bytes whole = written(subject, {}).value_or(Bytes{});
     for (const Row& row : rows) {

@@ -23,50 +23,40 @@ struct Writer {
   Bytes record;
   uint32_t place;
   std::string cache, front_cache, sub_cache;
-  const char *opening, *words, *stored,
-      *not_stored;  // `words`: of the line of each word, if there are such lines
+  const char *opening, *words, *stored, *not_stored;  // `words`: of each word's line, if there are such lines
   /// Into which file a record goes: a camid of 3 and more is the main camera's.
   const std::string& written(int camid) const {
     return camid == 1 ? front_cache : camid == 2 ? sub_cache : cache;
   }
 };
 
+// clang-format off
 const Writer kWriters[] = {
-    {"QOR_FLASH_Calibration_write_to_flash",
-     [](uint8_t camid) { return QOR_FLASH_Calibration_write_to_flash(camid, kFuse, 2048, -1); },
-     sealed32({3099, 2048, 0xFFFFFFFF, kModule[0], kModule[1], kModule[2], kModule[3]}), 3592,
-     kFolder + "flash_cal", kFolder + "flash_cal_front", kFolder + "flash_cal", "I$: @ (2048,-1)|",
-     "[Flash Calibration]-FlashcaBuff",
+    {"QOR_FLASH_Calibration_write_to_flash", [](uint8_t camid) { return QOR_FLASH_Calibration_write_to_flash(camid, kFuse, 2048, -1); },
+     sealed32({3099, 2048, 0xFFFFFFFF, kModule[0], kModule[1], kModule[2], kModule[3]}), 3592, kFolder + "flash_cal", kFolder + "flash_cal_front",
+     kFolder + "flash_cal", "I$: @ (2048,-1)|", "[Flash Calibration]-FlashcaBuff",
      "I$, [Flash Calibration] write flash pass|I[Flash Calibration] write cabuff to /data/misc/camera/awb_cal|",
      "E$, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
     {"QOR_Dual_FLASH_Calibration_write_to_flash",
      [](uint8_t camid) { return QOR_Dual_FLASH_Calibration_write_to_flash(camid, kFuse, 1, 2, 3, 4, 5, -6); },
-     sealed32({3099, 1, 2, 3, 4, 5, 0xFFFFFFFA, kModule[0], kModule[1], kModule[2], kModule[3]}), 3692,
-     kFolder + "flash_dual_cal", kFolder + "flash_dual_cal_front_CAM", kFolder + "flash_dual_cal",
-     "I$: @ x1(1,2)|I$: @ x2(3,4)|I$: @ x3(5,-6)|", "[Flash Calibration]-FlashcaBuff",
+     sealed32({3099, 1, 2, 3, 4, 5, 0xFFFFFFFA, kModule[0], kModule[1], kModule[2], kModule[3]}), 3692, kFolder + "flash_dual_cal",
+     kFolder + "flash_dual_cal_front_CAM", kFolder + "flash_dual_cal", "I$: @ x1(1,2)|I$: @ x2(3,4)|I$: @ x3(5,-6)|",
+     "[Flash Calibration]-FlashcaBuff",
      "I$, [Flash Calibration] write flash pass|I[Flash Calibration] write cabuff to /data/misc/camera/awb_cal|",
      "E$, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
     {"gyro_write_calibration", [](uint8_t camid) { return gyro_write_calibration(camid, kFuse); },
-     sealed64({3099, kModule[0], kModule[1], kModule[2], kModule[3]}), 3744, kFolder + "gyro_cal_qor_CAM",
-     kFolder + "gyro_cal_front_qor_CAM", kFolder + "gyro_cal_qor_CAM",
-     "E$, [gyro Calibration] E|I$: @|E$, [gyro Calibration] @|", nullptr,
+     sealed64({3099, kModule[0], kModule[1], kModule[2], kModule[3]}), 3744, kFolder + "gyro_cal_qor_CAM", kFolder + "gyro_cal_front_qor_CAM",
+     kFolder + "gyro_cal_qor_CAM", "E$, [gyro Calibration] E|I$: @|E$, [gyro Calibration] @|", nullptr,
      "E$, [gyro Calibration] gyro write flash pass|"
      "E[ISP Calibration] write isp_cabuff to /data/misc/camera/awb_cal_ISP_sub_qor_CAM|",
      "E$, [gyro Calibration] Can't write to flash. Maybe Not MFG ROM or Flash is bad|"},
-    {"aec_write_calibration",
-     [](uint8_t camid) { return aec_write_calibration(camid, kFuse, 160, 33000, 51); },
-     sealed32({3099, 160, 33000, 51, kModule[0], kModule[1], kModule[2], kModule[3]}), 3624,
-     kFolder + "aec_cal", kFolder + "aec_cal_front_CAM", kFolder + "aec_cal_sub_CAM", "I$: @ (160,33000)|",
-     "[AWB Calibration]-aec_caBuff",
+    {"aec_write_calibration", [](uint8_t camid) { return aec_write_calibration(camid, kFuse, 160, 33000, 51); },
+     sealed32({3099, 160, 33000, 51, kModule[0], kModule[1], kModule[2], kModule[3]}), 3624, kFolder + "aec_cal", kFolder + "aec_cal_front_CAM",
+     kFolder + "aec_cal_sub_CAM", "I$: @ (160,33000)|", "[AWB Calibration]-aec_caBuff",
      "I$, [AWB Calibration] AEC write flash pass|I[AWB Calibration] write aec_cabuff to /data/misc/camera/aec_cal|",
      "E$, [AWB Calibration] Can't write AEC to flash. Maybe Not MFG ROM or Flash is bad|"},
 };
-
-std::string replaced(std::string text, const std::string& what, const std::string& by) {
-  for (size_t at = 0; (at = text.find(what, at)) != text.npos; at += by.size())
-    text.replace(at, what.size(), by);
-  return text;
-}
+// clang-format on
 
 std::string opening_of(const Writer& writer, int camid) {
   std::string text =
@@ -181,28 +171,14 @@ struct DualWriter {
   std::string verified, verified_console, no_input_end;
 };
 
+// clang-format off
 const DualWriter kDualWriters[] = {
     {"QOR_DUAL_CalibrationData_write_to_flash",
-     [] { return QOR_DUAL_CalibrationData_write_to_flash(kFuse); },
-     1643,
-     12800,
-     {3099},
-     {kModule[0], kModule[1], kModule[2], kModule[3]},
-     4,
-     "I$, [DUAL Calibration] dual_calibration_success.txt|",
-     "$: [DUAL Calibration] dual_calibration_success.txt\n",
-     "\n"},
-    {"QOR_DUAL_Calibration_write_to_flash",
-     QOR_DUAL_Calibration_write_to_flash,
-     464,
-     12288,
-     {},
-     {},
-     1,
-     "",
-     "",
-     ""},
+     [] { return QOR_DUAL_CalibrationData_write_to_flash(kFuse); }, 1643, 12800, {3099}, {kModule[0], kModule[1], kModule[2], kModule[3]}, 4,
+     "I$, [DUAL Calibration] dual_calibration_success.txt|", "$: [DUAL Calibration] dual_calibration_success.txt\n", "\n"},
+    {"QOR_DUAL_Calibration_write_to_flash", QOR_DUAL_Calibration_write_to_flash, 464, 12288, {}, {}, 1, "", "", ""},
 };
+// clang-format on
 
 Bytes record_of(const DualWriter& writer, Bytes payload) {
   payload.resize(writer.payload);
@@ -240,17 +216,16 @@ TEST_F(Writers, DualCameraFailuresLeaveNoMarkerAndSayWhatFailed) {
       "E$, [Dual Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|";
   for (const DualWriter& writer : kDualWriters) {
     const unsigned last_buffer = writer.head.empty() ? 2 : 1;
+    // clang-format off
     const std::pair<Fault, Outcome> rows[] = {
         {{.call = "malloc"}, {-1, "$: Can't allocate calibration buffer\n", no_memory}},
         {{.call = "malloc", .nth = last_buffer}, {-1, "$: Can't allocate calibration buffer\n", no_memory}},
-        {{.call = "open", .path = kPayload},
-         {-1, "\n can not open file: " + kPayload + writer.no_input_end, ""}},
+        {{.call = "open", .path = kPayload}, {-1, "\n can not open file: " + kPayload + writer.no_input_end, ""}},
         {{.call = "write", .path = kDevice}, {-1, "$: writeflash() fail\n", no_transfer}},
         // Behind the write comes the dump of the area, then the read-back.
-        {{.call = "read", .path = kDevice, .nth = 2},
-         {-1, ok + "$: ReadEmmcOffset() fail\n", passed + no_transfer}},
-        {{.call = "open", .path = kMarker},
-         {-1, ok + "\n can not open calibration_success.txt file", passed}}};
+        {{.call = "read", .path = kDevice, .nth = 2}, {-1, ok + "$: ReadEmmcOffset() fail\n", passed + no_transfer}},
+        {{.call = "open", .path = kMarker}, {-1, ok + "\n can not open calibration_success.txt file", passed}}};
+    // clang-format on
     for (auto [fault, expected] : rows) {
       put(kPayload, pattern(2000));
       put(kMarker, {1});
@@ -287,16 +262,13 @@ TEST_F(Writers, DualCameraPayloadIsReadBackIntoItsFile) {
   EXPECT_EQ(get(kPayload), Bytes(area.begin() + 0x23204, area.begin() + 0x23204 + 1643));
   EXPECT_EQ(mode_of(host(kPayload)), 0644);
 
+  // clang-format off
   const std::tuple<Fault, const char*, const char*> rows[] = {
-      {{.call = "malloc"},
-       "$: Can't allocate calibration buffer\n",
-       "E$, [Dual Calibration] Can't allocate calibration buffer|"},
-      {{.call = "read", .path = kDevice},
-       "$: ReadEmmcOffset() fail\n",
+      {{.call = "malloc"}, "$: Can't allocate calibration buffer\n", "E$, [Dual Calibration] Can't allocate calibration buffer|"},
+      {{.call = "read", .path = kDevice}, "$: ReadEmmcOffset() fail\n",
        "E$, [Dual Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
-      {{.call = "open", .path = kPayload},
-       "\n can not open file: /data/misc/camera/CalibrationData.dat",
-       ""}};
+      {{.call = "open", .path = kPayload}, "\n can not open file: /data/misc/camera/CalibrationData.dat", ""}};
+  // clang-format on
   for (const auto& [fault, console, log] : rows) {
     EXPECT_EQ(run_with(fault, name, QOR_DUAL_Calibration_ReadCalData),
               (Outcome{-1, begun + console, "I" + begun + "|" + log}));

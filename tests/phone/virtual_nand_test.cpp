@@ -197,12 +197,10 @@ TEST_F(VirtualNandTest, AFailedOperationLeavesTheBlockHalfDone) {
 }
 
 TEST_F(VirtualNandTest, CorruptionIsSilentAndLastsOnlyWhereItIsStored) {
-  const std::pair<int64_t, size_t> rows[] = {{0, 0},
-                                             {1, 1},
-                                             {kErase - 1, kErase - 1},
-                                             {kErase, kErase - 1},
-                                             {-1, kErase - 1},
-                                             {-int64_t{kErase}, 0}};
+  // clang-format off
+  const std::pair<int64_t, size_t> rows[] = {
+      {0, 0}, {1, 1}, {kErase - 1, kErase - 1}, {kErase, kErase - 1}, {-1, kErase - 1}, {-int64_t{kErase}, 0}};
+  // clang-format on
   for (const auto& [byte, hit] : rows) {
     for (const Op op : {Op::program, Op::read}) {
       ASSERT_EQ(erase(kErase), 0);

@@ -19,18 +19,12 @@ using Floats = std::vector<float>;
 
 // A double holds the exact value of each of these well enough that rounding it to a float rounds only once:
 // no compiler can make another result of it, fused or not.
-inline float sum(double a, double b) {
-  return static_cast<float>(a + b);
-}
-inline float difference(double a, double b) {
-  return static_cast<float>(a - b);
-}
-inline float product(double a, double b) {
-  return static_cast<float>(a * b);
-}
-inline float quotient(double a, double b) {
-  return static_cast<float>(a / b);
-}
+// clang-format off
+inline float sum(double a, double b) { return static_cast<float>(a + b); }
+inline float difference(double a, double b) { return static_cast<float>(a - b); }
+inline float product(double a, double b) { return static_cast<float>(a * b); }
+inline float quotient(double a, double b) { return static_cast<float>(a / b); }
+// clang-format on
 
 /// Integers that are the same on every machine.
 class Integers {

@@ -137,6 +137,12 @@ std::string console_of(const std::function<void()>& call) {
   return text;
 }
 
+std::string replaced(std::string text, std::string_view place, std::string_view by) {
+  for (size_t at = 0; (at = text.find(place, at)) != text.npos; at += by.size())
+    text.replace(at, place.size(), by);
+  return text;
+}
+
 std::string printf_text(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);

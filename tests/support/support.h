@@ -72,20 +72,18 @@ Outcome run_shell(const std::string& command);
 std::string console_of(const std::function<void()>& call);
 
 /// Adjacent literals make lists of log lines: I("text") and the like.
-inline LogLine D(std::string text, std::string tag = "camera_calibration") {
-  return {std::move(tag), 3, std::move(text)};
-}
-inline LogLine I(std::string text, std::string tag = "camera_calibration") {
-  return {std::move(tag), 4, std::move(text)};
-}
-inline LogLine E(std::string text, std::string tag = "camera_calibration") {
-  return {std::move(tag), 6, std::move(text)};
-}
+// clang-format off
+inline LogLine D(std::string text, std::string tag = "camera_calibration") { return {std::move(tag), 3, std::move(text)}; }
+inline LogLine I(std::string text, std::string tag = "camera_calibration") { return {std::move(tag), 4, std::move(text)}; }
+inline LogLine E(std::string text, std::string tag = "camera_calibration") { return {std::move(tag), 6, std::move(text)}; }
+// clang-format on
 inline Log infos(const Names& texts) {
   Log log;
   for (const std::string& text : texts) log.push_back(I(text));
   return log;
 }
+/// The text with another for each of its places.
+std::string replaced(std::string text, std::string_view place, std::string_view by);
 std::string printf_text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 inline Log operator+(Log log, const Log& more) {
@@ -99,6 +97,12 @@ inline constexpr uint32_t kModule[4] = {0x11223344, 0x55667788, 0x99AABBCC, 0xDD
 
 /// Sets the four fuse properties of `camera` ("main", "front" or "sub"), in decimal as the driver does.
 void fit_module(phone::VirtualPhone& phone, const std::string& camera, const uint32_t (&words)[4] = kModule);
+
+/// A camera's cache file by the main camera's.
+inline std::string of_camera(const std::string& name, uint32_t camera) {
+  const char* suffixes[] = {"", name.ends_with("/flash_cal") ? "_front" : "_front_CAM", "_sub_CAM"};
+  return name + suffixes[camera];
+}
 
 class PhoneTest : public ::testing::Test {
  protected:

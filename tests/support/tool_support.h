@@ -54,19 +54,16 @@ inline void put(Bytes& image, size_t offset, const Bytes& record) {
 }
 
 /// An AWB record, or with the values of one, a flash record.
-inline Bytes awb(uint32_t valid_word = 3099, uint32_t rg = 800, uint32_t bg = 600,
-                 const uint32_t (&fuse)[4] = kModule) {
+// clang-format off
+inline Bytes awb(uint32_t valid_word = 3099, uint32_t rg = 800, uint32_t bg = 600, const uint32_t (&fuse)[4] = kModule) {
   return sealed32({valid_word, rg, bg, fuse[0], fuse[1], fuse[2], fuse[3]});
 }
-inline Bytes aec(const uint32_t (&fuse)[4] = kModule) {
-  return sealed32({3099, 256, 12000, 50, fuse[0], fuse[1], fuse[2], fuse[3]});
-}
-inline Bytes gyro(const uint32_t (&fuse)[4] = kModule) {
-  return sealed64({3099, fuse[0], fuse[1], fuse[2], fuse[3]});
-}
+inline Bytes aec(const uint32_t (&fuse)[4] = kModule) { return sealed32({3099, 256, 12000, 50, fuse[0], fuse[1], fuse[2], fuse[3]}); }
+inline Bytes gyro(const uint32_t (&fuse)[4] = kModule) { return sealed64({3099, fuse[0], fuse[1], fuse[2], fuse[3]}); }
 inline Bytes dual_flash(const uint32_t (&fuse)[4] = kModule) {
   return sealed32({3099, 1700, 1500, 1600, 1550, 1650, 1525, fuse[0], fuse[1], fuse[2], fuse[3]});
 }
+// clang-format on
 inline Bytes damaged(Bytes bytes, size_t at) {
   bytes.at(at) ^= 1;
   return bytes;
