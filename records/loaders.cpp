@@ -107,19 +107,17 @@ constexpr Loader kDualFlash{
     .from_export = kFlashFromExport,
     .nowhere = kFlashNowhere};
 
-constexpr Loader kDualCameraD50{.files = calib::kAwbFiles,
-                                .opening = kAwbOpening,
-                                .from_cache = kDualCameraFromCache,
-                                .no_cache = kNoDualCameraCache,
-                                .from_export = kDualCameraFromExport,
-                                .nowhere = kDualCameraNowhere};
-
-constexpr Loader kDualCameraALight{.files = calib::kALightAwbFiles,
-                                   .opening = kAwbOpening,
-                                   .from_cache = kDualCameraFromCache,
-                                   .no_cache = kNoDualCameraCache,
-                                   .from_export = kDualCameraFromExport,
-                                   .nowhere = kDualCameraNowhere};
+/// Both lights' records: their lines do not tell which it is.
+constexpr Loader for_dual_camera(const calib::RecordFiles& files) {
+  return {.files = files,
+          .opening = kAwbOpening,
+          .from_cache = kDualCameraFromCache,
+          .no_cache = kNoDualCameraCache,
+          .from_export = kDualCameraFromExport,
+          .nowhere = kDualCameraNowhere};
+}
+constexpr Loader kDualCameraD50 = for_dual_camera(calib::kAwbFiles);
+constexpr Loader kDualCameraALight = for_dual_camera(calib::kALightAwbFiles);
 
 constexpr const char* kAecName = "aec_read_calibration";
 

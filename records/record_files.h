@@ -28,47 +28,43 @@ struct RecordFiles {
   size_t export_offset;
 };
 
-inline constexpr RecordFiles kAwbFiles{.read = {.main = "/data/misc/camera/awb_cal",
-                                                .front = "/data/misc/camera/awb_cal_front_CAM",
-                                                .sub = "/data/misc/camera/awb_cal_sub_CAM"},
-                                       .written = {.main = "/data/misc/camera/awb_cal",
-                                                   .front = "/data/misc/camera/awb_cal_front_CAM",
-                                                   .sub = "/data/misc/camera/awb_cal_sub_CAM"},
-                                       .export_offset = kExportAwb};
+/// Every camera's writers write what its readers read.
+constexpr RecordFiles read_as_written(const PerCamera& files, size_t export_offset) {
+  return {.read = files, .written = files, .export_offset = export_offset};
+}
 
-inline constexpr RecordFiles kALightAwbFiles{
-    .read = {.main = "/data/misc/camera/awb_A_light_cal",
-             .front = "/data/misc/camera/awb_A_light_cal_front_CAM",
-             .sub = "/data/misc/camera/awb_A_light_cal_sub_CAM"},
-    .written = {.main = "/data/misc/camera/awb_A_light_cal",
-                .front = "/data/misc/camera/awb_A_light_cal_front_CAM",
-                .sub = "/data/misc/camera/awb_A_light_cal_sub_CAM"},
-    .export_offset = kExportALightAwb};
+/// The sub camera's writers replace the main camera's file.
+constexpr RecordFiles sub_written_as_main(const PerCamera& files, size_t export_offset) {
+  const PerCamera written{.main = files.main, .front = files.front, .sub = files.main};
+  return {.read = files, .written = written, .export_offset = export_offset};
+}
 
-inline constexpr RecordFiles kAecFiles{.read = {.main = "/data/misc/camera/aec_cal",
-                                                .front = "/data/misc/camera/aec_cal_front_CAM",
-                                                .sub = "/data/misc/camera/aec_cal_sub_CAM"},
-                                       .written = {.main = "/data/misc/camera/aec_cal",
-                                                   .front = "/data/misc/camera/aec_cal_front_CAM",
-                                                   .sub = "/data/misc/camera/aec_cal_sub_CAM"},
-                                       .export_offset = kExportAec};
+inline constexpr RecordFiles kAwbFiles = read_as_written({.main = "/data/misc/camera/awb_cal",
+                                                          .front = "/data/misc/camera/awb_cal_front_CAM",
+                                                          .sub = "/data/misc/camera/awb_cal_sub_CAM"},
+                                                         kExportAwb);
 
-inline constexpr RecordFiles kFlashFiles{.read = {.main = "/data/misc/camera/flash_cal",
-                                                  .front = "/data/misc/camera/flash_cal_front",
-                                                  .sub = "/data/misc/camera/flash_cal_sub_CAM"},
-                                         .written = {.main = "/data/misc/camera/flash_cal",
-                                                     .front = "/data/misc/camera/flash_cal_front",
-                                                     .sub = "/data/misc/camera/flash_cal"},
-                                         .export_offset = kExportFlash};
+inline constexpr RecordFiles kALightAwbFiles =
+    read_as_written({.main = "/data/misc/camera/awb_A_light_cal",
+                     .front = "/data/misc/camera/awb_A_light_cal_front_CAM",
+                     .sub = "/data/misc/camera/awb_A_light_cal_sub_CAM"},
+                    kExportALightAwb);
 
-inline constexpr RecordFiles kDualFlashFiles{
-    .read = {.main = "/data/misc/camera/flash_dual_cal",
-             .front = "/data/misc/camera/flash_dual_cal_front_CAM",
-             .sub = "/data/misc/camera/flash_dual_cal_sub_CAM"},
-    .written = {.main = "/data/misc/camera/flash_dual_cal",
-                .front = "/data/misc/camera/flash_dual_cal_front_CAM",
-                .sub = "/data/misc/camera/flash_dual_cal"},
-    .export_offset = kExportDualFlash};
+inline constexpr RecordFiles kAecFiles = read_as_written({.main = "/data/misc/camera/aec_cal",
+                                                          .front = "/data/misc/camera/aec_cal_front_CAM",
+                                                          .sub = "/data/misc/camera/aec_cal_sub_CAM"},
+                                                         kExportAec);
+
+inline constexpr RecordFiles kFlashFiles = sub_written_as_main({.main = "/data/misc/camera/flash_cal",
+                                                                .front = "/data/misc/camera/flash_cal_front",
+                                                                .sub = "/data/misc/camera/flash_cal_sub_CAM"},
+                                                               kExportFlash);
+
+inline constexpr RecordFiles kDualFlashFiles =
+    sub_written_as_main({.main = "/data/misc/camera/flash_dual_cal",
+                         .front = "/data/misc/camera/flash_dual_cal_front_CAM",
+                         .sub = "/data/misc/camera/flash_dual_cal_sub_CAM"},
+                        kExportDualFlash);
 
 inline constexpr RecordFiles kGyroFiles{.read = {.main = "/data/misc/camera/gyro_cal_qor_CAM",
                                                  .front = "/data/misc/camera/gyro_cal_front_qor_CAM",
