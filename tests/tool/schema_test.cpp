@@ -9,7 +9,7 @@ using namespace tool;
 
 class Schema : public ToolTest {
  protected:
-  support::Outcome validate(const std::string& documents) const {
+  Outcome validate(const std::string& documents) const {
     text_file("documents", documents);
     return support::run_shell("python3 " SOURCE_DIR "/tests/tool/validate_json.py " SOURCE_DIR
                               "/docs/awbcal.schema.json <" +
@@ -39,7 +39,7 @@ TEST_F(Schema, DescribesEveryDocument) {
         std::string("rubbish")}) {
     documents += run(arguments + " --json", "2>/dev/null").output;
   }
-  const support::Outcome validated = validate(documents);
+  const Outcome validated = validate(documents);
   EXPECT_EQ(validated.exit_code, 0) << validated.output;
 
   // So that this can fail.
