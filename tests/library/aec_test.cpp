@@ -8,17 +8,10 @@
 
 namespace {
 
-using phone::LogLine;
-using support::Bytes;
-using support::E;
-using support::I;
-using support::kModule;
-using support::printf_text;
-using support::Words;
+using namespace support;
 
-class Aec : public support::PhoneTest {
+class Aec : public PhoneTest {
  protected:
-  Aec() : PhoneTest({.partition_size = 256 * 1024}) {}
   void set(const std::string& name, const std::string& value) { phone().set_property(name, value); }
 
   struct Values {
@@ -89,7 +82,7 @@ TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
   const auto changed = [](std::initializer_list<std::pair<size_t, uint32_t>> changes) {
     Words words = good_words();
     for (const auto& [index, value] : changes) words[index] = value;
-    return support::sealed32(words);
+    return sealed32(words);
   };
   struct Row {
     const char* what;
@@ -120,7 +113,7 @@ TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
 
 TEST_F(Aec, EveryFlippedBitIsRefused) {
   fit_module("main");
-  const Bytes record = support::sealed32(good_words());
+  const Bytes record = sealed32(good_words());
   for (size_t bit = 0; bit < record.size() * 8; ++bit) {
     Bytes damaged = record;
     damaged[bit / 8] = static_cast<uint8_t>(damaged[bit / 8] ^ 1U << bit % 8);
@@ -133,13 +126,13 @@ TEST_F(Aec, JudgingLogsWhatItSaw) {
   fit_module("main");
   const std::string name = "QOR_Calibration_AEC_get_calibration_data";
   const std::string fuse = "0x11223344, 0x55667788, 0x99aabbcc, 0xddeeff01";
-  Bytes record = support::sealed32(good_words());
+  Bytes record = sealed32(good_words());
   const auto tail_of = [&](const Bytes& bytes) {
     put(kCacheFile, bytes);
     const auto log = log_of([] { stored_values(); });
-    return std::vector<LogLine>(log.begin() + 6, log.end());  // after the fuse words and the reader's lines
+    return Log(log.begin() + 6, log.end());  // after the fuse words and the reader's lines
   };
-  const std::string crc = printf_text("%x", support::word_at(record, 32));
+  const std::string crc = printf_text("%x", word_at(record, 32));
   const LogLine data =
       I(name + ", AEC nandflash data: 0xc1b, 0xa0, 0x80e8, 0x33, " + fuse + ", 0x" + crc + "\n");
   EXPECT_EQ(tail_of(record),
@@ -152,7 +145,7 @@ TEST_F(Aec, JudgingLogsWhatItSaw) {
   record[32] ^= 1;
   const auto refused = tail_of(record);
   EXPECT_EQ(
-      std::vector<LogLine>(refused.begin() + 1, refused.end()),
+      Log(refused.begin() + 1, refused.end()),
       (std::vector{
           E(name + ", AEC read from /sys/android_camera_awb_cal/awb_cal, not valid or check sum not OK!\n"),
           E(name + ", AEC will do nothing!\n")}));

@@ -1,8 +1,6 @@
 // Does a production-line AWB run store the record, the verdict and the files that its frames deserve?
 // Guards against a good module failed, a bad one passed, and a run that ends without its verdict.
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <climits>
 
@@ -11,34 +9,23 @@
 
 namespace {
 
-using phone::LogLine;
-using support::Bytes;
-using support::E;
-using support::I;
-using support::kModule;
-using support::printf_text;
+using namespace support;
 
 struct CameraNames {
-  const char* property;  // of the fuse words
-  const char* suffix;    // of its files
-  const char* console;
+  const char *name, *suffix;  // in the fuse words' properties and on the console; of its files
 };
-constexpr CameraNames kCameras[] = {
-    {"main", "", "main"}, {"front", "_front_CAM", "front"}, {"sub", "_sub_CAM", "sub"}};
+constexpr CameraNames kCameras[] = {{"main", ""}, {"front", "_front_CAM"}, {"sub", "_sub_CAM"}};
 
 constexpr const char* kFuseLines =
     "Fuse_ID[1]=0x11223344\nFuse_ID[2]=0x55667788\nFuse_ID[3]=0x99aabbcc\nFuse_ID[4]=0xddeeff01\n";
 
-class AwbRun : public support::PhoneTest {
+class AwbRun : public PhoneTest {
  protected:
-  AwbRun() : PhoneTest({.partition_size = 256 * 1024}) {
-    const Bytes image = support::pattern(256 * 1024);
-    phone().write_partition(0, image.data(), image.size());
-  }
+  AwbRun() { fill_partition(); }
 
   /// The factory tool's part: properties, then the camera is opened and the trigger rises.
   void start(uint32_t camera, int a_light = 0, const char* threshold = "20") {
-    fit_module(kCameras[camera].property);
+    fit_module(kCameras[camera].name);
     set("mfg.calibration.status", "3");
     set("mfg.awb.calibration.threshold", threshold);
     set("mfg.awb.calibration.camid", std::to_string(camera));
@@ -58,23 +45,20 @@ class AwbRun : public support::PhoneTest {
     for (int i = 0; i < count; ++i) QOR_AWB_Calibration_collect(rg * 100, bg * 100, 100);
   }
 
-  Bytes stored_at(uint64_t offset, size_t size) {
+  Bytes stored_at(size_t offset, size_t size) {
     const Bytes all = phone().partition();
-    return {all.begin() + static_cast<std::ptrdiff_t>(offset),
-            all.begin() + static_cast<std::ptrdiff_t>(offset + size)};
+    return {&all[offset], &all[offset + size]};
   }
 
   std::string text_of(const std::string& name) {
-    return support::read_text(host("/data/misc/camera/" + name)).value_or("(no file)");
+    return read_text(host("/data/misc/camera/" + name)).value_or("(no file)");
   }
 
-  std::vector<LogLine> own_log(const std::function<void()>& call) {
-    return support::with_tag(log_of(call), "camera_calibration");
-  }
+  Log own_log(const std::function<void()>& call) { return log_of(call, "camera_calibration"); }
 };
 
 Bytes awb_record(uint32_t valid_word, uint32_t rg = 772, uint32_t bg = 576) {
-  return support::sealed32({valid_word, rg, bg, kModule[0], kModule[1], kModule[2], kModule[3]});
+  return sealed32({valid_word, rg, bg, kModule[0], kModule[1], kModule[2], kModule[3]});
 }
 
 TEST_F(AwbRun, GoodRunsLeaveRecordCacheAndSuccessFile) {
@@ -84,23 +68,21 @@ TEST_F(AwbRun, GoodRunsLeaveRecordCacheAndSuccessFile) {
       start(camera, a_light);
       const std::string light = a_light == 1 ? "A_light_" : "";
       const uint64_t place = 0x20000U + camera * 0x1000U + (a_light == 1 ? 0xEC0U : 0U);
-      const mode_t old_mask = umask(077);
+      umask(077);
       std::string console;
-      expect_partition_write(place, awb_record(3099),
-                             [&] { console = support::console_of([] { frames(11); }); });
-      umask(old_mask);
+      expect_partition_write(place, awb_record(3099), [&] { console = console_of([] { frames(11); }); });
       EXPECT_EQ(console,
                 std::string("Bypass aec calibration\nQOR_AWB_Calibration_write_to_flash: write flash for ") +
-                    names.console + "-cam OK\n");
+                    names.name + "-cam OK\n");
       const std::string success = "awb_" + light + "calibration_success" + names.suffix + ".txt";
       const std::string cache = "awb_" + light + "cal" + names.suffix;
-      EXPECT_EQ(camera_files(), (std::vector<std::string>{cache, success}));
+      EXPECT_EQ(camera_files(), (Names{cache, success}));
       EXPECT_EQ(get("/data/misc/camera/" + cache), awb_record(3099));
       EXPECT_EQ(text_of(success), std::string(kFuseLines) +
                                       "Light source version: v3\nTolerance=20.000000 %\nThreshold=0.150780 \n"
                                       "R/G_ratio=0.753906\nB/G_ratio=0.562500\nDelta=0.000006\n");
       for (const std::string& name : {cache, success}) {
-        EXPECT_EQ(support::mode_of(host("/data/misc/camera/" + name)), 0644) << name;
+        EXPECT_EQ(mode_of(host("/data/misc/camera/" + name)), 0644) << name;
         std::filesystem::remove(host("/data/misc/camera/" + name));
       }
       EXPECT_EQ(awb_if_enabled(), 0U);
@@ -112,67 +94,51 @@ TEST_F(AwbRun, FirstFrameLeavesTheTimeoutVerdict) {
   start(0);
   put("/data/misc/camera/awb_calibration_success.txt", {'o', 'l', 'd'});
   const auto log = own_log([] { frames(1); });
-  EXPECT_EQ(camera_files(), (std::vector<std::string>{"awb_calibration_fail.txt"}));
+  EXPECT_EQ(camera_files(), (Names{"awb_calibration_fail.txt"}));
   EXPECT_EQ(text_of("awb_calibration_fail.txt"),
             std::string("Calibration fail: Time out!!\n") + kFuseLines +
                 "Light source version: v3\nTolerance=20.000000 %\nThreshold=0.200000 \n");
-  EXPECT_EQ(log,
-            (std::vector{I("calibration_trigger 1"), I("QOR_AWB_Calibration_collect (77200,57600) (100)\n"),
-                         I("QOR_AWB_Calibration_write_to_flash (772,576)\n"),
-                         I("QOR_AWB_Calibration_write_to_flash: threshold = 20 , light source version = 3\n"),
-                         I("QOR_AWB_Calibration_write_to_flash:   0   0\n"),
-                         I("[AWB Calibration] sfuse.fuse_id_word1:0x11223344\n"),
-                         I("[AWB Calibration] sfuse.fuse_id_word2:0x55667788\n"),
-                         I("[AWB Calibration] sfuse.fuse_id_word3:0x99aabbcc\n"),
-                         I("[AWB Calibration] sfuse.fuse_id_word4:0xddeeff01\n"),
-                         I("[AWB Calibration] :QOR_AWB_Calibration_counter:0\n"),
-                         I("QOR_AWB_Calibration_write_to_flash:counter=  0 rg=772.000000 bg=576.000000\n")}));
+  // clang-format off
+  EXPECT_EQ(log, infos({
+      "calibration_trigger 1", "QOR_AWB_Calibration_collect (77200,57600) (100)\n", "QOR_AWB_Calibration_write_to_flash (772,576)\n",
+      "QOR_AWB_Calibration_write_to_flash: threshold = 20 , light source version = 3\n", "QOR_AWB_Calibration_write_to_flash:   0   0\n",
+      "[AWB Calibration] sfuse.fuse_id_word1:0x11223344\n", "[AWB Calibration] sfuse.fuse_id_word2:0x55667788\n",
+      "[AWB Calibration] sfuse.fuse_id_word3:0x99aabbcc\n", "[AWB Calibration] sfuse.fuse_id_word4:0xddeeff01\n",
+      "[AWB Calibration] :QOR_AWB_Calibration_counter:0\n",
+      "QOR_AWB_Calibration_write_to_flash:counter=  0 rg=772.000000 bg=576.000000\n"}));
+  // clang-format on
 }
 
 TEST_F(AwbRun, TheEleventhFrameLogsTheWholeStory) {
   start(0);
   frames(10);
   auto log = own_log([] { frames(1); });
-  const auto is_storage = [](const LogLine& line) {
-    return line.text.find("NandFlash") != std::string::npos ||
-           line.text.find("CheckFlash") != std::string::npos;
-  };
-  std::erase_if(log, is_storage);
+  std::erase_if(log, [](const LogLine& line) {
+    return line.text.find("NandFlash") != line.text.npos || line.text.find("CheckFlash") != line.text.npos;
+  });
   const Bytes record = awb_record(3099);
-  const uint32_t crc = support::word_at(record, 28);
-  const auto decimal = [](uint32_t word) { return static_cast<int32_t>(word); };
-  std::vector<LogLine> expected = {
-      I("QOR_AWB_Calibration_collect (77200,57600) (100)\n"),
-      I("QOR_AWB_Calibration_write_to_flash (772,576)\n"),
-      I("QOR_AWB_Calibration_write_to_flash: threshold = 20 , light source version = 3\n"),
-      I("QOR_AWB_Calibration_write_to_flash:  10   0\n"),
-      I("[AWB Calibration] :QOR_AWB_Calibration_counter:10\n"),
-      I("QOR_AWB_Calibration_write_to_flash: Bypass aec calibration\n"),
-      I("QOR_AWB_Calibration_write_to_flash: WriteFlash_for_bayer_Cam()\n"),
-      I("WriteFlash_for_bayer_Cam(32), cam_id = 0\n"),
-      I("WriteFlash() : 4K page\n"),
-      I("WriteFlash_for_bayer_Cam: eMMC boot: pagesize[4096], offset = 0x20000\n"),
-      I("[LSC Calibration]WriteFlash open\n"),
-      I("WriteFlash(): partition_open success (32)\n"),
-      I("[LSC Calibration]WriteFlash memcpy\n"),
-      I("partition_write() done\n"),
-      I(printf_text(
-          "QOR_AWB_Calibration_write_to_flash, caBuff: 0x3099, 0x772, 0x576, 0x%d, 0x%d, 0x%d, 0x%d, 0x%d",
-          decimal(kModule[0]), decimal(kModule[1]), decimal(kModule[2]), decimal(kModule[3]), decimal(crc))),
-      I("QOR_AWB_Calibration_write_to_flash: write flash for main-cam OK\n"),
-      I("[AWB Calibration] write all c1b , ok=0")};
-  for (uint32_t i = 0; i < 8; ++i) {
-    expected.push_back(
-        I(printf_text("[AWB Calibration] caBuff[%u]:0x%x\n", i, support::word_at(record, 4 * i))));
-  }
-  for (const char* line : {"Fuse_ID[1]=0x11223344\n", "Fuse_ID[2]=0x55667788\n", "Fuse_ID[3]=0x99aabbcc\n",
-                           "Fuse_ID[4]=0xddeeff01\n", "Light source version: v3\n", "Tolerance=20.000000 %\n",
-                           "Threshold=0.150780 \n", "R/G_ratio=0.753906\n", "B/G_ratio=0.562500\n",
-                           "Delta=0.000006\n", "[AWB Calibration] write cabuff to /data/misc/camera/awb_cal",
-                           "[AWB Calibration] ok, calibration finish!!"}) {
-    expected.push_back(I(line));
-  }
-  EXPECT_EQ(log, expected);
+  const auto decimal = [&](size_t word) { return static_cast<int32_t>(word_at(record, 4 * word)); };
+  Names buffer;
+  for (uint32_t i = 0; i < 8; ++i)
+    buffer.push_back(printf_text("[AWB Calibration] caBuff[%u]:0x%x\n", i, word_at(record, 4 * i)));
+  // clang-format off
+  EXPECT_EQ(log, infos({
+      "QOR_AWB_Calibration_collect (77200,57600) (100)\n", "QOR_AWB_Calibration_write_to_flash (772,576)\n",
+      "QOR_AWB_Calibration_write_to_flash: threshold = 20 , light source version = 3\n", "QOR_AWB_Calibration_write_to_flash:  10   0\n",
+      "[AWB Calibration] :QOR_AWB_Calibration_counter:10\n", "QOR_AWB_Calibration_write_to_flash: Bypass aec calibration\n",
+      "QOR_AWB_Calibration_write_to_flash: WriteFlash_for_bayer_Cam()\n", "WriteFlash_for_bayer_Cam(32), cam_id = 0\n",
+      "WriteFlash() : 4K page\n", "WriteFlash_for_bayer_Cam: eMMC boot: pagesize[4096], offset = 0x20000\n",
+      "[LSC Calibration]WriteFlash open\n", "WriteFlash(): partition_open success (32)\n", "[LSC Calibration]WriteFlash memcpy\n",
+      "partition_write() done\n",
+      printf_text("QOR_AWB_Calibration_write_to_flash, caBuff: 0x3099, 0x772, 0x576, 0x%d, 0x%d, 0x%d, 0x%d, 0x%d",
+                  decimal(3), decimal(4), decimal(5), decimal(6), decimal(7)),
+      "QOR_AWB_Calibration_write_to_flash: write flash for main-cam OK\n", "[AWB Calibration] write all c1b , ok=0"}) +
+      infos(buffer) + infos({
+      "Fuse_ID[1]=0x11223344\n", "Fuse_ID[2]=0x55667788\n", "Fuse_ID[3]=0x99aabbcc\n", "Fuse_ID[4]=0xddeeff01\n",
+      "Light source version: v3\n", "Tolerance=20.000000 %\n", "Threshold=0.150780 \n", "R/G_ratio=0.753906\n",
+      "B/G_ratio=0.562500\n", "Delta=0.000006\n", "[AWB Calibration] write cabuff to /data/misc/camera/awb_cal",
+      "[AWB Calibration] ok, calibration finish!!"}));
+  // clang-format on
 }
 
 TEST_F(AwbRun, JudgementHoldsAtItsEdges) {
@@ -183,14 +149,13 @@ TEST_F(AwbRun, JudgementHoldsAtItsEdges) {
     bool good;
   };
   // A quarter of 1.0 is exact in every step: on the limit passes, one step of 1/1024 beyond it does not.
-  const Row rows[] = {{1.0F, 1.0F, 25, 768, 1024, true},      {1.0F, 1.0F, 25, 767, 1024, false},
-                      {1.0F, 1.0F, 25, 1280, 1024, true},     {1.0F, 1.0F, 25, 1281, 1024, false},
-                      {1.0F, 0.5F, 25, 1024, 256, true},      {1.0F, 0.5F, 25, 1024, 255, false},
-                      {0.5F, 1.0F, 25, 768, 1024, true},      {0.5F, 1.0F, 25, 769, 1024, false},
-                      {1.0F, 1.0F, 0, 1024, 1024, true},      {1.0F, 1.0F, 0, 1024, 1025, false},
-                      {0.0F, 0.0F, 100, 1, 0, false},         {0.0F, 0.0F, 100, 0, 0, true},
-                      {0.75F, 0.5625F, 5, 800, 604, false},   {0.75F, 0.5625F, 5, 780, 598, true},
-                      {-1.0F, -2.0F, 20, -1024, -1024, false}};
+  // clang-format off
+  const Row rows[] = {{1.0F, 1.0F, 25, 768, 1024, true}, {1.0F, 1.0F, 25, 767, 1024, false}, {1.0F, 1.0F, 25, 1280, 1024, true},
+                      {1.0F, 1.0F, 25, 1281, 1024, false}, {1.0F, 0.5F, 25, 1024, 256, true}, {1.0F, 0.5F, 25, 1024, 255, false},
+                      {0.5F, 1.0F, 25, 768, 1024, true}, {0.5F, 1.0F, 25, 769, 1024, false}, {1.0F, 1.0F, 0, 1024, 1024, true},
+                      {1.0F, 1.0F, 0, 1024, 1025, false}, {0.0F, 0.0F, 100, 1, 0, false}, {0.0F, 0.0F, 100, 0, 0, true},
+                      {0.75F, 0.5625F, 5, 800, 604, false}, {0.75F, 0.5625F, 5, 780, 598, true}, {-1.0F, -2.0F, 20, -1024, -1024, false}};
+  // clang-format on
   for (const Row& row : rows) {
     start(0);
     const float rg[3] = {9, 9, row.golden_rg};
@@ -198,7 +163,7 @@ TEST_F(AwbRun, JudgementHoldsAtItsEdges) {
     awb_calibration_set_GS(rg, bg);
     QOR_AWB_Calibration_threshold = row.threshold;
     frames(11, row.rg, row.bg);
-    EXPECT_EQ(support::word_at(stored_at(0x20000, 4), 0), row.good ? 3099U : 3000U)
+    EXPECT_EQ(word_at(stored_at(0x20000, 4), 0), row.good ? 3099U : 3000U)
         << row.golden_rg << '/' << row.golden_bg << " at " << row.rg << '/' << row.bg;
     EXPECT_EQ(get("/data/misc/camera/awb_cal").has_value(), row.good);
     EXPECT_EQ(awb_if_enabled(), 0U) << "the run ends either way";
@@ -211,7 +176,7 @@ TEST_F(AwbRun, ABadModuleIsStoredWithoutItsMarkAndReported) {
   frames(10, 400, 576);
   const auto log = own_log([] { frames(1, 400, 576); });
   EXPECT_EQ(stored_at(0x21000, 32), awb_record(3000, 400));
-  EXPECT_EQ(camera_files(), (std::vector<std::string>{"awb_calibration_fail_front_CAM.txt"}));
+  EXPECT_EQ(camera_files(), (Names{"awb_calibration_fail_front_CAM.txt"}));
   EXPECT_EQ(text_of("awb_calibration_fail_front_CAM.txt"),
             std::string(kFuseLines) +
                 "Light source version: v3\nTolerance=20.000000 %\nThreshold=0.150780 \n"
@@ -237,50 +202,51 @@ TEST_F(AwbRun, EachLightSourceVersionHasItsGoldenSample) {
 }
 
 TEST_F(AwbRun, MeansAreRoundedAndWrapAsOnThePhone) {
-  struct Row {
-    int32_t sum, count, mean;
-  };
+  const int32_t rows[][3] = {{10, 4, 3},
+                             {9, 4, 2},
+                             {0, 4, 0},
+                             {7, 1, 7},
+                             {5, 0, 0},
+                             {-10, 4, -2},
+                             {10, -4, -2},
+                             {INT_MAX, 2, INT_MIN / 2},
+                             {INT_MAX, INT_MAX, 0},
+                             {INT_MIN, -1, -INT_MAX},
+                             {INT_MIN + 1, -1, INT_MIN},
+                             {INT_MIN, 1, INT_MIN}};
   start(0);
-  for (const Row& row :
-       {Row{10, 4, 3}, Row{9, 4, 2}, Row{0, 4, 0}, Row{7, 1, 7}, Row{5, 0, 0}, Row{-10, 4, -2},
-        Row{10, -4, -2}, Row{INT_MAX, 2, INT_MIN / 2}, Row{INT_MAX, INT_MAX, 0}, Row{INT_MIN, -1, -INT_MAX},
-        Row{INT_MIN + 1, -1, INT_MIN}, Row{INT_MIN, 1, INT_MIN}}) {
+  for (const auto& [sum, count, mean] : rows) {
     awb_enable_calibration();
-    const auto log = own_log([&] { QOR_AWB_Calibration_collect(row.sum, row.sum, row.count); });
-    const LogLine wanted = I(printf_text("QOR_AWB_Calibration_write_to_flash (%d,%d)\n", row.mean, row.mean));
-    EXPECT_EQ(std::count(log.begin(), log.end(), wanted), 1) << row.sum << " / " << row.count;
+    const auto log = own_log([&, s = sum, n = count] { QOR_AWB_Calibration_collect(s, s, n); });
+    const LogLine wanted = I(printf_text("QOR_AWB_Calibration_write_to_flash (%d,%d)\n", mean, mean));
+    EXPECT_EQ(std::count(log.begin(), log.end(), wanted), 1) << sum << " / " << count;
   }
 }
 
 TEST_F(AwbRun, AveragesAreTruncatedAndSaturate) {
-  struct Row {
-    uint32_t frame;
-    uint32_t last_frame;
-    uint32_t word;
-  };
-  for (const Row& row : {Row{100, 109, 100}, Row{100, 110, 101}, Row{0xFFFFFFFF, 0, 0},
-                         Row{0x80000000, 0x80000000, 0}, Row{0x7FFFFFFF, 0x7FFFFFFF, 0x80000000}}) {
+  const uint32_t rows[][3] = {{100, 109, 100},
+                              {100, 110, 101},
+                              {0xFFFFFFFF, 0, 0},
+                              {0x80000000, 0x80000000, 0},
+                              {0x7FFFFFFF, 0x7FFFFFFF, 0x80000000}};
+  for (const auto& [frame, last_frame, word] : rows) {
     start(0);
     check_awb_calibration_trigger();
-    for (int i = 0; i < 9; ++i) QOR_AWB_Calibration_write_to_flash(row.frame, 1024);
-    QOR_AWB_Calibration_write_to_flash(row.last_frame, 1024);
+    for (int i = 0; i < 9; ++i) QOR_AWB_Calibration_write_to_flash(frame, 1024);
+    QOR_AWB_Calibration_write_to_flash(last_frame, 1024);
     QOR_AWB_Calibration_write_to_flash(0, 0);
-    EXPECT_EQ(support::word_at(stored_at(0x20004, 4), 0), row.word) << row.frame;
+    EXPECT_EQ(word_at(stored_at(0x20004, 4), 0), word) << frame;
   }
 }
 
 TEST_F(AwbRun, OnlyARisingEdgeStartsARun) {
   start(0);
   set("mfg.awb.calibration.trigger", "0");
-  struct Row {
-    const char* trigger;
-    uint32_t counter;
-  };
-  for (const Row& row : {Row{"0", 0}, Row{"2", 0}, Row{"1", 0}, Row{"0", 0}, Row{"1", 1}, Row{"1", 2},
-                         Row{"0", 3}, Row{"1", 1}}) {
-    set("mfg.awb.calibration.trigger", row.trigger);
+  for (const auto& [trigger, counter] :
+       {std::pair{"0", 0U}, {"2", 0U}, {"1", 0U}, {"0", 0U}, {"1", 1U}, {"1", 2U}, {"0", 3U}, {"1", 1U}}) {
+    set("mfg.awb.calibration.trigger", trigger);
     frames(1);
-    EXPECT_EQ(QOR_AWB_Calibration_counter, row.counter) << row.trigger;
+    EXPECT_EQ(QOR_AWB_Calibration_counter, counter) << trigger;
   }
   frames(20);
   EXPECT_EQ(awb_if_enabled(), 0U) << "a trigger left at 1 does not start again";
@@ -318,9 +284,8 @@ TEST_F(AwbRun, OpeningTheCameraReadsTheProperties) {
   set("mfg.awb.calibration.threshold", "12abc");
   set("mfg.awb.calibration.camid", "2");
   EXPECT_EQ(own_log([] { check_and_init_awb_calibration(); }),
-            (std::vector{I("Cal_Status 3 threshold 12"),
-                         I("[AWB Calibration] awb_calibration_set_parm: threshold(12) light-ver(3)\n"),
-                         I("camid 2")}));
+            infos({"Cal_Status 3 threshold 12",
+                   "[AWB Calibration] awb_calibration_set_parm: threshold(12) light-ver(3)\n", "camid 2"}));
   EXPECT_EQ(QOR_AWB_Calibration_threshold, 12U);
   EXPECT_EQ(awb_get_camid(), 2);
   phone().unset_property("mfg.awb.calibration.threshold");
@@ -332,13 +297,16 @@ TEST_F(AwbRun, OpeningTheCameraReadsTheProperties) {
 
 TEST_F(AwbRun, GoldenRatiosAreTakenWhenRedIsGiven) {
   struct Row {
-    const char* rg;
-    const char* bg;
+    const char *rg, *bg;
     bool taken;
   };
   const float before[3] = {0.25F, 0.25F, 0.25F};
-  for (const Row& row : {Row{"0.5", "0.75", true}, Row{"0", "0.75", false}, Row{"-1", "0.75", false},
-                         Row{"nan", "0.75", false}, Row{"", "0.75", false}, Row{"0.5", "", true}}) {
+  for (const Row& row : {Row{"0.5", "0.75", true},
+                         {"0", "0.75", false},
+                         {"-1", "0.75", false},
+                         {"nan", "0.75", false},
+                         {"", "0.75", false},
+                         {"0.5", "", true}}) {
     start(0);
     set("mfg.awb.calibration.rg_ratio", row.rg);
     set("mfg.awb.calibration.bg_ratio", row.bg);
@@ -349,14 +317,14 @@ TEST_F(AwbRun, GoldenRatiosAreTakenWhenRedIsGiven) {
     const int32_t rg = row.taken ? 512 : 256;
     const int32_t bg = !row.taken ? 256 : *row.bg == '\0' ? 0 : 768;
     frames(11, rg, bg);
-    EXPECT_EQ(support::word_at(stored_at(0x20000, 4), 0), 3099U) << row.rg << '/' << row.bg;
+    EXPECT_EQ(word_at(stored_at(0x20000, 4), 0), 3099U) << row.rg << '/' << row.bg;
   }
 }
 
 // ---- AEC inside the run -----------------------------------------------------------------------------------
 
 Bytes aec_record(uint32_t gain, uint32_t exp_time, uint32_t luma) {
-  return support::sealed32({3099, gain, exp_time, luma, kModule[0], kModule[1], kModule[2], kModule[3]});
+  return sealed32({3099, gain, exp_time, luma, kModule[0], kModule[1], kModule[2], kModule[3]});
 }
 
 TEST_F(AwbRun, AecIsWrittenBesideAwbOnceItHasSettled) {
@@ -365,10 +333,10 @@ TEST_F(AwbRun, AecIsWrittenBesideAwbOnceItHasSettled) {
     set("mfg.awb.calibration.ae.k.eb", "1");
     const std::string fail = std::string("awb_calibration_fail") + kCameras[camera].suffix + ".txt";
     const Bytes before = phone().partition();
-    const std::string unsettled = support::console_of([] { frames(12); });
+    const std::string unsettled = console_of([] { frames(12); });
     EXPECT_EQ(unsettled.substr(0, unsettled.size() / 2),
               std::string("AEC is not settled !!\nQOR_AWB_Calibration_write_to_flash: write AEC flash for ") +
-                  kCameras[camera].console + "-cam fail\n")
+                  kCameras[camera].name + "-cam fail\n")
         << "printed by each of the two judging frames";
     EXPECT_EQ(text_of(fail), "Can't write AEC calibration to flash. Maybe AEC not settled or Flash is bad\n");
     EXPECT_EQ(phone().partition(), before);
@@ -376,11 +344,11 @@ TEST_F(AwbRun, AecIsWrittenBesideAwbOnceItHasSettled) {
 
     EXPECT_EQ(QOR_Calibration_AEC_set_ready(1, 2, 3), 1U);
     EXPECT_EQ(QOR_Calibration_AEC_set_ready(160, 33000, 51), 1U) << "the latest values count";
-    EXPECT_EQ(support::console_of([] { frames(1); }),
+    EXPECT_EQ(console_of([] { frames(1); }),
               std::string("AEC settled, gain = 160, exp_time = 33000, luma_value = 51\n"
                           "aec_write_calibration: writeflash() OK\n"
                           "QOR_AWB_Calibration_write_to_flash: write flash for ") +
-                  kCameras[camera].console + "-cam OK\n");
+                  kCameras[camera].name + "-cam OK\n");
     EXPECT_EQ(stored_at(0x20E28 + camera * 0x1000, 36), aec_record(160, 33000, 51));
     EXPECT_EQ(get(std::string("/data/misc/camera/aec_cal") + kCameras[camera].suffix),
               aec_record(160, 33000, 51));
@@ -398,14 +366,13 @@ TEST_F(AwbRun, TheAecRecordIsOfTheLatestStateAndOfTheModuleFittedNow) {
   fit_module("main", {5, 6, 7, 8});
   aec_set_status_ready();  // drops the values
   frames(1);
-  EXPECT_EQ(stored_at(0x20E28, 36), support::sealed32({3099, 0, 0, 0, 5, 6, 7, 8}));
+  EXPECT_EQ(stored_at(0x20E28, 36), sealed32({3099, 0, 0, 0, 5, 6, 7, 8}));
 }
 
 TEST_F(AwbRun, AecIsBypassedUnlessEveryConditionHolds) {
   struct Row {
     uint32_t camera;
-    const char* enable;
-    const char* trigger;
+    const char *enable, *trigger;
     bool bypassed;
   };
   for (const Row& row : {Row{0, "0", "1", true}, Row{0, "1", "2", true}, Row{1, "1", "1", true},
@@ -415,7 +382,7 @@ TEST_F(AwbRun, AecIsBypassedUnlessEveryConditionHolds) {
     set("mfg.awb.calibration.ae.k.eb", row.enable);
     frames(10);
     set("mfg.awb.calibration.trigger", row.trigger);
-    const std::string console = support::console_of([] { frames(1); });
+    const std::string console = console_of([] { frames(1); });
     EXPECT_EQ(console.starts_with("Bypass aec calibration\n"), row.bypassed)
         << row.camera << row.enable << row.trigger;
     EXPECT_EQ(console.find("main-cam") != console.npos, row.camera % 17 == 0) << "3 and more count as main";
@@ -428,15 +395,14 @@ TEST_F(AwbRun, AFailedPartitionWriteIsReportedAndTriedAgain) {
   start(2);
   frames(10);
   phone().add_fault({.call = "write", .path = "/dev/block/mmcblk0p6", .nth = 1});
-  EXPECT_EQ(support::console_of([] { frames(1); }),
+  EXPECT_EQ(console_of([] { frames(1); }),
             "Bypass aec calibration\nQOR_AWB_Calibration_write_to_flash: write flash for sub-cam fail\n");
   EXPECT_EQ(text_of("awb_calibration_fail_sub_CAM.txt"),
             "Can't write flash. Maybe Not MFG ROM or Flash is bad\n");
   EXPECT_EQ(awb_if_enabled(), 1U);
   frames(1);
   EXPECT_EQ(stored_at(0x22000, 32), awb_record(3099));
-  EXPECT_EQ(camera_files(),
-            (std::vector<std::string>{"awb_cal_sub_CAM", "awb_calibration_success_sub_CAM.txt"}));
+  EXPECT_EQ(camera_files(), (Names{"awb_cal_sub_CAM", "awb_calibration_success_sub_CAM.txt"}));
 }
 
 TEST_F(AwbRun, AnUnwritableFolderNeverStopsTheRun) {
@@ -447,7 +413,7 @@ TEST_F(AwbRun, AnUnwritableFolderNeverStopsTheRun) {
                        I("[AWB Calibration] can't open /data/misc/camera/awb_calibration_fail.txt")),
             1);
   EXPECT_EQ(log.back(), I("[AWB Calibration] open file(data/awb_cal) error"));
-  EXPECT_EQ(support::word_at(stored_at(0x20000, 4), 0), 3099U);
+  EXPECT_EQ(word_at(stored_at(0x20000, 4), 0), 3099U);
   EXPECT_EQ(awb_if_enabled(), 0U);
 }
 

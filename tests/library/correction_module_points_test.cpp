@@ -298,7 +298,7 @@ class DualLed : public ModulePoints {
   static std::vector<std::string> reasons(const Call& made) {
     const std::string start = "dual_led_correction:[DualFlash Calibration]:";
     std::vector<std::string> lines;
-    for (const phone::LogLine& line : made.log)
+    for (const LogLine& line : made.log)
       if (line.text.starts_with(start) && line.priority == 4) lines.push_back(line.text.substr(start.size()));
     return lines;
   }

@@ -9,6 +9,8 @@
 
 namespace {
 
+using namespace support;
+
 /// The CPU without checksum instructions is one that only 64-bit ARM may have.
 #if defined(__aarch64__)
 constexpr bool kCpus[] = {true, false};
@@ -29,8 +31,6 @@ extern "C" unsigned long getauxval(unsigned long type) {
 
 namespace {
 
-using support::Bytes;
-
 TEST(Crc32, KnownValues) {
   EXPECT_EQ(Crc32CheckSumByte("123456789", 9, 0), 0x2DFD2D88U);
   EXPECT_EQ(~Crc32CheckSumByte("123456789", 9, 0xFFFFFFFFU), 0xCBF43926U) << "the standard's check value";
@@ -40,7 +40,7 @@ TEST(Crc32, KnownValues) {
 }
 
 TEST(Crc32, AgreesWithTheBitwiseTwin) {
-  const Bytes data = support::pattern(4096 + 16);
+  const Bytes data = pattern(4096 + 16);
   std::vector<uint32_t> lengths = {465, 1643, 1663, 3556, 3576, 4000};
   for (uint32_t length = 0; length <= 80; ++length) lengths.push_back(length);
   for (const bool has_instructions : kCpus) {
@@ -49,7 +49,7 @@ TEST(Crc32, AgreesWithTheBitwiseTwin) {
       for (size_t alignment = 0; alignment < 9; ++alignment) {
         for (const uint32_t start : {0U, 1U, 0x80000000U, 0xFFFFFFFFU, 0xDEADBEEFU}) {
           ASSERT_EQ(Crc32CheckSumByte(&data[alignment], length, start),
-                    support::bitwise_crc(&data[alignment], length, start))
+                    bitwise_crc(&data[alignment], length, start))
               << "length " << length << " alignment " << alignment << " start " << start;
         }
       }
@@ -60,8 +60,8 @@ TEST(Crc32, AgreesWithTheBitwiseTwin) {
 }
 
 TEST(Crc32, ContinuesOverPieces) {
-  const Bytes data = support::pattern(100);
-  const uint32_t whole = support::bitwise_crc(data.data(), 100);
+  const Bytes data = pattern(100);
+  const uint32_t whole = bitwise_crc(data.data(), 100);
   for (uint32_t cut = 0; cut <= 100; ++cut) {
     EXPECT_EQ(Crc32CheckSumByte(&data[cut], 100 - cut, Crc32CheckSumByte(data.data(), cut, 0)), whole) << cut;
   }

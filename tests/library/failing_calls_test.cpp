@@ -8,11 +8,12 @@
 #include <set>
 
 #include "awb_calibration/factory.h"
+#include "awb_calibration/verify.h"
 #include "tests/support/nand_phone.h"
 
 namespace {
 
-using support::Bytes;
+using namespace support;
 
 constexpr const char* kDone = "/data/misc/camera/lsc_calibration_done.txt";
 constexpr const char* kPayload = "/data/misc/camera/CalibrationData.dat";
@@ -33,7 +34,7 @@ uint8_t record[48];
 
 int64_t open_and_transfer() {
   partition_handle handle{};
-  const Bytes bytes = support::pattern(32, 7);
+  const Bytes bytes = pattern(32, 7);
   int64_t result = partition_open(&handle, "mfg");
   if (result == 0) result = partition_read(&handle, 8, 48, record);
   if (result == 0) result = partition_write(&handle, 0x21000, 32, bytes.data());
@@ -99,6 +100,7 @@ const Subject kSubjects[] = {
      {{0x23200, 0x23200 + 1667}}},
     {"dual-camera writer, first form", QOR_DUAL_Calibration_write_to_flash, {{0x23000, 0x23000 + 465}}},
     {"dual-camera reader", QOR_DUAL_Calibration_ReadCalData},
+    {"dual-camera check", Sensor_Check_DUAL_Calibration_Result},
     {"status", [] { return int64_t{Sensor_get_Calibration_status()}; }, {}, {0, 4}},
     {"lens-shading marker", marker},
 };
@@ -109,9 +111,9 @@ void expect_its_errno(int64_t result, int error) {
   EXPECT_TRUE(result != -1 || left.contains(error)) << error;
 }
 
-class FailingCalls : public support::PhoneTest {
+class FailingCalls : public PhoneTest {
  protected:
-  FailingCalls() : PhoneTest({.partition_size = 160 * 1024}), image_(support::pattern(160 * 1024)) {
+  FailingCalls() : PhoneTest({.partition_size = 160 * 1024}) {
     fit_module("main", {1, 2, 3, 4});
     for (const auto& [name, value] : {std::pair{"mfg.calibration.status", "3"},
                                       {"mfg.awb.calibration.trigger", "1"},
@@ -126,25 +128,20 @@ class FailingCalls : public support::PhoneTest {
     phone().write_partition(0, image_.data(), image_.size());
     phone().set_property("mfg.calibration.status", std::string(subject.name) == "status" ? "4" : "3");
     put("/data/misc/camera/awb_calibration_success.txt", {});
-    put("/data/misc/camera/aec_cal", support::sealed32({3099, 5, 6, 7, 1, 2, 3, 4}));
-    put(kDone, support::pattern(64));
+    put("/data/misc/camera/aec_cal", sealed32({3099, 5, 6, 7, 1, 2, 3, 4}));
+    put(kDone, pattern(64));
     put(kPayload, payload);
     int64_t result = INT64_MIN;
-    int error = 0;
-    support::console_of([&] {
-      errno = 0;
-      result = subject.call();
-      error = errno;
-    });
+    console_of([&] { log_of([&] { result = subject.call(); }); });
     expect_its_errno(result, error);
     return result;
   }
 
-  Bytes image_;
+  const Bytes image_ = pattern(160 * 1024);
 };
 
 TEST_F(FailingCalls, LeaveTheOldBytesOrTheWholeRecordAndADocumentedResult) {
-  const Bytes payload = support::pattern(1700);
+  const Bytes payload = pattern(1700);
   for (const Subject& subject : kSubjects) {
     SCOPED_TRACE(subject.name);
     run(subject, payload);
@@ -164,8 +161,8 @@ TEST_F(FailingCalls, LeaveTheOldBytesOrTheWholeRecordAndADocumentedResult) {
       }
       EXPECT_TRUE(now == image_) << "bytes outside the record have changed";
     };
-    support::for_every_failing_call(phone(), one_call_fails);
-    support::for_every_failing_call(phone(), one_call_fails, "malloc");
+    for_every_failing_call(phone(), one_call_fails);
+    for_every_failing_call(phone(), one_call_fails, "malloc");
   }
 }
 
@@ -224,11 +221,11 @@ int64_t by_name(mtd_partition*) {
 }
 
 TEST(FailingNandCalls, EndInADocumentedResult) {
-  support::NandPhone phone({.erase_size = kBlock, .blocks = 8, .factory_bad = {2}});
+  NandPhone phone({.erase_size = kBlock, .blocks = 8, .factory_bad = {2}});
   erase_size = kBlock;
   for (const auto call : {transfers, streams, whole_partition, by_name}) {
     for (const char* name : {"*", "malloc"}) {
-      support::for_every_failing_call(
+      for_every_failing_call(
           phone.phone(),
           [&] {
             errno = 0;

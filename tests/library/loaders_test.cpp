@@ -6,10 +6,7 @@
 
 namespace {
 
-using support::Bytes;
-using support::E;
-using support::I;
-using support::pattern;
+using namespace support;
 
 struct Loader {
   int32_t (*load)(void* buffer, uint32_t length);
@@ -63,9 +60,8 @@ Bytes part(const Bytes& bytes, size_t offset, size_t size) {
 
 const Bytes kUntouched(48, 0xEE);
 
-class Loaders : public support::PhoneTest {
+class Loaders : public PhoneTest {
  protected:
-  Loaders() : PhoneTest({.partition_size = 256 * 1024}) {}
   void remove(const std::string& path) { std::filesystem::remove(host(path)); }
   static Bytes loaded(const Loader& loader, int32_t result, uint32_t length = 32) {
     Bytes buffer = kUntouched;
@@ -134,7 +130,7 @@ TEST_F(Loaders, UnreadableFilesFallBackAndFailingReadsEndTheFile) {
   const Bytes image = pattern(4000), record = pattern(32, 2);
   put("/data/misc/camera/flash_cal", record);
   put(kNodes[0], image);
-  const auto loaded_with = [&](const phone::Fault& fault, int32_t result) {
+  const auto loaded_with = [&](const Fault& fault, int32_t result) {
     phone().clear_faults();
     phone().add_fault(fault);
     return loaded(kLoaders[0], result);
@@ -166,7 +162,7 @@ TEST_F(Loaders, TheAwbLoaderHandsOutTheTagWord) {
     EXPECT_EQ(log_of([&] { load(1, 0xFF3ACA01, part(pattern(3), 0, 3)); }),
               (std::vector{opening, I(ok + path)}));
     remove(path);
-    EXPECT_EQ(log_of([&] { load(1, support::word_at(image, 3944), part(image, 0, 32)); }),
+    EXPECT_EQ(log_of([&] { load(1, word_at(image, 3944), part(image, 0, 32)); }),
               (std::vector{opening, fallback, I(ok + kNodes[camera])}));
     remove(kNodes[camera]);
     EXPECT_EQ(

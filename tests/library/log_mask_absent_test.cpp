@@ -7,7 +7,9 @@
 
 namespace {
 
-class LogMaskAbsent : public support::PhoneTest {};
+using namespace support;
+
+class LogMaskAbsent : public PhoneTest {};
 
 TEST_F(LogMaskAbsent, EveryLevelOfEveryTagIsLogged) {
   phone().set_log_mask(0);  // nobody asks for it
@@ -20,14 +22,13 @@ TEST_F(LogMaskAbsent, EveryLevelOfEveryTagIsLogged) {
     awb_read_fuseid(3);
     emmc_close(nullptr);
   });
-  EXPECT_EQ(log,
-            (std::vector{
-                support::D("found emmc partition [mfg]=[mmcblk0p6]\n", "camera_calibration_emmc"),
-                support::D("use emmc_read(), path = /dev/block/mmcblk0p6\n", "camera_calibration_partition"),
-                support::E("partition_close(): emmc_close\n", "camera_calibration_partition"),
-                support::I("awb_read_fuseid: ctrlfd = 3\n"),
-                support::E("emmc_close(): invalid argument!\n", "camera_calibration_emmc"),
-            }));
+  EXPECT_EQ(log, (std::vector{
+                     D("found emmc partition [mfg]=[mmcblk0p6]\n", "camera_calibration_emmc"),
+                     D("use emmc_read(), path = /dev/block/mmcblk0p6\n", "camera_calibration_partition"),
+                     E("partition_close(): emmc_close\n", "camera_calibration_partition"),
+                     I("awb_read_fuseid: ctrlfd = 3\n"),
+                     E("emmc_close(): invalid argument!\n", "camera_calibration_emmc"),
+                 }));
   EXPECT_TRUE(phone().take_mask_questions().empty());
 }
 

@@ -7,15 +7,9 @@
 
 namespace {
 
-using phone::Fault;
-using phone::NandFault;
-using support::Bytes;
-using support::kMtdPath;
-using Op = NandFault::Op;
-using Effect = NandFault::Effect;
-using Names = std::vector<std::string>;
+using namespace support;
 
-class MtdBackend : public support::NandPhone {};
+class MtdBackend : public NandPhone {};
 
 // ---- finding the partition --------------------------------------------------------------------------------
 
@@ -91,13 +85,13 @@ TEST_F(MtdBackend, IsWhereTheFrontEndGoesWithoutEmmc) {
   Bytes bytes(10);
   const char* tag = "camera_calibration_partition";
   EXPECT_EQ(log_of([&] { EXPECT_EQ(partition_read(&handle, 4092, 10, bytes.data()), 0); }),
-            (std::vector{support::D("use mtd_read(), path = /dev/mtd/mtd3\n", tag)}));
+            (std::vector{D("use mtd_read(), path = /dev/mtd/mtd3\n", tag)}));
   Bytes expected(content(0).end() - 4, content(0).end());
   expected.insert(expected.end(), content(1).begin(), content(1).begin() + 6);
   EXPECT_EQ(bytes, expected);
-  expect_partition_write(5000, support::pattern(9), [&] {
-    EXPECT_EQ(log_of([&] { partition_write(&handle, 5000, 9, support::pattern(9).data()); }),
-              (std::vector{support::D("use mtd_write(), path = /dev/mtd/mtd3\n", tag)}));
+  expect_partition_write(5000, pattern(9), [&] {
+    EXPECT_EQ(log_of([&] { partition_write(&handle, 5000, 9, pattern(9).data()); }),
+              (std::vector{D("use mtd_write(), path = /dev/mtd/mtd3\n", tag)}));
   });
   EXPECT_EQ(partition_close(&handle), 0);
 }
@@ -127,7 +121,7 @@ TEST_F(MtdBackend, ReachesABlockWithOneReadOfEachBlockBeforeIt) {
 }
 
 TEST_F(MtdBackend, WritesWholeBlocksUnreadAndMergesTheOthers) {
-  const Bytes bytes = support::pattern(3 * 4096);
+  const Bytes bytes = pattern(3 * 4096);
   const Names read = kReadBegins + kReadBlock;
   const Names merge = Names{"lseek"} + read + Names{"lseek"} + kWriteBlock;
   EXPECT_EQ(calls_of([&] { mtd_write(state(), 4096, 2 * 4096, bytes.data()); }),
@@ -140,33 +134,31 @@ TEST_F(MtdBackend, WritesWholeBlocksUnreadAndMergesTheOthers) {
 
 // ---- the exact lines --------------------------------------------------------------------------------------
 
-using Prepare = std::function<void(support::NandPhone&)>;
+using Prepare = std::function<void(NandPhone&)>;
 
-void as_it_is(support::NandPhone&) {}
-void zero_first(support::NandPhone& phone) {
+void as_it_is(NandPhone&) {}
+void zero_first(NandPhone& phone) {
   phone.nand().set_block_bytes(0, Bytes(4096, 0));
 }
 Prepare mark(uint32_t block) {
-  return [=](support::NandPhone& phone) { phone.nand().mark_bad(block); };
+  return [=](NandPhone& phone) { phone.nand().mark_bad(block); };
 }
-Prepare chip(Op op, int64_t block, Effect effect = Effect::fail, unsigned nth = 1) {
-  return [=](support::NandPhone& phone) {
-    phone.nand().add_fault({.op = op, .effect = effect, .block = block, .nth = nth});
+Prepare chip(Op op, int64_t block, Effect effect = Effect::fail, unsigned nth = 1, int64_t byte = 0) {
+  return [=](NandPhone& phone) {
+    phone.nand().add_fault({.op = op, .effect = effect, .block = block, .nth = nth, .byte = byte});
   };
 }
 Prepare chip_always(Op op, int64_t block) {
-  return [=](support::NandPhone& phone) {
-    phone.nand().add_fault({.op = op, .block = block, .from_then_on = true});
-  };
+  return [=](NandPhone& phone) { phone.nand().add_fault({.op = op, .block = block, .from_then_on = true}); };
 }
 Prepare call(const char* name, unsigned nth, long transfer = -1) {
   const char* path = std::string_view(name) == "malloc" ? "" : kMtdPath;
-  return [=](support::NandPhone& phone) {
+  return [=](NandPhone& phone) {
     phone.phone().add_fault({.call = name, .path = path, .nth = nth, .transfer = transfer});
   };
 }
 Prepare operator+(const Prepare& first, const Prepare& second) {
-  return [=](support::NandPhone& phone) { first(phone), second(phone); };
+  return [=](NandPhone& phone) { first(phone), second(phone); };
 }
 
 struct LogRow {
@@ -215,6 +207,7 @@ const LogRow kWrites[] = {
     {chip(Op::program, 0), kWrite + kVerify + kRetried},
     {chip_always(Op::program, 0), kWrite + kVerify + kWrite + kVerify + kSkipped},
     {chip(Op::program, 0, Effect::corrupt), kSilent + kRetried},
+    {chip(Op::program, 0, Effect::corrupt, 1, -1), kSilent + kRetried},  // the last byte
     {chip(Op::read, 0, Effect::corrupt), kSilent + kRetried},
     {chip(Op::read, 0), kReread + kRetried},
     {call("lseek", 3), kWrite + kVerify + kRetried},
@@ -232,9 +225,9 @@ const LogRow kWrites[] = {
 
 void check(const LogRow& row, const std::function<int32_t(mtd_partition*, uint8_t*)>& transfer) {
   SCOPED_TRACE(row.lines);
-  support::NandPhone phone({.erase_size = 4096, .blocks = 3});
+  NandPhone phone({.erase_size = 4096, .blocks = 3});
   row.prepare(phone);
-  Bytes block = support::pattern(4096, 70);
+  Bytes block = pattern(4096, 70);
   const auto run = [&] { EXPECT_EQ(transfer(phone.state(), block.data()), row.error == 0 ? 0 : -1); };
   EXPECT_EQ(phone.said(run), row.lines);
   EXPECT_TRUE(row.error == 0 || phone.error == row.error) << phone.error;
@@ -265,7 +258,7 @@ TEST_F(MtdBackend, AMergeThatCannotSeekBackErasesNothing) {
 
 TEST_F(MtdBackend, ABlockThatAWriteGaveUpOnIsStillThereForReads) {
   nand().add_fault({.op = Op::erase, .effect = Effect::fail, .block = 0, .from_then_on = true});
-  const Bytes data = support::pattern(4096, 70);
+  const Bytes data = pattern(4096, 70);
   EXPECT_EQ(mtd_write(state(), 0, 4096, data.data()), 0);
   EXPECT_EQ(nand().block_bytes(1), data);
   EXPECT_FALSE(nand().is_bad(0)) << "nothing marks a block";
@@ -281,7 +274,7 @@ TEST_F(MtdBackend, ZerosHideABlockAndAMergeLandsInFrontOfIt) {
   Bytes read(4096);
   EXPECT_EQ(mtd_read(state(), 4096, 4096, read.data()), 0);
   EXPECT_EQ(read, content(2));
-  const Bytes data = support::pattern(10, 70);
+  const Bytes data = pattern(10, 70);
   EXPECT_EQ(mtd_write(state(), 4096, 10, data.data()), 0);
   Bytes merged = content(2);
   std::copy(data.begin(), data.end(), merged.begin());
@@ -323,11 +316,11 @@ TEST_F(MtdBackend, WhatDoesNotFitEndsWithoutSpaceOrErase) {
     state()->size = row.size;
     state()->erase_size = row.block_size;
     Bytes buffer(0x8000);
-    lines_of([&] { EXPECT_EQ(mtd_read(state(), row.offset, row.length, buffer.data()), -1) << row.what; });
+    log_of([&] { EXPECT_EQ(mtd_read(state(), row.offset, row.length, buffer.data()), -1) << row.what; });
     EXPECT_EQ(error, row.error) << row.what;
     if (row.offset % 0x1000 != 0 && row.offset < 0x8000)
       continue;  // the head is written before the end shows
-    lines_of([&] { EXPECT_EQ(mtd_write(state(), row.offset, row.length, buffer.data()), -1) << row.what; });
+    log_of([&] { EXPECT_EQ(mtd_write(state(), row.offset, row.length, buffer.data()), -1) << row.what; });
     EXPECT_EQ(error, row.error) << row.what;
     for (uint32_t block = 0; block < 8; ++block) EXPECT_EQ(nand().erase_count(block), 0U) << row.what;
   }

@@ -12,12 +12,7 @@
 
 namespace {
 
-using phone::NandFault;
-using support::Bytes;
-using support::NandModel;
-using support::patterned;
-using Op = NandFault::Op;
-using Effect = NandFault::Effect;
+using namespace support;
 
 // Emulated and sanitized runs are ten times slower; they take every tenth case.
 #if defined(__SANITIZE_ADDRESS__) || defined(__aarch64__)
@@ -33,7 +28,7 @@ unsigned schedules(unsigned ordinary) {
 }
 
 /// A NAND chip and its model.
-class Bench : public support::NandPhone {
+class Bench : public NandPhone {
  public:
   explicit Bench(const phone::NandGeometry& geometry) : NandPhone(geometry), geometry_(geometry) {
     phone().set_log_mask(0);
@@ -150,9 +145,8 @@ TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
         if (++row % kThinning != 0) continue;
         bench.start(patterned(geometry));
         if (const auto fault = fault_of(kind, bad)) bench.add_fault(*fault);
-        const std::string what =
-            support::printf_text("bad block %u, %zu bytes at 0x%zx", bad, length, offset);
-        ASSERT_TRUE(bench.write_as_modelled(offset, support::pattern(length, 99), what));
+        const std::string what = printf_text("bad block %u, %zu bytes at 0x%zx", bad, length, offset);
+        ASSERT_TRUE(bench.write_as_modelled(offset, pattern(length, 99), what));
         ASSERT_TRUE(bench.read_as_modelled(offset, length, what));
         EXPECT_TRUE(bench.nand().violations().empty()) << what;
       }
@@ -172,14 +166,14 @@ TEST(MarkedBadBlocks, DoNotCountInTheAddressesOfReadsAndWrites) {
   const phone::NandGeometry geometry{.erase_size = 4096, .blocks = 8, .factory_bad = {0, 3, 4}};
   Bench bench(geometry);
   bench.start(patterned(geometry));
-  const Bytes data = support::pattern(3 * 4096, 7);
+  const Bytes data = pattern(3 * 4096, 7);
   ASSERT_TRUE(bench.write_as_modelled(4096, data, "three blocks"));
   const uint32_t places[] = {2, 5, 6};
   for (size_t i = 0; i < 3; ++i) {
     const auto from = data.begin() + static_cast<long>(i) * 4096;
     EXPECT_EQ(bench.nand().block_bytes(places[i]), Bytes(from, from + 4096)) << i;
   }
-  EXPECT_EQ(bench.nand().block_bytes(1), support::pattern(4096, 2)) << "logical block 0";
+  EXPECT_EQ(bench.nand().block_bytes(1), pattern(4096, 2)) << "logical block 0";
   EXPECT_EQ(bench.model().read(4096, data.size()), data);
 }
 
@@ -205,7 +199,7 @@ class Schedule {
     for (int i = 0; i < 8; ++i) {
       const unsigned kind = up_to(9);
       contents.push_back(kind < 2 ? Bytes(block_size, kind == 0 ? 0x00 : 0xFF)
-                                  : support::pattern(block_size, up_to(1000)));
+                                  : pattern(block_size, up_to(1000)));
     }
     return contents;
   }
@@ -244,7 +238,7 @@ bool run_schedule(Bench& bench, Schedule& schedule, uint32_t block_size, const s
       if (!bench.read_as_modelled(offset, length, what)) return false;
     } else {
       const bool zeros = schedule.one_in(8);
-      const Bytes data = zeros ? Bytes(length, 0) : support::pattern(length, schedule.up_to(1000));
+      const Bytes data = zeros ? Bytes(length, 0) : pattern(length, schedule.up_to(1000));
       if (!bench.write_as_modelled(offset, data, what)) return false;
     }
   }
@@ -261,7 +255,7 @@ void run_schedules(uint32_t block_size, unsigned count) {
     Schedule schedule(first + done);
     Bench bench(schedule.geometry(block_size));
     for (uint32_t i = 0; i < std::min(50U, count - done); ++i) {
-      const std::string what = support::printf_text("MTD_SEED=%u, schedule %u", first + done, i);
+      const std::string what = printf_text("MTD_SEED=%u, schedule %u", first + done, i);
       ASSERT_TRUE(run_schedule(bench, schedule, block_size, what)) << what;
     }
   }
@@ -280,7 +274,7 @@ TEST(RandomFaults, OnBlocksOfPhonesEverythingIsAsModelled) {
 TEST(PowerCut, LeavesEveryByteOutsideTheTouchedBlocks) {
   const phone::NandGeometry geometry{.erase_size = 4096, .blocks = 8, .factory_bad = {1}};
   const std::vector<Bytes> before = patterned(geometry);
-  const Bytes data = support::pattern(2 * 4096 + 100, 55);
+  const Bytes data = pattern(2 * 4096 + 100, 55);
   Bench bench(geometry);
   for (const size_t offset : {size_t{0}, size_t{4096}, size_t{4000}, size_t{8200}}) {
     const uint32_t touched[] = {0, 2, 3, 4, 5, 6, 7};  // physical, by logical block
@@ -294,7 +288,7 @@ TEST(PowerCut, LeavesEveryByteOutsideTheTouchedBlocks) {
       for (unsigned nth = 1; nth <= count; ++nth) {
         bench.start(before);
         bench.add_fault({.op = op, .effect = Effect::power_cut, .nth = nth});
-        const std::string what = support::printf_text("at 0x%zx, cut %u", offset, nth);
+        const std::string what = printf_text("at 0x%zx, cut %u", offset, nth);
         ASSERT_TRUE(bench.write_as_modelled(offset, data, what));
         for (uint32_t block = 0; block < geometry.blocks; ++block) {
           if (block >= first && block <= last && block != 1) continue;

@@ -11,15 +11,12 @@
 
 namespace {
 
-using phone::NandFault;
-using support::Bytes;
-using support::kMtdPath;
-using Op = NandFault::Op;
+using namespace support;
 
 constexpr uint32_t kBlock = 4096;
 
 /// Blocks 2 and 5 are marked bad.
-class MtdUtility : public support::NandPhone {
+class MtdUtility : public NandPhone {
  protected:
   MtdUtility() : NandPhone({.erase_size = kBlock, .blocks = 8, .factory_bad = {2, 5}}) {
     erase_size = kBlock;
@@ -107,7 +104,7 @@ TEST_F(MtdUtility, AReadStreamHandsOutTheUsableBlocksInPiecesOfAnyLength) {
       EXPECT_EQ(mtd_read_data(stream, all.data() + done, piece), piece);
     const Bytes expected = usable();
     EXPECT_TRUE(std::equal(all.begin(), all.begin() + done, expected.begin())) << piece;
-    lines_of([&] { EXPECT_EQ(mtd_read_data(stream, all.data(), 6 * kBlock), -1); });
+    log_of([&] { EXPECT_EQ(mtd_read_data(stream, all.data(), 6 * kBlock), -1); });
     EXPECT_EQ(error, ENOSPC);
     EXPECT_EQ(mtd_read_data(stream, all.data(), 0), 0);
     mtd_read_close(stream);
@@ -116,7 +113,7 @@ TEST_F(MtdUtility, AReadStreamHandsOutTheUsableBlocksInPiecesOfAnyLength) {
 
 TEST_F(MtdUtility, AWriteStreamFillsTheGoodBlocksAndPadsTheLastWithZeros) {
   for (const int64_t piece : {int64_t{1000}, int64_t{kBlock}, int64_t{9000}}) {
-    const Bytes data = support::pattern(18000, static_cast<uint32_t>(piece));
+    const Bytes data = pattern(18000, static_cast<uint32_t>(piece));
     Bytes expected = data;
     expected.resize(5 * kBlock, 0);
     expected.insert(expected.end(), content(7).begin(), content(7).end());
@@ -136,13 +133,13 @@ TEST_F(MtdUtility, AWriteStreamFillsTheGoodBlocksAndPadsTheLastWithZeros) {
 }
 
 TEST_F(MtdUtility, AFullPartitionTakesNoMoreAndItsCloseFails) {
-  const Bytes data = support::pattern(6 * kBlock, 70);
+  const Bytes data = pattern(6 * kBlock, 70);
   mtd_write_context* stream = mtd_write_partition(state());
   EXPECT_EQ(mtd_write_data(stream, data.data(), 6 * kBlock), 6 * kBlock);
   EXPECT_EQ(mtd_write_data(stream, data.data(), 100), 100) << "waits in the context";
-  lines_of([&] { EXPECT_EQ(mtd_write_data(stream, data.data(), kBlock), -1); });
+  log_of([&] { EXPECT_EQ(mtd_write_data(stream, data.data(), kBlock), -1); });
   EXPECT_EQ(error, ENOSPC);
-  lines_of([&] { EXPECT_EQ(mtd_write_close(stream), -1); });
+  log_of([&] { EXPECT_EQ(mtd_write_close(stream), -1); });
   EXPECT_EQ(error, ENOSPC);
   EXPECT_EQ(usable(), data);
 }
@@ -153,7 +150,7 @@ TEST_F(MtdUtility, BytesThatCannotBeWrittenAtTheCloseAreNoSuccess) {
     EXPECT_EQ(mtd_write_data(stream, "abc", 3), 3);
     fail(call, path, 1, expected);
     phone().add_fault({.call = "close", .path = kMtdPath, .error = EDQUOT});  // too late to count
-    lines_of([&] { EXPECT_EQ(mtd_write_close(stream), -1) << call; });
+    log_of([&] { EXPECT_EQ(mtd_write_close(stream), -1) << call; });
     EXPECT_EQ(error, expected);
   }
 }
@@ -351,7 +348,7 @@ TEST_F(MtdDescriptor, RetriesAWholeTransferThatRanOutOfMemory) {
   std::free(out);
 
   phone().add_fault({.call = "read", .path = kMtdPath, .from_then_on = true, .error = ENOMEM});
-  const auto lines = lines_of([&] { EXPECT_EQ(mtd_read_partition_data(fd_, &size, &out), -1); });
+  const auto lines = log_of([&] { EXPECT_EQ(mtd_read_partition_data(fd_, &size, &out), -1); });
   EXPECT_EQ(lines[2].text, "this try also fails: Cannot allocate memory(12)!\n");
   EXPECT_EQ(lines.size(), 1U + 2 * 4) << "0x4000, 0x2000, 0x1000, 0x800";
   EXPECT_EQ(out, nullptr);
@@ -359,15 +356,15 @@ TEST_F(MtdDescriptor, RetriesAWholeTransferThatRanOutOfMemory) {
 }
 
 TEST_F(MtdDescriptor, WritesAWholePartitionOverErasedBlocks) {
-  const Bytes data = support::pattern(2 * kBlock, 70);
+  const Bytes data = pattern(2 * kBlock, 70);
   ASSERT_EQ(mtd_write_partition_data(fd_, 2 * kBlock, data.data()), 0);
   EXPECT_EQ(nand().block_bytes(1), Bytes(data.begin() + kBlock, data.end()));
   fail("write", kMtdPath, 1, ENOMEM);
-  const auto lines = lines_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, 2 * kBlock, data.data()), 0); });
+  const auto lines = log_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, 2 * kBlock, data.data()), 0); });
   EXPECT_EQ(lines[2].text, "cannot write 8192 bytes to partition! errno = 12");
   EXPECT_EQ(nand().block_bytes(0), Bytes(data.begin(), data.begin() + kBlock));
   fail("write");
-  lines_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, kBlock, data.data()), -1); });
+  log_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, kBlock, data.data()), -1); });
   EXPECT_EQ(error, EIO);
   fail("lseek");
   EXPECT_EQ(calls_of([&] { EXPECT_EQ(mtd_write_partition_data(fd_, kBlock, data.data()), -1); }).back(),
@@ -385,22 +382,22 @@ TEST_F(MtdDescriptor, WritesAWholePartitionOverErasedBlocks) {
 
 TEST_F(MtdUtility, DataIsReadAndWrittenByName) {
   mtd_data_handle handle{};
-  lines_of([&] { ASSERT_EQ(mtd_data_open(&handle, "mfg"), 0); });
+  log_of([&] { ASSERT_EQ(mtd_data_open(&handle, "mfg"), 0); });
   EXPECT_EQ(mtd_data_write(&handle), -1) << "no data yet";
   EXPECT_EQ(said([&] { EXPECT_EQ(mtd_data_read_block(&handle), 0); }),
             "Emtd_read_data returns 4096, errno = Success|")
       << "a block is not the partition";
   EXPECT_EQ(std::memcmp(handle.data, content(0).data(), kBlock), 0);
-  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_data_read(&handle), 0); }).back().text,
+  EXPECT_EQ(log_of([&] { EXPECT_EQ(mtd_data_read(&handle), 0); }).back().text,
             "mtd_read_data returns -1, errno = No space left on device")
       << "two blocks are bad";
   EXPECT_EQ(std::memcmp(handle.data, usable().data(), 6 * kBlock), 0);
 
-  const Bytes data = support::pattern(8 * kBlock, 70);
+  const Bytes data = pattern(8 * kBlock, 70);
   std::memcpy(handle.data, data.data(), data.size());
   EXPECT_EQ(said([&] { EXPECT_EQ(mtd_data_write_block(&handle), 0); }), "Dtrying to write length 4096|");
   EXPECT_EQ(nand().block_bytes(0), Bytes(data.begin(), data.begin() + kBlock));
-  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_data_write(&handle), -1); }).back().text,
+  EXPECT_EQ(log_of([&] { EXPECT_EQ(mtd_data_write(&handle), -1); }).back().text,
             "mtd_write_data returns -1, errno = No space left on device");
   EXPECT_EQ(error, ENOSPC);
   EXPECT_EQ(usable(), Bytes(data.begin(), data.begin() + 6 * kBlock));
@@ -411,7 +408,7 @@ TEST_F(MtdUtility, DataIsReadAndWrittenByName) {
 
 TEST_F(MtdUtility, DataCallsSayWhatFailedAndLeaveErrno) {
   mtd_data_handle handle{};
-  EXPECT_EQ(lines_of([&] { EXPECT_EQ(mtd_data_open(&handle, "none"), -1); }).back().text,
+  EXPECT_EQ(log_of([&] { EXPECT_EQ(mtd_data_open(&handle, "none"), -1); }).back().text,
             "cannot find partition [none]!");
   ASSERT_EQ(mtd_data_open(&handle, "mfg"), 0);
   struct Row {
@@ -424,7 +421,7 @@ TEST_F(MtdUtility, DataCallsSayWhatFailedAndLeaveErrno) {
   const auto check = [&](const Row& row) {
     fail(row.call, row.path, row.nth, row.error);
     phone().add_fault({.call = "close", .path = kMtdPath, .error = EDQUOT});
-    const auto lines = lines_of([&] { EXPECT_EQ(row.made(&handle), -1) << row.line; });
+    const auto lines = log_of([&] { EXPECT_EQ(row.made(&handle), -1) << row.line; });
     EXPECT_EQ(lines.empty() ? "" : lines.back().text, row.line);
     EXPECT_EQ(error, row.error) << row.line;
   };
@@ -446,7 +443,7 @@ TEST_F(MtdUtility, DataCallsSayWhatFailedAndLeaveErrno) {
 
   // The one block that was read is followed by zeros, up to what the partition takes.
   phone().clear_faults();
-  lines_of([&] { EXPECT_EQ(mtd_data_write(&handle), -1) << "two blocks are bad"; });
+  log_of([&] { EXPECT_EQ(mtd_data_write(&handle), -1) << "two blocks are bad"; });
   Bytes expected = content(0);
   expected.resize(6 * kBlock);
   EXPECT_EQ(usable(), expected);

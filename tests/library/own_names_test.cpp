@@ -10,8 +10,10 @@
 #include "tests/support/nand_phone.h"
 
 namespace {
+
+using namespace support;
 int taken = 0;
-}
+}  // namespace
 
 // One for each way in which the library reaches itself: within a file, within a folder, and down a layer.
 extern "C" {
@@ -52,7 +54,7 @@ uint32_t awb_if_enabled() {
 
 namespace {
 
-class OwnNames : public support::PhoneTest {
+class OwnNames : public PhoneTest {
  protected:
   OwnNames() : PhoneTest({.storage = phone::Storage::nand, .nand = {.erase_size = 4096, .blocks = 64}}) {}
 };
@@ -63,14 +65,13 @@ TEST_F(OwnNames, ChangeNothing) {
   taken = 0;
 
   uint32_t gain = 0, time = 0, luma = 0;
-  const awb_fuse_id fuse = {
-      {support::kModule[0], support::kModule[1], support::kModule[2], support::kModule[3]}};
-  support::console_of([&] { EXPECT_EQ(aec_write_calibration(0, fuse, 160, 33000, 51), 0); });
+  const awb_fuse_id fuse = {{kModule[0], kModule[1], kModule[2], kModule[3]}};
+  console_of([&] { EXPECT_EQ(aec_write_calibration(0, fuse, 160, 33000, 51), 0); });
   QOR_Calibration_AEC_get_calibration_data(&gain, &time, &luma);
   EXPECT_EQ(gain + time + luma, 160U + 33000U + 51U) << "written, read back, sealed and bound by our own";
 
   awb_enable_calibration();
-  support::console_of([] {
+  console_of([] {
     for (int i = 0; i < 11; ++i) QOR_AWB_Calibration_collect(0, 0, 1);
   });
   EXPECT_EQ(get("/data/misc/camera/awb_cal")->size(), 32U);

@@ -13,21 +13,20 @@
 
 namespace {
 
-using phone::LogLine;
-using support::Bytes;
+using namespace support;
 
 constexpr const char* kEmmcTag = "camera_calibration_emmc";
 constexpr const char* kFrontTag = "camera_calibration_partition";
 constexpr const char* kMtdTag = "camera_calibration_mtd";
 
 LogLine ED(const std::string& text) {
-  return support::D(text, kEmmcTag);
+  return D(text, kEmmcTag);
 }
 LogLine EE(const std::string& text) {
-  return support::E(text, kEmmcTag);
+  return E(text, kEmmcTag);
 }
 
-class PartitionLookup : public support::PhoneTest {
+class PartitionLookup : public PhoneTest {
  protected:
   PartitionLookup() {
     std::filesystem::remove(host("/proc/emmc"));
@@ -92,9 +91,9 @@ TEST_F(PartitionLookup, GptLinksAreTriedFrom0To10) {
     std::filesystem::remove_all(host("/dev/block/platform"));
     link_by_name(index, "mfg", "/dev/block/mmcblk0p6");
     chosen_path();
-    const std::string directory = support::printf_text("/dev/block/platform/msm_sdcc.%d/by-name/", index);
-    std::vector<LogLine> expected = {EE("/proc/emmc: No such file or directory\n"),
-                                     EE("emmc_open(): cannot find eMMC partition [mfg]!\n")};
+    const std::string directory = printf_text("/dev/block/platform/msm_sdcc.%d/by-name/", index);
+    Log expected = {EE("/proc/emmc: No such file or directory\n"),
+                    EE("emmc_open(): cannot find eMMC partition [mfg]!\n")};
     if (index <= 10) {
       expected.push_back(ED("emmc GPT partition exist, path[" + directory + "]\n"));
       expected.push_back(ED("found emmc GPT partition [mfg]=[/dev/block/mmcblk0p6]\n"));
@@ -134,17 +133,16 @@ TEST_F(PartitionLookup, TheFrontEndFallsBackToMtdWhenPartition6CannotBeOpened) {
   const auto log = phone().take_log();
   ASSERT_GE(log.size(), 3U);
   EXPECT_EQ(log[log.size() - 3], EE("emmc_open(): /dev/block/mmcblk0p6: No such file or directory\n"));
-  EXPECT_EQ(log[log.size() - 2], support::E("mtd_open(): cannot find MTD partition [mfg]!\n", kMtdTag));
-  EXPECT_EQ(log[log.size() - 1], support::E("partition_open(): cannot find partition [mfg]!\n", kFrontTag));
+  EXPECT_EQ(log[log.size() - 2], E("mtd_open(): cannot find MTD partition [mfg]!\n", kMtdTag));
+  EXPECT_EQ(log[log.size() - 1], E("partition_open(): cannot find partition [mfg]!\n", kFrontTag));
   EXPECT_TRUE(log_of([&] { EXPECT_EQ(partition_close(&handle), -1); }).empty());
 }
 
-class PartitionTransfer : public support::PhoneTest {
+class PartitionTransfer : public PhoneTest {
  protected:
   static constexpr int64_t kSize = 256 * 1024;
-  PartitionTransfer() : PhoneTest({.partition_size = kSize}) {
-    const Bytes image = support::pattern(kSize);
-    phone().write_partition(0, image.data(), image.size());
+  PartitionTransfer() {
+    fill_partition(kSize);
     EXPECT_EQ(partition_open(&handle_, "mfg"), 0);
     phone().take_log();
     phone().take_calls();
@@ -162,7 +160,7 @@ TEST_F(PartitionTransfer, MovesExactlyTheBytesAskedFor) {
       EXPECT_EQ(partition_read(&handle_, offset, length, read.data()), 0);
       EXPECT_TRUE(std::equal(read.begin(), read.end() - 1, before.begin() + offset));
       EXPECT_EQ(read.back(), 0xA5) << "one byte too many";
-      const Bytes written = support::pattern(static_cast<size_t>(length), 77);
+      const Bytes written = pattern(static_cast<size_t>(length), 77);
       expect_partition_write(static_cast<uint64_t>(offset), written, [&] {
         EXPECT_EQ(partition_write(&handle_, offset, length, written.data()), 0);
       });
@@ -181,7 +179,7 @@ TEST_F(PartitionTransfer, IsOneSeekAndOneTransferThatSaysWhyItFailed) {
   };
   for (const bool write : {false, true}) {
     const std::string verb = write ? "write" : "read";
-    const auto use = support::D("use emmc_" + verb + "(), path = " + device + "\n", kFrontTag);
+    const auto use = D("use emmc_" + verb + "(), path = " + device + "\n", kFrontTag);
     uint8_t bytes[8] = {};
     const auto transfer = [&] {
       return write ? partition_write(&handle_, 0, 8, bytes) : partition_read(&handle_, 0, 8, bytes);
@@ -196,12 +194,7 @@ TEST_F(PartitionTransfer, IsOneSeekAndOneTransferThatSaysWhyItFailed) {
       phone().add_fault({.call = row.call, .path = device, .error = row.error});
       const bool is_seek = row.error == EIO;
       const std::string line = "emmc_" + verb + "(): " + (is_seek ? "" : verb) + row.text;
-      int error = 0;
-      EXPECT_EQ(log_of([&] {
-                  EXPECT_EQ(transfer(), -1);
-                  error = errno;
-                }),
-                (std::vector{use, EE(line)}));
+      EXPECT_EQ(log_of([&] { EXPECT_EQ(transfer(), -1); }), (std::vector{use, EE(line)}));
       EXPECT_EQ(error, row.error);
       EXPECT_EQ(phone().take_calls().size(), is_seek ? 1U : 2U) << "nothing moves after a failed seek";
     }
@@ -231,7 +224,7 @@ TEST_F(PartitionTransfer, ClosesOnceWhateverTheOtherPointerHolds) {
   ASSERT_EQ(partition_open(&handle, "mfg"), 0);
   EXPECT_EQ(handle.mtd, reinterpret_cast<mtd_partition*>(8)) << "an eMMC open leaves it";
   EXPECT_EQ(log_of([&] { EXPECT_EQ(partition_close(&handle), 0); }),
-            (std::vector{support::E("partition_close(): emmc_close\n", kFrontTag)}));
+            (std::vector{E("partition_close(): emmc_close\n", kFrontTag)}));
   EXPECT_EQ(handle.mtd, nullptr);
   EXPECT_EQ(handle.emmc, nullptr);
   EXPECT_EQ(partition_close(&handle), -1);

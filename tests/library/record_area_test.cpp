@@ -11,11 +11,7 @@
 
 namespace {
 
-using phone::LogLine;
-using support::Bytes;
-using support::E;
-using support::I;
-using support::printf_text;
+using namespace support;
 
 /// One entry of the record area under one page size.
 struct Entry {
@@ -24,12 +20,9 @@ struct Entry {
   uint32_t place;  // relative to the base
 };
 
-class RecordArea : public support::PhoneTest {
+class RecordArea : public PhoneTest {
  protected:
-  RecordArea() : PhoneTest({.partition_size = 256 * 1024}) {
-    const Bytes image = support::pattern(256 * 1024);
-    phone().write_partition(0, image.data(), image.size());
-  }
+  RecordArea() { fill_partition(); }
 
   void set_a_light(int value) {
     // The flag is the calibration run's: it takes it from the property when the camera is opened.
@@ -37,9 +30,7 @@ class RecordArea : public support::PhoneTest {
     check_and_init_awb_calibration();
   }
 
-  std::vector<LogLine> own_log(const std::function<void()>& call) {
-    return support::with_tag(log_of(call), "camera_calibration");
-  }
+  Log own_log(const std::function<void()>& call) { return log_of(call, "camera_calibration"); }
 };
 
 std::vector<Entry> writers(int a_light) {
@@ -70,7 +61,7 @@ TEST_F(RecordArea, WritersChangeTheirBytesAndNoOther) {
     for (const int a_light : {0, 1, 2}) {
       set_a_light(a_light);
       for (const Entry& entry : writers(a_light)) {
-        Bytes record = support::pattern(48, entry.place + page.base);
+        Bytes record = pattern(48, entry.place + page.base);
         expect_partition_write(static_cast<uint32_t>(page.base + entry.place), record, [&] {
           EXPECT_EQ(entry.call(record.data(), 48), 0) << entry.name << " page " << page.text;
         });
@@ -93,81 +84,62 @@ TEST_F(RecordArea, ReadersDeliverTheBytesOfTheirPlace) {
 }
 
 /// The lines that CheckFlash() logs, with the dump of the bytes that are at the base afterwards.
-std::vector<LogLine> check_flash_lines(const Bytes& image, uint32_t base) {
-  std::vector<LogLine> lines = {
-      I(base == 0x20000 ? "CheckFlash() : 4K page\n" : "CheckFlash() : 2K page\n"),
-      I(printf_text("CheckFlash: eMMC boot: offset =0x%x\n", base)), I("[LSC Calibration]CheckFlash open\n"),
-      I("[LSC Calibration]CheckFlash read\n"), I("[LSC Calibration]CheckFlash memcpy\n")};
+Log check_flash_lines(const Bytes& image, uint32_t base) {
+  Log lines = {I(base == 0x20000 ? "CheckFlash() : 4K page\n" : "CheckFlash() : 2K page\n"),
+               I(printf_text("CheckFlash: eMMC boot: offset =0x%x\n", base)),
+               I("[LSC Calibration]CheckFlash open\n"), I("[LSC Calibration]CheckFlash read\n"),
+               I("[LSC Calibration]CheckFlash memcpy\n")};
   for (uint32_t i = 0; i < 8; ++i) {
-    const uint64_t high = support::word_at(image, base + 8 * i + 4);
+    const uint64_t high = word_at(image, base + 8 * i + 4);
     lines.push_back(
         I(printf_text("[Read NandFlash]pData.caBuff[%u]:0x%llx\n", i,
-                      static_cast<unsigned long long>(high << 32 | support::word_at(image, base + 8 * i)))));
+                      static_cast<unsigned long long>(high << 32 | word_at(image, base + 8 * i)))));
   }
   for (uint32_t j = 0; j < 150; ++j) {
-    const uint32_t word = support::word_at(image, base + 64 + 4 * j);
+    const uint32_t word = word_at(image, base + 64 + 4 * j);
     lines.push_back(I(printf_text("[Read NandFlash] 0x%x:0x%x\n", word & 0xFFFF, word >> 16 & 0xFF)));
   }
   return lines;
 }
 
-void append(std::vector<LogLine>& lines, const std::vector<LogLine>& more) {
-  lines.insert(lines.end(), more.begin(), more.end());
-}
-
-TEST_F(RecordArea, WriteFlashOffsetLogsEveryByteAndThenTheArea) {
-  Bytes record = {0x00, 0x7F, 0xFF};
-  const LogLine stars = I(std::string(81, '*') + "\n");
-  const auto log = own_log([&] { WriteFlashOffset(record.data(), 3, 0x1E08); });
-  std::vector<LogLine> expected = {I("WriteFlashOffset, byteOffset=7688"),
-                                   I("WriteFlash() : 4K page\n"),
-                                   I("WriteFlashOffset: eMMC boot: offset =0x20000\n"),
-                                   I("[Calibration]WriteFlash open\n"),
-                                   I("WriteFlash(): partition_open success\n"),
-                                   stars,
-                                   I("write partition data 0\n"),
-                                   I("write partition data 7f\n"),
-                                   I("write partition data ff\n"),
-                                   stars,
-                                   I("[Calibration]WriteFlash partition_write()\n"),
-                                   I("partition_write() done\n")};
-  append(expected, check_flash_lines(phone().partition(), 0x20000));
-  EXPECT_EQ(log, expected);
-}
-
-TEST_F(RecordArea, TheThreeSlotWritersHaveTheirOwnFirstLines) {
+TEST_F(RecordArea, EveryWriterHasItsOwnFirstLinesAndThenLogsTheArea) {
   phone().set_property("ro.pagesize", "2048");
-  Bytes record = support::pattern(32);
+  const Bytes record = {0x00, 0x7F, 0xFF};
   const LogLine stars = I(std::string(81, '*') + "\n");
+  const Log written = {I("[LSC Calibration]WriteFlash memcpy\n"), I("partition_write() done\n")};
+  const Log opened = {I("[LSC Calibration]WriteFlash open\n"),
+                      I("WriteFlash(): partition_open success (3)\n")};
   struct Row {
     std::function<int32_t()> call;
-    std::vector<LogLine> head;
-    std::vector<LogLine> rows;
+    Log lines;
   };
+  // clang-format off
   const Row rows[] = {
-      {[&] { return WriteFlash(record.data(), 32); },
-       {I("WriteFlash(32)\n"), I("WriteFlash() : 2K page\n"),
-        I("WriteFlash: eMMC boot pagesize[2048] offset(65536)\n")},
-       {stars, stars}},
-      {[&] { return WriteFlash_for_front_Cam(record.data(), 32); },
-       {I("WriteFlash_for_front_Cam(32)\n"), I("WriteFlash() : 2K page\n"),
-        I("WriteFlash_for_front_Cam: eMMC boot: offset =0x11000\n")},
-       {}},
-      {[&] { return WriteFlash_for_bayer_Cam(record.data(), 32, 2); },
-       {I("WriteFlash_for_bayer_Cam(32), cam_id = 2\n"), I("WriteFlash() : 2K page\n"),
-        I("WriteFlash_for_bayer_Cam: eMMC boot: pagesize[2048], offset = 0x12000\n")},
-       {}},
+      {[&] { return WriteFlashOffset(record.data(), 3, 0x1E08); },
+       {I("WriteFlashOffset, byteOffset=7688"), I("WriteFlash() : 2K page\n"), I("WriteFlashOffset: eMMC boot: offset =0x10000\n"),
+        I("[Calibration]WriteFlash open\n"), I("WriteFlash(): partition_open success\n"), stars, I("write partition data 0\n"),
+        I("write partition data 7f\n"), I("write partition data ff\n"), stars, I("[Calibration]WriteFlash partition_write()\n"),
+        I("partition_write() done\n")}},
+      {[&] { return WriteFlash(record.data(), 3); },
+       Log{I("WriteFlash(3)\n"), I("WriteFlash() : 2K page\n"), I("WriteFlash: eMMC boot pagesize[2048] offset(65536)\n")} +
+           opened + Log{stars, stars} + written},
+      {[&] { return WriteFlash_for_front_Cam(record.data(), 3); },
+       Log{I("WriteFlash_for_front_Cam(3)\n"), I("WriteFlash() : 2K page\n"), I("WriteFlash_for_front_Cam: eMMC boot: offset =0x11000\n")} +
+           opened + written},
+      {[&] { return WriteFlash_for_bayer_Cam(record.data(), 3, 2); },
+       Log{I("WriteFlash_for_bayer_Cam(3), cam_id = 2\n"), I("WriteFlash() : 2K page\n"),
+           I("WriteFlash_for_bayer_Cam: eMMC boot: pagesize[2048], offset = 0x12000\n")} + opened + written},
   };
+  // clang-format on
   for (const Row& row : rows) {
     const auto log = own_log([&] { EXPECT_EQ(row.call(), 0); });
-    std::vector<LogLine> expected = row.head;
-    append(expected,
-           {I("[LSC Calibration]WriteFlash open\n"), I("WriteFlash(): partition_open success (32)\n")});
-    append(expected, row.rows);
-    append(expected, {I("[LSC Calibration]WriteFlash memcpy\n"), I("partition_write() done\n")});
-    append(expected, check_flash_lines(phone().partition(), 0x10000));
-    EXPECT_EQ(log, expected);
+    EXPECT_EQ(log, row.lines + check_flash_lines(phone().partition(), 0x10000));
   }
+  phone().set_property("ro.pagesize", "4096");
+  const auto log = own_log([&] { WriteFlashOffset(record.data(), 3, 0x1E08); });
+  EXPECT_EQ(Log(log.begin() + 1, log.begin() + 3),
+            (Log{I("WriteFlash() : 4K page\n"), I("WriteFlashOffset: eMMC boot: offset =0x20000\n")}));
+  EXPECT_EQ(Log(log.begin() + 12, log.end()), check_flash_lines(phone().partition(), 0x20000));
 }
 
 TEST_F(RecordArea, ReadersLogTheirLines) {
@@ -187,24 +159,19 @@ TEST_F(RecordArea, FailuresAreMinusOneWithTheirLineAndStillCheckTheArea) {
   Bytes b(32);
   struct Row {
     std::function<int32_t()> call;
-    LogLine open_fails;
-    LogLine transfer_fails;
+    LogLine open_fails, transfer_fails;
   };
+  // clang-format off
   const Row rows[] = {
-      {[&] { return ReadEmmcFlash(b.data(), 32); }, E("ReadEmmcFlash(): partition_open fail\n"),
-       E("ReadEmmcFlash(): partition_read fail\n")},
-      {[&] { return ReadEmmcOffset(b.data(), 32, 4); }, E("ReadEmmcOffset(): partition_open fail\n"),
-       E("ReadEmmcOffset(): partition_read fail\n")},
-      {[&] { return WriteFlashOffset(b.data(), 32, 4); }, E("WriteFlash(): partition_open fail\n"),
-       E("partition_write() fail\n")},
-      {[&] { return WriteFlash(b.data(), 32); }, I("WriteFlash(): partition_open fail\n"),
-       I("partition_write() fail\n")},
-      {[&] { return WriteFlash_for_front_Cam(b.data(), 32); }, I("WriteFlash(): partition_open fail\n"),
-       I("partition_write() fail\n")},
-      {[&] { return WriteFlash_for_bayer_Cam(b.data(), 32, 1); }, I("WriteFlash(): partition_open fail\n"),
-       I("partition_write() fail\n")},
+      {[&] { return ReadEmmcFlash(b.data(), 32); }, E("ReadEmmcFlash(): partition_open fail\n"), E("ReadEmmcFlash(): partition_read fail\n")},
+      {[&] { return ReadEmmcOffset(b.data(), 32, 4); }, E("ReadEmmcOffset(): partition_open fail\n"), E("ReadEmmcOffset(): partition_read fail\n")},
+      {[&] { return WriteFlashOffset(b.data(), 32, 4); }, E("WriteFlash(): partition_open fail\n"), E("partition_write() fail\n")},
+      {[&] { return WriteFlash(b.data(), 32); }, I("WriteFlash(): partition_open fail\n"), I("partition_write() fail\n")},
+      {[&] { return WriteFlash_for_front_Cam(b.data(), 32); }, I("WriteFlash(): partition_open fail\n"), I("partition_write() fail\n")},
+      {[&] { return WriteFlash_for_bayer_Cam(b.data(), 32, 1); }, I("WriteFlash(): partition_open fail\n"), I("partition_write() fail\n")},
   };
-  const auto contains = [](const std::vector<LogLine>& log, const LogLine& line) {
+  // clang-format on
+  const auto contains = [](const Log& log, const LogLine& line) {
     return std::count(log.begin(), log.end(), line) == 1;
   };
   const LogLine check = I("[LSC Calibration]CheckFlash open\n");

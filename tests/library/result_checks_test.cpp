@@ -12,15 +12,9 @@
 
 namespace {
 
-using phone::LogLine;
-using support::Bytes;
-using support::E;
-using support::I;
-using support::printf_text;
-
+using namespace support;
 using Fuse = std::array<uint64_t, 4>;
 using Names = std::array<const char*, 3>;  // per camera
-using Lines = std::vector<LogLine>;
 
 constexpr Fuse kModules[] = {{0x11, 0x22, 0x33, 0x44}, {0x80000001, 2, 3, 4}, {0x61, 0x62, 0xFFFFFFFF, 0x64}};
 const Fuse& kMain = kModules[0];
@@ -179,7 +173,7 @@ Bytes record_of(const Kind& kind, const Fuse& fuse, uint64_t valid_word = 3099) 
   Bytes record(kind.size(), 0x5A);
   set(record, 0, valid_word, kind);
   for (size_t i = 0; i < 4; ++i) set(record, kind.fuse + i * kind.width(), fuse[i], kind);
-  set(record, kind.checksum, support::bitwise_crc(record.data(), kind.covered), kind);
+  set(record, kind.checksum, bitwise_crc(record.data(), kind.covered), kind);
   return record;
 }
 
@@ -224,7 +218,7 @@ std::vector<std::pair<Bytes, Outcome>> cases(const Kind& kind, size_t camera) {
 
 struct Answer {
   int32_t result = -1;
-  Lines log = {};
+  Log log = {};
   bool operator==(const Answer&) const = default;
 };
 
@@ -285,7 +279,7 @@ bool is_field_line(const LogLine& line) {
   return line.text.find("_verify(") != line.text.npos || line.text.find("nandflash") != line.text.npos;
 }
 
-class ResultChecks : public support::PhoneTest {
+class ResultChecks : public PhoneTest {
  protected:
   ResultChecks() : PhoneTest({.partition_size = 4096}) {
     for (size_t i = 0; i < 12; ++i) {
@@ -318,10 +312,7 @@ class ResultChecks : public support::PhoneTest {
   Answer ask(const Source& source, size_t camera = 0) {
     set_sensor_selection(static_cast<uint32_t>(camera));
     Answer answer;
-    answer.log = log_of([&] {
-      answer.result = source.kind.check();
-      error_ = errno;
-    });
+    answer.log = log_of([&] { answer.result = source.kind.check(); });
     // The lines of awb_get_fuseid() and of the AEC reader are theirs.
     std::erase_if(answer.log, [](const LogLine& line) {
       return line.text.find("sfuse.") != line.text.npos || line.text.find("aec_") != line.text.npos;
@@ -343,8 +334,6 @@ class ResultChecks : public support::PhoneTest {
   void hide(const Source& source, size_t camera = 0) {
     std::filesystem::remove(host(path_of(source, camera)));
   }
-
-  int error_ = 0;  ///< that the last check left
 };
 
 TEST_F(ResultChecks, EveryCheckTellsGoodFromBadOnEveryCameraAndSource) {
@@ -353,7 +342,7 @@ TEST_F(ResultChecks, EveryCheckTellsGoodFromBadOnEveryCameraAndSource) {
       const std::string path = path_of(source, camera);
       for (auto [record, outcome] : cases(source.kind, camera)) {
         // Beside a flash cache file the dual-flash record is zeros, and its zero first word holds for both.
-        const bool first_is_zero = support::word_at(record, kFlash.fuse) == 0;
+        const bool first_is_zero = word_at(record, kFlash.fuse) == 0;
         if (&source == &kFlashFile && outcome.bound == Bound::own && !first_is_zero)
           outcome.bound = Bound::other;
         expect_answer(ask(source, camera, record), expected(source, camera, outcome), path);
@@ -363,7 +352,7 @@ TEST_F(ResultChecks, EveryCheckTellsGoodFromBadOnEveryCameraAndSource) {
       if (source.absent[0] != nullptr)
         expect_answer(ask(source, camera), expected(source, camera, std::nullopt), "no source");
       const bool is_asked = source.absent[0] != nullptr && (&source != &kDualNode || camera == 0);
-      EXPECT_TRUE(!is_asked || error_ == ENOENT) << path;
+      EXPECT_TRUE(!is_asked || error == ENOENT) << path;
     }
   }
 }
@@ -502,8 +491,7 @@ TEST_F(ResultChecks, DualCameraFallsBackOnTheInHouseNode) {
 TEST_F(ResultChecks, DualCameraSaysThatThereIsNoMemory) {
   phone().add_fault({.call = "malloc"});
   Answer answer;
-  const std::string console =
-      support::console_of([&] { answer = ask(kDualNode, 0, record_of(kDual, kMain)); });
+  const std::string console = console_of([&] { answer = ask(kDualNode, 0, record_of(kDual, kMain)); });
   EXPECT_EQ(answer.result, -1);
   EXPECT_EQ(console, kDual.name + ": Can't allocate calibration buffer\n");
   EXPECT_EQ(answer.log.back(), E(kDual.name + ", Can't allocate calibration buffer"));

@@ -2,18 +2,12 @@
 // Guards against half a record that hides the good one in the kernel's export, and against another file
 // overwritten through a link.
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "awb_calibration/factory.h"
 #include "tests/support/support.h"
 
 namespace {
 
-using phone::Fault;
-using support::Bytes;
-using support::kModule;
-using Names = std::vector<std::string>;
+using namespace support;
 
 constexpr awb_fuse_id kFuse = {{kModule[0], kModule[1], kModule[2], kModule[3]}};
 constexpr const char* kFolder = "/data/misc/camera/";
@@ -37,13 +31,12 @@ const Subject kSubjects[] = {
     {"gyro_cal_qor_CAM", true, [] { gyro_write_calibration(0, kFuse); }},
     {"awb_calibration_success.txt", false, run_to_its_end},
     {"CalibrationData.dat", false, [] { QOR_DUAL_Calibration_ReadCalData(); }},
-    {"lsc_calibration_done.txt", false, [] { QOR_Set_LSC(support::pattern(99).data(), 99); }},
+    {"lsc_calibration_done.txt", false, [] { QOR_Set_LSC(pattern(99).data(), 99); }},
 };
 
-class SmallFiles : public support::PhoneTest {
+class SmallFiles : public PhoneTest {
  protected:
-  SmallFiles() : PhoneTest({.partition_size = 256 * 1024}), umask_(umask(022)) { fit_module("main"); }
-  ~SmallFiles() override { umask(umask_); }
+  SmallFiles() { fit_module("main"); }
 
   /// The file after the subject wrote it with these faults on it; nothing when it is not there.
   std::optional<Bytes> written(const Subject& subject, const std::vector<Fault>& faults) {
@@ -51,13 +44,10 @@ class SmallFiles : public support::PhoneTest {
       fault.path = kFolder + subject.path;
       phone().add_fault(fault);
     }
-    support::console_of(subject.write);
+    console_of(subject.write);
     phone().clear_faults();
     return get(kFolder + subject.path);
   }
-
- private:
-  mode_t umask_;
 };
 
 TEST_F(SmallFiles, AreRemovedMadeAnewAndOnTheMediumBeforeTheyMayBeRead) {
@@ -66,7 +56,7 @@ TEST_F(SmallFiles, AreRemovedMadeAnewAndOnTheMediumBeforeTheyMayBeRead) {
     const auto content = written(subject, {});
     ASSERT_TRUE(content && !content->empty()) << path;
     // An older file is longer, private, and has a second name.
-    put(path, support::pattern(9000));
+    put(path, pattern(9000));
     chmod(host(path).c_str(), 0600);
     std::filesystem::create_hard_link(host(path), host("/data/misc/camera/older"));
     umask(077);
@@ -78,9 +68,9 @@ TEST_F(SmallFiles, AreRemovedMadeAnewAndOnTheMediumBeforeTheyMayBeRead) {
     }
     if (calls.size() > 6) calls.erase(calls.begin());  // a run removes its success file when it begins, too
     EXPECT_EQ(calls, (Names{"remove", "open", "write", "fsync", "fchmod", "close"})) << path;
-    EXPECT_EQ(support::mode_of(host(path)), 0644) << path;
-    EXPECT_EQ(get("/data/misc/camera/older"), support::pattern(9000)) << path;
-    EXPECT_EQ(support::mode_of(host("/data/misc/camera/older")), 0600) << path;
+    EXPECT_EQ(mode_of(host(path)), 0644) << path;
+    EXPECT_EQ(get("/data/misc/camera/older"), pattern(9000)) << path;
+    EXPECT_EQ(mode_of(host("/data/misc/camera/older")), 0600) << path;
     std::filesystem::remove(host("/data/misc/camera/older"));
   }
 }
@@ -109,14 +99,14 @@ TEST_F(SmallFiles, ComeWholeThroughSignalsAndShortWritesAndOtherwiseNotAtAll) {
   for (const Subject& subject : kSubjects) {
     const Bytes whole = written(subject, {}).value_or(Bytes{});
     for (const Row& row : rows) {
-      put(kFolder + subject.path, support::pattern(9000));
+      put(kFolder + subject.path, pattern(9000));
       const auto left = written(subject, row.faults);
       if (subject.is_cache && row.kept >= 0) {
         EXPECT_EQ(left, std::nullopt) << subject.path << ": " << row.what;
       } else {
         const auto end = row.kept < 0 ? whole.end() : whole.begin() + row.kept;
         EXPECT_EQ(left, Bytes(whole.begin(), end)) << subject.path << ": " << row.what;
-        EXPECT_EQ(support::mode_of(host(kFolder + subject.path)), 0644) << subject.path << ": " << row.what;
+        EXPECT_EQ(mode_of(host(kFolder + subject.path)), 0644) << subject.path << ": " << row.what;
       }
     }
   }
@@ -132,14 +122,14 @@ TEST_F(SmallFiles, AreNotWrittenThroughALink) {
   for (const Subject& subject : kSubjects) {
     const auto path = host(kFolder + subject.path);
     for (const bool removal_fails : {false, true}) {
-      support::write_bytes(victim, {7});
+      write_bytes(victim, {7});
       chmod(victim.c_str(), 0600);
       std::filesystem::remove(path);
       std::filesystem::create_symlink(victim, path);
       written(subject, removal_fails ? std::vector<Fault>{{.call = "remove", .from_then_on = true}}
                                      : std::vector<Fault>{});
-      EXPECT_EQ(support::read_bytes(victim), Bytes{7}) << subject.path;
-      EXPECT_EQ(support::mode_of(victim), 0600) << subject.path;
+      EXPECT_EQ(read_bytes(victim), Bytes{7}) << subject.path;
+      EXPECT_EQ(mode_of(victim), 0600) << subject.path;
       EXPECT_EQ(std::filesystem::is_symlink(path), removal_fails) << subject.path;
       std::filesystem::remove(path);
     }
@@ -147,7 +137,7 @@ TEST_F(SmallFiles, AreNotWrittenThroughALink) {
 }
 
 TEST_F(SmallFiles, AreReadWholeThroughSignals) {
-  const Bytes record = support::sealed32({3099, 5, 6, 7, kModule[0], kModule[1], kModule[2], kModule[3]});
+  const Bytes record = sealed32({3099, 5, 6, 7, kModule[0], kModule[1], kModule[2], kModule[3]});
   put("/data/misc/camera/aec_cal", record);
   for (const std::vector<Fault>& faults :
        {std::vector<Fault>{{.call = "read", .error = EINTR}},

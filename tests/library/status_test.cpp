@@ -1,20 +1,14 @@
 // Do the status properties and the lens-shading marker carry what the factory tool and the camera stack hand
 // over? Guards against a step reported as done that left no marker, and against a caller's buffer overrun.
 
-#include <sys/stat.h>
-
 #include "awb_calibration/factory.h"
 #include "tests/support/support.h"
 
 namespace {
 
-using phone::LogLine;
-using support::Bytes;
-using support::D;
-using support::I;
-using support::kModule;
+using namespace support;
 
-class Status : public support::PhoneTest {};
+class Status : public PhoneTest {};
 
 struct Wrapper {
   const char* property;
@@ -105,19 +99,18 @@ const std::string kDone = "/data/misc/camera/lsc_calibration_done.txt";
 const LogLine kNotOpen = I("[AWB Calibration] can't open /data/misc/camera/lsc_calibration_done.txt");
 
 TEST_F(Status, LensShadingMarkerIsSetAndRemoved) {
-  const mode_t before = umask(077);
-  const Bytes data = support::pattern(5000);
+  umask(077);
+  const Bytes data = pattern(5000);
   for (const uint32_t length : {5000U, 1U, 0U}) {
     EXPECT_EQ(log_of([&] { QOR_Set_LSC(data.data(), length); }), std::vector{I("QOR_Set_LSC\n")});
     EXPECT_EQ(get(kDone), Bytes(data.begin(), data.begin() + length));
-    EXPECT_EQ(support::mode_of(host(kDone)), 0644);
+    EXPECT_EQ(mode_of(host(kDone)), 0644);
   }
-  umask(before);
   EXPECT_EQ(log_of([] { EXPECT_EQ(QOR_Init_LSC(), 0); }), std::vector{I("QOR_Init_LSC\n")});
   EXPECT_EQ(QOR_Init_LSC(), -1) << "there is none";
   phone().add_fault({.call = "open", .path = kDone});
   EXPECT_EQ(log_of([&] { QOR_Set_LSC(data.data(), 9); }), (std::vector{I("QOR_Set_LSC\n"), kNotOpen}));
-  EXPECT_EQ(camera_files(), std::vector<std::string>{});
+  EXPECT_EQ(camera_files(), Names{});
 
   Bytes buffer(40, 0xEE);
   EXPECT_EQ(log_of([&] { EXPECT_EQ(QOR_Get_LSC(buffer.data(), 40), -1); }),
@@ -130,9 +123,9 @@ TEST_F(Status, LensShadingMarkerIsReadWithTheAwbRecordInFront) {
   fit_module("main");
   awb_enable_calibration();
   QOR_AWB_Calibration_write_to_flash(1, 1);
-  const Bytes record = support::sealed32({3099, 1024, 1024, kModule[0], kModule[1], kModule[2], kModule[3]});
+  const Bytes record = sealed32({3099, 1024, 1024, kModule[0], kModule[1], kModule[2], kModule[3]});
   for (const size_t stored : {0U, 10U, 32U, 50U}) {
-    const Bytes marker = support::pattern(stored);
+    const Bytes marker = pattern(stored);
     put(kDone, marker);
     for (const size_t length : {0U, 5U, 31U, 32U, 40U, 60U}) {
       Bytes buffer(80, 0xEE), expected(80, 0xEE);

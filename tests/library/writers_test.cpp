@@ -2,18 +2,12 @@
 // Guards against a record in the wrong place, a success told for a write that failed, and files left
 // unreadable.
 
-#include <sys/stat.h>
-
 #include "awb_calibration/factory.h"
 #include "tests/support/support.h"
 
 namespace {
 
-using phone::Fault;
-using support::Bytes;
-using support::kModule;
-using support::printf_text;
-using support::Words;
+using namespace support;
 
 constexpr awb_fuse_id kFuse = {{kModule[0], kModule[1], kModule[2], kModule[3]}};
 const std::string kFolder = "/data/misc/camera/";
@@ -40,28 +34,28 @@ struct Writer {
 const Writer kWriters[] = {
     {"QOR_FLASH_Calibration_write_to_flash",
      [](uint8_t camid) { return QOR_FLASH_Calibration_write_to_flash(camid, kFuse, 2048, -1); },
-     support::sealed32({3099, 2048, 0xFFFFFFFF, kModule[0], kModule[1], kModule[2], kModule[3]}), 3592,
+     sealed32({3099, 2048, 0xFFFFFFFF, kModule[0], kModule[1], kModule[2], kModule[3]}), 3592,
      kFolder + "flash_cal", kFolder + "flash_cal_front", kFolder + "flash_cal", "I$: @ (2048,-1)|",
      "[Flash Calibration]-FlashcaBuff",
      "I$, [Flash Calibration] write flash pass|I[Flash Calibration] write cabuff to /data/misc/camera/awb_cal|",
      "E$, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
     {"QOR_Dual_FLASH_Calibration_write_to_flash",
      [](uint8_t camid) { return QOR_Dual_FLASH_Calibration_write_to_flash(camid, kFuse, 1, 2, 3, 4, 5, -6); },
-     support::sealed32({3099, 1, 2, 3, 4, 5, 0xFFFFFFFA, kModule[0], kModule[1], kModule[2], kModule[3]}),
-     3692, kFolder + "flash_dual_cal", kFolder + "flash_dual_cal_front_CAM", kFolder + "flash_dual_cal",
+     sealed32({3099, 1, 2, 3, 4, 5, 0xFFFFFFFA, kModule[0], kModule[1], kModule[2], kModule[3]}), 3692,
+     kFolder + "flash_dual_cal", kFolder + "flash_dual_cal_front_CAM", kFolder + "flash_dual_cal",
      "I$: @ x1(1,2)|I$: @ x2(3,4)|I$: @ x3(5,-6)|", "[Flash Calibration]-FlashcaBuff",
      "I$, [Flash Calibration] write flash pass|I[Flash Calibration] write cabuff to /data/misc/camera/awb_cal|",
      "E$, [Flash Calibration] Can't write flash. Maybe Not MFG ROM or Flash is bad|"},
     {"gyro_write_calibration", [](uint8_t camid) { return gyro_write_calibration(camid, kFuse); },
-     support::sealed64({3099, kModule[0], kModule[1], kModule[2], kModule[3]}), 3744,
-     kFolder + "gyro_cal_qor_CAM", kFolder + "gyro_cal_front_qor_CAM", kFolder + "gyro_cal_qor_CAM",
+     sealed64({3099, kModule[0], kModule[1], kModule[2], kModule[3]}), 3744, kFolder + "gyro_cal_qor_CAM",
+     kFolder + "gyro_cal_front_qor_CAM", kFolder + "gyro_cal_qor_CAM",
      "E$, [gyro Calibration] E|I$: @|E$, [gyro Calibration] @|", nullptr,
      "E$, [gyro Calibration] gyro write flash pass|"
      "E[ISP Calibration] write isp_cabuff to /data/misc/camera/awb_cal_ISP_sub_qor_CAM|",
      "E$, [gyro Calibration] Can't write to flash. Maybe Not MFG ROM or Flash is bad|"},
     {"aec_write_calibration",
      [](uint8_t camid) { return aec_write_calibration(camid, kFuse, 160, 33000, 51); },
-     support::sealed32({3099, 160, 33000, 51, kModule[0], kModule[1], kModule[2], kModule[3]}), 3624,
+     sealed32({3099, 160, 33000, 51, kModule[0], kModule[1], kModule[2], kModule[3]}), 3624,
      kFolder + "aec_cal", kFolder + "aec_cal_front_CAM", kFolder + "aec_cal_sub_CAM", "I$: @ (160,33000)|",
      "[AWB Calibration]-aec_caBuff",
      "I$, [AWB Calibration] AEC write flash pass|I[AWB Calibration] write aec_cabuff to /data/misc/camera/aec_cal|",
@@ -79,7 +73,7 @@ std::string opening_of(const Writer& writer, int camid) {
       replaced(writer.opening, "@",
                printf_text("camid(%d) offset(%d)", camid, static_cast<int>(writer.place) + camid * 4096));
   for (size_t i = 0; writer.words != nullptr && i < writer.record.size() / 4; ++i) {
-    text += printf_text("I$, %s-%zu, 0x%x|", writer.words, i, support::word_at(writer.record, 4 * i));
+    text += printf_text("I$, %s-%zu, 0x%x|", writer.words, i, word_at(writer.record, 4 * i));
   }
   return text;
 }
@@ -95,18 +89,17 @@ void PrintTo(const Outcome& outcome, std::ostream* stream) {
   *stream << outcome.result << "\n" << outcome.console << "\n" << outcome.log;
 }
 
-class Writers : public support::PhoneTest {
+class Writers : public PhoneTest {
  protected:
-  Writers() : PhoneTest({.partition_size = 0x34000}), umask_(umask(077)) {
-    const Bytes image = support::pattern(0x34000);
-    phone().write_partition(0, image.data(), image.size());
+  Writers() {
+    fill_partition();
+    umask(077);
   }
-  ~Writers() override { umask(umask_); }
 
   Outcome run(const std::string& name, const std::function<int32_t()>& call) {
     Outcome seen{};
-    const auto log = log_of([&] { seen.console = support::console_of([&] { seen.result = call(); }); });
-    for (const phone::LogLine& line : log) {
+    const auto log = log_of([&] { seen.console = console_of([&] { seen.result = call(); }); });
+    for (const LogLine& line : log) {
       const bool own =
           line.text.find(name) != line.text.npos || line.text.find("Calibration] write ") != line.text.npos;
       if (own) seen.log += std::string(1, "??DDIWE"[line.priority]) + line.text + "|";
@@ -127,9 +120,6 @@ class Writers : public support::PhoneTest {
     put(path, bytes);
     chmod(host(path).c_str(), 0600);
   }
-
- private:
-  mode_t umask_;
 };
 
 TEST_F(Writers, StoreTheirRecordInTheSlotAndInTheCacheFile) {
@@ -147,8 +137,8 @@ TEST_F(Writers, StoreTheirRecordInTheSlotAndInTheCacheFile) {
         EXPECT_EQ(get(written), writer.record);
         EXPECT_EQ(get(other), Bytes{1});
         const bool to_other = writer.name.starts_with("QOR") && camid > 1;
-        EXPECT_EQ(support::mode_of(host(written)), to_other ? 0600 : 0644) << writer.name << int{camid};
-        EXPECT_EQ(support::mode_of(host(other)), to_other ? 0644 : 0600) << writer.name << int{camid};
+        EXPECT_EQ(mode_of(host(written)), to_other ? 0600 : 0644) << writer.name << int{camid};
+        EXPECT_EQ(mode_of(host(other)), to_other ? 0644 : 0600) << writer.name << int{camid};
       }
     }
   }
@@ -216,10 +206,10 @@ const DualWriter kDualWriters[] = {
 
 Bytes record_of(const DualWriter& writer, Bytes payload) {
   payload.resize(writer.payload);
-  Bytes record = support::le32(writer.head);
+  Bytes record = le32(writer.head);
   record.insert(record.end(), payload.begin(), payload.end());
-  for (const uint8_t byte : support::le32(writer.tail)) record.push_back(byte);
-  const Bytes crc = support::le32({support::bitwise_crc(record.data(), record.size())});
+  for (const uint8_t byte : le32(writer.tail)) record.push_back(byte);
+  const Bytes crc = le32({bitwise_crc(record.data(), record.size())});
   record.insert(record.end(), crc.begin(), crc.begin() + static_cast<ptrdiff_t>(writer.checksum_size));
   return record;
 }
@@ -228,17 +218,17 @@ TEST_F(Writers, DualCameraRecordsHoldThePayloadFileCutOrFilledUp) {
   for (const DualWriter& writer : kDualWriters) {
     for (const size_t length :
          {size_t{0}, writer.payload - 1, writer.payload, writer.payload + 1, size_t{5000}}) {
-      put(kPayload, support::pattern(length));
+      put(kPayload, pattern(length));
       put_private(kMarker, {1});
       Outcome seen;
-      expect_partition_write(0x20000 + writer.offset, record_of(writer, support::pattern(length)),
+      expect_partition_write(0x20000 + writer.offset, record_of(writer, pattern(length)),
                              [&] { seen = run(writer.name, writer.call); });
       const std::string begun =
           printf_text("I$: offset(%u)|I$, [DUAL Calibration] write flash pass|", writer.offset);
       EXPECT_EQ(seen,
                 (Outcome{0, "$: writeflash() OK\n" + writer.verified_console, begun + writer.verified}));
       EXPECT_EQ(get(kMarker), Bytes{});
-      EXPECT_EQ(support::mode_of(host(kMarker)), 0644);
+      EXPECT_EQ(mode_of(host(kMarker)), 0644);
     }
   }
 }
@@ -262,21 +252,21 @@ TEST_F(Writers, DualCameraFailuresLeaveNoMarkerAndSayWhatFailed) {
         {{.call = "open", .path = kMarker},
          {-1, ok + "\n can not open calibration_success.txt file", passed}}};
     for (auto [fault, expected] : rows) {
-      put(kPayload, support::pattern(2000));
+      put(kPayload, pattern(2000));
       put(kMarker, {1});
       expected.log = printf_text("I$: offset(%u)|", writer.offset) + expected.log;
       EXPECT_EQ(run_with(fault, writer.name, writer.call), expected) << fault.call;
-      EXPECT_EQ(camera_files(), std::vector<std::string>{"CalibrationData.dat"}) << fault.call;
+      EXPECT_EQ(camera_files(), Names{"CalibrationData.dat"}) << fault.call;
     }
   }
 }
 
 TEST_F(Writers, DualCameraMarkerNeedsEveryByteThatIsCompared) {
-  put(kPayload, support::pattern(2000));
+  put(kPayload, pattern(2000));
   for (const DualWriter& writer : kDualWriters) {
     const size_t compared = writer.head.empty() ? writer.payload + 1 : writer.checksum_size;
     for (size_t from_end = 1; from_end <= 6; ++from_end) {
-      Bytes other = record_of(writer, support::pattern(2000));
+      Bytes other = record_of(writer, pattern(2000));
       other[other.size() - from_end] ^= 0x40;
       // With another page size it is read back from another place.
       phone().write_partition(0x10000 + writer.offset, other.data(), other.size());
@@ -295,7 +285,7 @@ TEST_F(Writers, DualCameraPayloadIsReadBackIntoItsFile) {
   EXPECT_EQ(run(name, QOR_DUAL_Calibration_ReadCalData),
             (Outcome{0, begun + "$: " + dumped + "\n", "I" + begun + "|E$, " + dumped + "|"}));
   EXPECT_EQ(get(kPayload), Bytes(area.begin() + 0x23204, area.begin() + 0x23204 + 1643));
-  EXPECT_EQ(support::mode_of(host(kPayload)), 0644);
+  EXPECT_EQ(mode_of(host(kPayload)), 0644);
 
   const std::tuple<Fault, const char*, const char*> rows[] = {
       {{.call = "malloc"},

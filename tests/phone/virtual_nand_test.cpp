@@ -15,10 +15,10 @@
 
 namespace {
 
+using namespace support;
 namespace fs = std::filesystem;
 using phone::NandFault;
 using phone::VirtualPhone;
-using support::Bytes;
 using testing::ElementsAre;
 using Op = NandFault::Op;
 using Effect = NandFault::Effect;
@@ -65,13 +65,13 @@ class VirtualNandTest : public testing::Test {
     EXPECT_EQ(pread(fd, bytes.data(), kErase, off_t{block} * kErase), kErase);
     return bytes;
   }
-  std::vector<std::string> violations() {
-    std::vector<std::string> what;
+  Names violations() {
+    Names what;
     for (const auto& violation : nand().violations()) what.push_back(violation.what);
     return what;
   }
 
-  const support::TemporaryFolder folder;
+  const TemporaryFolder folder;
   const fs::path root = folder.path() / "phone";
   std::optional<VirtualPhone> phone;
   int fd = -1;
@@ -85,7 +85,7 @@ Bytes block_of(uint8_t first, uint8_t others, size_t count = kErase / 2) {
 }
 
 TEST_F(VirtualNandTest, TheKernelDescribesThePartition) {
-  const std::string table = *support::read_text("/proc/mtd");
+  const std::string table = *read_text("/proc/mtd");
   EXPECT_THAT(table, testing::StartsWith("dev:    size   erasesize  name\nmtd0: "));
   EXPECT_THAT(table, testing::HasSubstr("\nmtd3: 00020000 00004000 \"mfg\"\n"));
   EXPECT_LT(table.size(), 511u);
@@ -94,9 +94,9 @@ TEST_F(VirtualNandTest, TheKernelDescribesThePartition) {
   mtd_info_user info = {};
   region_info_user region = {};
   struct stat status = {};
-  support::expect_calls({{"chip", [&] { return ioctl(fd, MEMGETINFO, &info); }, 0},
-                         {"region", [&] { return ioctl(fd, MEMGETREGIONINFO, &region); }, 0},
-                         {"node", [&] { return fstat(fd, &status); }, 0}});
+  expect_calls({{"chip", [&] { return ioctl(fd, MEMGETINFO, &info); }, 0},
+                {"region", [&] { return ioctl(fd, MEMGETREGIONINFO, &region); }, 0},
+                {"node", [&] { return fstat(fd, &status); }, 0}});
   EXPECT_THAT((std::vector<uint32_t>{info.type, info.size, info.erasesize, info.writesize, region.numblocks}),
               ElementsAre(MTD_NANDFLASH, kSize, kErase, kPage, kBlocks));
   EXPECT_TRUE(S_ISCHR(status.st_mode));
@@ -121,7 +121,7 @@ TEST_F(VirtualNandTest, WhatTheKernelRefusesIsRefusedAndTheWorstRecorded) {
   region_info_user second = {};
   second.regionindex = 1;
   erase_info_user first = {0, kErase};
-  support::expect_calls({
+  expect_calls({
       {"erase from within a block", [&] { return erase(kPage); }, -1, EINVAL},
       {"erase of half a block", [&] { return erase(0, kPage); }, -1, EINVAL},
       {"erase past the end", [&] { return erase(7 * kErase, 2 * kErase); }, -1, EINVAL},
@@ -147,7 +147,7 @@ TEST_F(VirtualNandTest, WhatTheKernelRefusesIsRefusedAndTheWorstRecorded) {
 
 TEST_F(VirtualNandTest, TransfersEndWithTheChipAndMoveThePosition) {
   Bytes bytes(2 * kPage, 0x11);
-  support::expect_calls({
+  expect_calls({
       {"seek", [&] { return lseek(fd, kSize - kPage, SEEK_SET); }, kSize - kPage},
       {"write", [&] { return write(fd, bytes.data(), bytes.size()); }, kPage},
       {"position", [&] { return lseek(fd, 0, SEEK_CUR); }, kSize},
@@ -188,11 +188,11 @@ TEST_F(VirtualNandTest, AFailedOperationLeavesTheBlockHalfDone) {
   ASSERT_EQ(program(1, 0x00), kErase);
   nand().add_fault({.op = Op::erase, .block = 1});
   nand().add_fault({.op = Op::program, .block = 3, .nth = 2});
-  support::expect_calls({{"erase", [&] { return erase(kErase); }, -1, EIO}});
+  expect_calls({{"erase", [&] { return erase(kErase); }, -1, EIO}});
   EXPECT_EQ(nand().block_bytes(1), block_of(0xFF, 0x00));
-  support::expect_calls({{"the next erase", [&] { return erase(kErase); }, 0},
-                         {"program", [&] { return program(3, 0xFF); }, kErase},
-                         {"the next program", [&] { return program(3, 0x00); }, -1, EIO}});
+  expect_calls({{"the next erase", [&] { return erase(kErase); }, 0},
+                {"program", [&] { return program(3, 0xFF); }, kErase},
+                {"the next program", [&] { return program(3, 0x00); }, -1, EIO}});
   EXPECT_EQ(nand().block_bytes(3), block_of(0x00, 0xFF));
 }
 
@@ -232,21 +232,21 @@ TEST_F(VirtualNandTest, EccCountersMoveWithTheBlocksRead) {
   nand().add_fault({.op = Op::ecc_stats});
   nand().add_fault({.op = Op::ask_bad, .block = 0});
   mtd_ecc_stats stats = {};
-  support::expect_calls({{"counters", [&] { return ioctl(fd, ECCGETSTATS, &stats); }, -1, EIO},
-                         {"bad block", [&] { return is_bad(0); }, -1, EIO},
-                         {"bad block, again", [&] { return is_bad(0); }, 0}});
+  expect_calls({{"counters", [&] { return ioctl(fd, ECCGETSTATS, &stats); }, -1, EIO},
+                {"bad block", [&] { return is_bad(0); }, -1, EIO},
+                {"bad block, again", [&] { return is_bad(0); }, 0}});
 }
 
 TEST_F(VirtualNandTest, AfterAPowerCutNothingAnswersUntilTheNextBoot) {
   ASSERT_EQ(program(1, 0x00), kErase);
   nand().add_fault({.op = Op::erase, .effect = Effect::power_cut, .block = 1});
   char byte = 0;
-  support::expect_calls({{"the cut", [&] { return erase(kErase); }, -1, EIO},
-                         {"pread", [&] { return pread(fd, &byte, 1, 0); }, -1, EIO},
-                         {"pwrite", [&] { return program(3, 0x00); }, -1, EIO},
-                         {"lseek", [&] { return lseek(fd, 0, SEEK_SET); }, -1, EIO},
-                         {"ioctl", [&] { return is_bad(0); }, -1, EIO},
-                         {"open", [&] { return open(kDevice, O_RDONLY); }, -1, EIO}});
+  expect_calls({{"the cut", [&] { return erase(kErase); }, -1, EIO},
+                {"pread", [&] { return pread(fd, &byte, 1, 0); }, -1, EIO},
+                {"pwrite", [&] { return program(3, 0x00); }, -1, EIO},
+                {"lseek", [&] { return lseek(fd, 0, SEEK_SET); }, -1, EIO},
+                {"ioctl", [&] { return is_bad(0); }, -1, EIO},
+                {"open", [&] { return open(kDevice, O_RDONLY); }, -1, EIO}});
   EXPECT_EQ(nand().block_bytes(3), Bytes(kErase, 0xFF));
   phone->reboot();
   EXPECT_EQ(is_bad(0), 0);
@@ -267,17 +267,17 @@ TEST_F(VirtualNandTest, FaultsOfTheFileReachTheChipAndMistakesAreNamed) {
   std::ofstream(root / "faults", std::ios::app)
       << "nand program 4 1+ fail\nnand program 5 1 corrupt=-1\nnand ask_bad * 2 fail\n";
   reattach();
-  support::expect_calls({{"the first", [&] { return program(4, 0); }, -1, EIO},
-                         {"and the next", [&] { return program(4, 0); }, -1, EIO},
-                         {"another block", [&] { return program(5, 0); }, kErase},
-                         {"the first question", [&] { return is_bad(0); }, 0},
-                         {"the second", [&] { return is_bad(0); }, -1, EIO}});
+  expect_calls({{"the first", [&] { return program(4, 0); }, -1, EIO},
+                {"and the next", [&] { return program(4, 0); }, -1, EIO},
+                {"another block", [&] { return program(5, 0); }, kErase},
+                {"the first question", [&] { return is_bad(0); }, 0},
+                {"the second", [&] { return is_bad(0); }, -1, EIO}});
   EXPECT_EQ(nand().block_bytes(5), block_of(0x00, 0x01, kErase - 1));
   phone.reset();
   for (const char* wrong :
        {"nand program -1 1 fail", "nand program 4 1 corrupt=", "nand program 4 1 corrupt=x",
         "nand program 4 1 fail=1", "nand smelt 4 1 fail", "nand program 4 0 fail"}) {
-    support::write_text(root / "faults", wrong);
+    write_text(root / "faults", wrong);
     EXPECT_THROW(VirtualPhone::attach(root), std::runtime_error) << wrong;
   }
 }

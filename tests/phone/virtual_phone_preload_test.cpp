@@ -7,13 +7,13 @@
 
 namespace {
 
+using namespace support;
 namespace fs = std::filesystem;
-using support::Outcome;
 
 /// Runs the program with the phone; RUN_PRELOADED is how a program of the target is started with a preload.
 Outcome run(const fs::path& phone_dir, const std::string& settings = "") {
-  return support::run_shell("VIRTUAL_PHONE=" + phone_dir.string() + " " + settings +
-                            " " RUN_PRELOADED " " PROGRAM " hello 2>&1");
+  return run_shell("VIRTUAL_PHONE=" + phone_dir.string() + " " + settings +
+                   " " RUN_PRELOADED " " PROGRAM " hello 2>&1");
 }
 
 class PreloadTest : public testing::Test {
@@ -26,8 +26,8 @@ class PreloadTest : public testing::Test {
 
 TEST_F(PreloadTest, AnUnmodifiedProgramWorksInThePhone) {
   EXPECT_EQ(run(dir), (Outcome{0, "/dev/block/mmcblk0p6 hello\n"}));
-  EXPECT_EQ(*support::read_text(dir / "data/misc/camera/out"), "written");
-  EXPECT_EQ(support::read_text(dir / "dev/block/mmcblk0p6")->substr(0x100, 5), "hello");
+  EXPECT_EQ(*read_text(dir / "data/misc/camera/out"), "written");
+  EXPECT_EQ(read_text(dir / "dev/block/mmcblk0p6")->substr(0x100, 5), "hello");
 }
 
 TEST_F(PreloadTest, LogLinesArePrintedWhenAskedFor) {
@@ -47,7 +47,7 @@ TEST_F(PreloadTest, WithoutAPhoneOrRedirectionThePartitionStaysAsItWas) {
   EXPECT_EQ(run(root / "nowhere").exit_code, 126);
   std::ofstream(dir / "faults") << "nonsense\n";
   EXPECT_EQ(run(dir).exit_code, 126);
-  EXPECT_EQ(support::read_text(dir / "dev/block/mmcblk0p6")->find("hello"), std::string::npos);
+  EXPECT_EQ(read_text(dir / "dev/block/mmcblk0p6")->find("hello"), std::string::npos);
 }
 
 }  // namespace

@@ -21,11 +21,9 @@
 
 namespace {
 
+using namespace support;
 namespace fs = std::filesystem;
 using phone::VirtualPhone;
-using support::expect_calls;
-using support::read_text;
-using support::write_text;
 
 constexpr const char* kDevice = "/dev/block/mmcblk0p6";
 constexpr const char* kByName = "/dev/block/platform/msm_sdcc.1/by-name/mfg";
@@ -35,7 +33,7 @@ constexpr off_t kSize = 256 * 1024;
 class VirtualPhoneTest : public testing::Test {
  protected:
   VirtualPhoneTest() : phone(VirtualPhone::create(root / "phone", {.partition_size = kSize, .fill = 0x5A})) {}
-  const support::TemporaryFolder folder;
+  const TemporaryFolder folder;
   const fs::path& root = folder.path();
   std::optional<VirtualPhone> phone;
 };
@@ -188,7 +186,7 @@ TEST_F(VirtualPhoneTest, DuplicatesOfADescriptorKeepTheDevicesRules) {
 
 TEST_F(VirtualPhoneTest, AFaultStrikesTheNthMatchingCall) {
   struct {
-    phone::Fault fault;
+    Fault fault;
     std::vector<ssize_t> results;
   } const rows[] = {
       {{.call = "write", .nth = 2, .error = ENOSPC}, {8, -1, 8, 8}},
@@ -227,7 +225,7 @@ TEST_F(VirtualPhoneTest, EveryInterceptedCallCanFail) {
     return close(fd) == 0 && well;
   };
   ASSERT_TRUE(use_it_all());
-  const unsigned calls = support::for_every_failing_call(*phone, [&] {
+  const unsigned calls = for_every_failing_call(*phone, [&] {
     const bool well = use_it_all();
     EXPECT_EQ(well, phone->struck_faults() == 0);
   });
@@ -312,7 +310,7 @@ TEST_F(VirtualPhoneTest, LogLinesAreKeptAndPrintedAsLogcatDoes) {
   free(text);
   const auto lines = phone->take_log();
   ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0], (phone::LogLine{"tag", ANDROID_LOG_ERROR, "1\ntwo\n"}));
+  EXPECT_EQ(lines[0], (LogLine{"tag", ANDROID_LOG_ERROR, "1\ntwo\n"}));
   EXPECT_TRUE(phone->take_log().empty());
 }
 
@@ -325,7 +323,7 @@ TEST_F(VirtualPhoneTest, TheMaskServiceReturnsTheMaskAndLeavesTheByte) {
   errno = 0;
   __qorlog_init_mask("", ~0u, &byte);
   EXPECT_NE(errno, 0) << "the service promises nothing about errno";
-  EXPECT_EQ(phone->take_mask_questions(), (std::vector<std::string>{"one", "two", ""}));
+  EXPECT_EQ(phone->take_mask_questions(), (Names{"one", "two", ""}));
 }
 
 // ---- boot -------------------------------------------------------------------------------------------------
@@ -339,7 +337,7 @@ TEST_F(VirtualPhoneTest, BootExportsEachCamerasRecordsAtTheKernelsPlaces) {
     size_t at, from, size;
   } const records[] = {{0, 0, 32},         {0xE40, 0xE08, 32}, {0xE80, 0xE28, 36},
                        {0xEC8, 0xEC0, 32}, {0xF08, 0xE6C, 48}, {0xF70, 0xEA0, 48}};
-  const support::Bytes bytes = support::pattern(kSize);
+  const Bytes bytes = pattern(kSize);
   phone->write_partition(0, bytes.data(), bytes.size());
   write_text(phone->dir() / "factory/lens_shading_front.bin", std::string(4000, 'L'));
   for (const size_t base : {0x20000u, 0x10000u}) {

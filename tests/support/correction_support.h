@@ -14,12 +14,6 @@
 namespace support {
 
 using Floats = std::vector<float>;
-using Log = std::vector<phone::LogLine>;
-
-inline Log operator+(Log log, const Log& more) {
-  log.insert(log.end(), more.begin(), more.end());
-  return log;
-}
 
 // ---- arithmetic -------------------------------------------------------------------------------------------
 
@@ -102,7 +96,7 @@ inline constexpr const char* kExports[] = {"/sys/android_camera_awb_cal/awb_cal"
 /// A phone with three modules fitted and no record anywhere.
 class CorrectionTest : public PhoneTest {
  protected:
-  CorrectionTest() : PhoneTest({.partition_size = 256 * 1024}) {
+  CorrectionTest() {
     fit_module("main", kMainModule);
     fit_module("front");
     fit_module("sub");
@@ -169,7 +163,7 @@ inline Log awb_lines(const std::string& name, const Words& words, const Words& m
 
 /// Leaves out the loaders' lines, which have a test of their own.
 inline Log without_loading(Log log) {
-  std::erase_if(log, [](const phone::LogLine& line) {
+  std::erase_if(log, [](const LogLine& line) {
     for (const char* start : {"ReadFlash", "ReadAWBCalibration()", "[AWB Calibration] read from file",
                               "[AWB Calibration] fail to read", "[Flash Calibration] read from file",
                               "[Flash Calibration] fail to read", "[Dual AWB Calibration]"})
@@ -180,7 +174,5 @@ inline Log without_loading(Log log) {
 }
 
 }  // namespace support
-
-using support::operator+;
 
 #endif

@@ -2,12 +2,14 @@
 #ifndef TESTS_SUPPORT_NAND_PHONE_H
 #define TESTS_SUPPORT_NAND_PHONE_H
 
-#include <cerrno>
-
 #include "awb_calibration/storage.h"
 #include "tests/support/support.h"
 
 namespace support {
+
+using phone::NandFault;
+using Op = NandFault::Op;
+using Effect = NandFault::Effect;
 
 inline constexpr const char* kMtdTag = "camera_calibration_mtd";
 inline constexpr const char* kMtdPath = "/dev/mtd/mtd3";
@@ -32,7 +34,7 @@ class NandPhone : public PhoneTest {
   ~NandPhone() override { mtd_close(&state_); }
   void TestBody() override {}
 
-  using PhoneTest::phone;
+  using PhoneTest::error, PhoneTest::phone;
   phone::Nand& nand() { return phone().nand(); }
   mtd_partition* state() { return &state_; }
   const Bytes& content(uint32_t block) const { return contents_.at(block); }  ///< at the start
@@ -42,32 +44,22 @@ class NandPhone : public PhoneTest {
   }
   void list_in_proc_mtd(const std::string& text) { put("/proc/mtd", Bytes(text.begin(), text.end())); }
 
-  /// The log of `call`, which starts with errno 0; `error` is errno at its end.
-  std::vector<phone::LogLine> lines_of(const std::function<void()>& call) {
-    return log_of([&] {
-      errno = 0;
-      call();
-      error = errno;
-    });
-  }
-  /// Each line of that log as its level's letter and its text, with a '|' behind.
+  /// Each line of the log of `call` as its level's letter and its text, with a '|' behind.
   std::string said(const std::function<void()>& call) {
     std::string text;
-    for (const auto& line : lines_of(call)) {
+    for (const auto& line : log_of(call)) {
       EXPECT_EQ(line.tag, kMtdTag);
       text += "??VDIWE"[line.priority] + (line.text + "|");
     }
     return text;
   }
-  std::vector<std::string> calls_of(const std::function<void()>& call) {
+  Names calls_of(const std::function<void()>& call) {
     phone().take_calls();
     call();
-    std::vector<std::string> names;
+    Names names;
     for (const auto& made : phone().take_calls()) names.push_back(made.name);
     return names;
   }
-
-  int error = 0;
 
  private:
   std::vector<Bytes> contents_;

@@ -1,12 +1,9 @@
 #include "tests/support/support.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -149,11 +146,6 @@ std::string printf_text(const char* format, ...) {
   return text;
 }
 
-std::vector<phone::LogLine> with_tag(std::vector<phone::LogLine> lines, std::string_view tag) {
-  std::erase_if(lines, [tag](const phone::LogLine& line) { return line.tag != tag; });
-  return lines;
-}
-
 void expect_calls(const std::vector<CallRow>& rows) {
   constexpr int kNothingSetsThis = 4711;
   for (const CallRow& row : rows) {
@@ -171,7 +163,7 @@ void fit_module(phone::VirtualPhone& phone, const std::string& camera, const uin
   phone.set_properties(properties);
 }
 
-PhoneTest::PhoneTest(const phone::Options& options) {
+PhoneTest::PhoneTest(const phone::Options& options) : umask_(umask(022)) {
   phone_.emplace(phone::VirtualPhone::create(folder_.path() / "phone", options));
   reset_library_state();
   phone_->unset_property("mfg.calibration.status");
@@ -181,6 +173,7 @@ PhoneTest::PhoneTest(const phone::Options& options) {
 }
 
 PhoneTest::~PhoneTest() {
+  umask(umask_);
   EXPECT_EQ(phone_->open_descriptors(), 0U) << "a descriptor was left open";
 }
 
@@ -192,8 +185,8 @@ std::optional<Bytes> PhoneTest::get(std::string_view phone_path) {
   return read_bytes(host(phone_path));
 }
 
-std::vector<std::string> PhoneTest::camera_files() {
-  std::vector<std::string> names;
+Names PhoneTest::camera_files() {
+  Names names;
   for (const auto& entry : fs::directory_iterator(host("/data/misc/camera"))) {
     names.push_back(entry.path().filename().string());
   }
@@ -201,10 +194,20 @@ std::vector<std::string> PhoneTest::camera_files() {
   return names;
 }
 
-std::vector<phone::LogLine> PhoneTest::log_of(const std::function<void()>& call) {
+Log PhoneTest::log_of(const std::function<void()>& call, std::string_view tag) {
   phone_->take_log();
+  errno = 0;
   call();
-  return phone_->take_log();
+  error = errno;
+  Log log = phone_->take_log();
+  std::erase_if(log, [tag](const LogLine& line) { return !tag.empty() && line.tag != tag; });
+  return log;
+}
+
+Bytes PhoneTest::fill_partition(size_t size) {
+  Bytes image = pattern(size);
+  phone_->write_partition(0, image.data(), image.size());
+  return image;
 }
 
 void PhoneTest::expect_partition_write(uint64_t offset, const Bytes& expected,

@@ -6,8 +6,10 @@
 #define TESTS_SUPPORT_SUPPORT_H
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -22,8 +24,12 @@
 
 namespace support {
 
+using phone::Fault;
+using phone::LogLine;
 using Bytes = std::vector<uint8_t>;
 using Words = std::vector<uint32_t>;
+using Names = std::vector<std::string>;
+using Log = std::vector<LogLine>;
 
 // ---- bytes ------------------------------------------------------------------------------------------------
 
@@ -66,19 +72,26 @@ Outcome run_shell(const std::string& command);
 std::string console_of(const std::function<void()>& call);
 
 /// Adjacent literals make lists of log lines: I("text") and the like.
-inline phone::LogLine D(std::string text, std::string tag = "camera_calibration") {
+inline LogLine D(std::string text, std::string tag = "camera_calibration") {
   return {std::move(tag), 3, std::move(text)};
 }
-inline phone::LogLine I(std::string text, std::string tag = "camera_calibration") {
+inline LogLine I(std::string text, std::string tag = "camera_calibration") {
   return {std::move(tag), 4, std::move(text)};
 }
-inline phone::LogLine E(std::string text, std::string tag = "camera_calibration") {
+inline LogLine E(std::string text, std::string tag = "camera_calibration") {
   return {std::move(tag), 6, std::move(text)};
+}
+inline Log infos(const Names& texts) {
+  Log log;
+  for (const std::string& text : texts) log.push_back(I(text));
+  return log;
 }
 std::string printf_text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Only the lines of a tag, or without those of a tag.
-std::vector<phone::LogLine> with_tag(std::vector<phone::LogLine> lines, std::string_view tag);
+inline Log operator+(Log log, const Log& more) {
+  log.insert(log.end(), more.begin(), more.end());
+  return log;
+}
 
 // ---- a phone per test -------------------------------------------------------------------------------------
 
@@ -89,8 +102,8 @@ void fit_module(phone::VirtualPhone& phone, const std::string& camera, const uin
 
 class PhoneTest : public ::testing::Test {
  protected:
-  explicit PhoneTest(const phone::Options& options = {});
-  ~PhoneTest() override;  ///< fails the test if a descriptor is still open on the phone
+  explicit PhoneTest(const phone::Options& options = {.partition_size = 256 * 1024});
+  ~PhoneTest() override;  ///< fails the test if a descriptor is still open on the phone; resets the umask
 
   phone::VirtualPhone& phone() { return *phone_; }
 
@@ -102,16 +115,22 @@ class PhoneTest : public ::testing::Test {
   void put(std::string_view phone_path, const Bytes& bytes);  ///< a file of the phone, with its folders
   std::optional<Bytes> get(std::string_view phone_path);
   /// Every file under /data/misc/camera by name.
-  std::vector<std::string> camera_files();
+  Names camera_files();
 
-  /// The log so far is dropped; what `call` logs is returned.
-  std::vector<phone::LogLine> log_of(const std::function<void()>& call);
+  /// The log so far is dropped; what `call` logs is returned, or only the lines of a tag. `call` begins with
+  /// errno 0, and `error` is errno at its end.
+  Log log_of(const std::function<void()>& call, std::string_view tag = "");
+  int error = 0;
+
+  /// The pattern all over the partition.
+  Bytes fill_partition(size_t size = 256 * 1024);
 
   /// `call` changes the partition's bytes [offset, offset + expected.size()) to `expected` and no other.
   void expect_partition_write(uint64_t offset, const Bytes& expected, const std::function<void()>& call);
 
  private:
   TemporaryFolder folder_;
+  const mode_t umask_;
   std::optional<phone::VirtualPhone> phone_;
 };
 
@@ -152,6 +171,8 @@ unsigned for_every_failing_call(phone::VirtualPhone& phone, Body&& body, const s
 void reset_library_state();
 
 }  // namespace support
+
+using support::operator+;
 
 namespace phone {
 void PrintTo(const LogLine& line, std::ostream* stream);
