@@ -16,8 +16,11 @@ namespace tool {
 namespace fs = std::filesystem;
 using support::Bytes;
 using support::kModule;
+using support::Outcome;
 using support::sealed32;
 using support::sealed64;
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 /// Every run of blanks and line ends as one blank: what a text says, wherever it was wrapped.
 inline std::string unwrapped(const std::string& text) {
@@ -29,16 +32,14 @@ inline std::string unwrapped(const std::string& text) {
   return result;
 }
 
-struct Outcome : support::Outcome {
-  bool says(const std::string& text) const { return output.find(text) != std::string::npos; }
-  bool tells(const std::string& text) const {
-    return unwrapped(output).find(unwrapped(text)) != std::string::npos;
-  }
-};
+/// Has the text, however the two are broken into lines.
+inline auto Tells(const std::string& text) {
+  return testing::ResultOf(unwrapped, HasSubstr(unwrapped(text)));
+}
 
 /// Runs the built tool through the shell; `how` is where its output goes.
 inline Outcome run(const std::string& arguments, const std::string& how = "2>&1") {
-  return {support::run_shell(AWBCAL " " + arguments + " " + how)};
+  return support::run_shell(AWBCAL " " + arguments + " " + how);
 }
 
 inline size_t longest_line(const std::string& text) {

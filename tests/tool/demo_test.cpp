@@ -12,8 +12,6 @@
 namespace {
 
 using namespace tool;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 /// What comes out of a shell command.
 std::string output_of(const std::string& command) {

@@ -6,7 +6,6 @@
 namespace {
 
 using namespace tool;
-using ::testing::HasSubstr;
 
 using Explain = ToolTest;
 
@@ -65,14 +64,13 @@ TEST_F(Explain, SaysForEveryCorrectionWhyItWasNotDone) {
   for (const auto& [bytes, sentence] : rows) {
     file(cache, bytes);
     const Outcome story = run("explain main " + path("phone"));
-    EXPECT_TRUE(story.tells(sentence)) << sentence << story.output;
+    EXPECT_THAT(story.output, Tells(sentence)) << sentence;
   }
   fs::remove(path(cache));
   fs::create_directories(path(cache));
   const Outcome unknown = run("explain main " + path("phone"));
   EXPECT_EQ(unknown.exit_code, 2);
-  EXPECT_TRUE(unknown.tells("White balance: not known, because its AWB record cannot be read"))
-      << unknown.output;
+  EXPECT_THAT(unknown.output, Tells("White balance: not known, because its AWB record cannot be read"));
 }
 
 TEST_F(Explain, NamesTheTestThatRefusedARecord) {

@@ -67,16 +67,16 @@ TEST_F(Inspect, RecognisesAFileByItsNameOrItsContent) {
   for (const auto& [name, bytes, title] : rows) {
     const Outcome shown = run("show " + file(name, bytes));
     EXPECT_EQ(shown.exit_code, 0) << title;
-    EXPECT_TRUE(shown.says(title)) << title << shown.output;
-    EXPECT_TRUE(shown.says("1 record\n")) << title;
+    EXPECT_THAT(shown.output, HasSubstr(title)) << title;
+    EXPECT_THAT(shown.output, HasSubstr("1 record\n")) << title;
   }
 }
 
 TEST_F(Inspect, ReadsStandardInputAndWhatItIsTold) {
   const std::string name = file("mine", awb());
-  EXPECT_TRUE(run("show - <" + name).says("AWB record"));
-  EXPECT_TRUE(run("show --as flash --camera sub " + name).says("sub camera, flash record"));
-  EXPECT_TRUE(run("show --as aec " + name).says("truncated: 32 of 36 bytes"));
+  EXPECT_THAT(run("show - <" + name).output, HasSubstr("AWB record"));
+  EXPECT_THAT(run("show --as flash --camera sub " + name).output, HasSubstr("sub camera, flash record"));
+  EXPECT_THAT(run("show --as aec " + name).output, HasSubstr("truncated: 32 of 36 bytes"));
 }
 
 TEST_F(Inspect, FindsTheRecordAreaAtEitherBase) {
@@ -85,11 +85,11 @@ TEST_F(Inspect, FindsTheRecordAreaAtEitherBase) {
     put(image, base + 0x1E28, aec());
     const std::string file_name = file("mfg.img", image);
     const Outcome shown = run("show " + file_name);
-    EXPECT_TRUE(shown.says("front camera, AEC record")) << shown.output;
-    EXPECT_TRUE(shown.says("(found by its records)"));
+    EXPECT_THAT(shown.output, HasSubstr("front camera, AEC record"));
+    EXPECT_THAT(shown.output, HasSubstr("(found by its records)"));
     const Outcome decided = run("show " + file_name + " --base " + (base == 0x10000 ? "4k" : "2k"));
-    EXPECT_FALSE(decided.says("front camera, AEC record")) << name;
-    EXPECT_TRUE(decided.says("(as --base says)"));
+    EXPECT_THAT(decided.output, Not(HasSubstr("front camera, AEC record"))) << name;
+    EXPECT_THAT(decided.output, HasSubstr("(as --base says)"));
   }
 }
 
@@ -103,10 +103,10 @@ TEST_F(Inspect, FindsEveryRecordOfAnExport) {
   put(image, 3952, gyro());
   const Outcome shown = run("show " + file("awb_cal_front", image));
   for (const char* kind : {"AWB", "flash", "AEC", "A-light AWB", "dual-flash", "gyro"}) {
-    EXPECT_TRUE(shown.says("front camera, " + std::string(kind) + " record")) << kind;
+    EXPECT_THAT(shown.output, HasSubstr("front camera, " + std::string(kind) + " record")) << kind;
   }
-  EXPECT_TRUE(shown.says("front lens_shading")) << "named as blank";
-  EXPECT_TRUE(shown.says("6 records"));
+  EXPECT_THAT(shown.output, HasSubstr("front lens_shading")) << "named as blank";
+  EXPECT_THAT(shown.output, HasSubstr("6 records"));
 }
 
 // The gyro record's end lies on the A-light record's beginning: who was written last is good.
@@ -115,11 +115,12 @@ TEST_F(Inspect, PointsOutTheOverlapOfGyroAndALight) {
   put(image, 0x20EC0, awb());
   put(image, 0x20EA0, gyro());
   const Outcome shown = run("show " + file("mfg.img", image));
-  EXPECT_TRUE(shown.says("main camera, A-light AWB record"));
-  EXPECT_TRUE(shown.says("overlap: 16 of its bytes are those of the gyro record, which is good"));
+  EXPECT_THAT(shown.output, HasSubstr("main camera, A-light AWB record"));
+  EXPECT_THAT(shown.output,
+              HasSubstr("overlap: 16 of its bytes are those of the gyro record, which is good"));
   const Outcome verified = run("verify " + path("mfg.img"));
-  EXPECT_TRUE(verified.says("good                     main camera, gyro record"));
-  EXPECT_TRUE(verified.says("overwritten              main camera, A-light AWB record"));
+  EXPECT_THAT(verified.output, HasSubstr("good                     main camera, gyro record"));
+  EXPECT_THAT(verified.output, HasSubstr("overwritten              main camera, A-light AWB record"));
   put(image, 0x20EC0, Bytes(32));
   put(image, 0x20EA0, gyro());
   EXPECT_EQ(run("verify " + file("mfg.img", image)).exit_code, 0)
@@ -194,10 +195,11 @@ TEST_F(Inspect, ComesToOneVerdictPerRecord) {
   for (const auto& [name, bytes, verdict, rule, exit_code] : rows) {
     const Outcome verified = run("verify " + file(name, bytes) + kFuse);
     EXPECT_EQ(verified.exit_code, exit_code) << verdict << rule;
-    EXPECT_TRUE(verified.says("\n  " + std::string(verdict))) << verdict << verified.output;
-    EXPECT_TRUE(verified.tells(rule)) << rule << verified.output;
-    EXPECT_TRUE(verified.says(std::vector<const char*>{"\nPASS: ", "\nFAIL: ", "", "\nNOTHING TO JUDGE: "}.at(
-        static_cast<size_t>(exit_code))))
+    EXPECT_THAT(verified.output, HasSubstr("\n  " + std::string(verdict))) << verdict;
+    EXPECT_THAT(verified.output, Tells(rule)) << rule;
+    EXPECT_THAT(verified.output,
+                HasSubstr(std::vector<const char*>{"\nPASS: ", "\nFAIL: ", "", "\nNOTHING TO JUDGE: "}.at(
+                    static_cast<size_t>(exit_code))))
         << verdict;
     EXPECT_LE(longest_line(verified.output), 80U);
   }
@@ -218,16 +220,17 @@ TEST_F(Inspect, AsksTheLibraryWhoWouldTakeTheRecord) {
        "      refused by QOR_AWB_Calibration_Reference_Points_Correction,\n"
        "      Correct_Reference_Points_qorModule, Dual_Cam_Correction\n"}};
   for (const auto& [bytes, answers] : rows) {
-    EXPECT_TRUE(run("verify " + file("awb_cal", bytes) + kFuse).says(answers)) << answers;
+    EXPECT_THAT(run("verify " + file("awb_cal", bytes) + kFuse).output, HasSubstr(answers)) << answers;
   }
 }
 
 TEST_F(Inspect, JudgesAPhoneAsPulled) {
   const Outcome verified = run("verify " + phone());
   EXPECT_EQ(verified.exit_code, 0);
-  EXPECT_TRUE(verified.says("main module: fuse ID 11223344 55667788 99aabbcc ddeeff01")) << verified.output;
-  EXPECT_TRUE(verified.says("absent: main camera: a_light_awb, flash, dual_flash, gyro, lens_shading"));
-  EXPECT_TRUE(verified.says("\nPASS: 2 good\n"));
+  EXPECT_THAT(verified.output, HasSubstr("main module: fuse ID 11223344 55667788 99aabbcc ddeeff01"));
+  EXPECT_THAT(verified.output,
+              HasSubstr("absent: main camera: a_light_awb, flash, dual_flash, gyro, lens_shading"));
+  EXPECT_THAT(verified.output, HasSubstr("\nPASS: 2 good\n"));
 }
 
 TEST_F(Inspect, FailsAnAbsentKindOnlyWhenItIsRequired) {
@@ -238,7 +241,7 @@ TEST_F(Inspect, FailsAnAbsentKindOnlyWhenItIsRequired) {
   for (const auto& [required, exit_code] : rows) {
     EXPECT_EQ(run("verify " + path("phone") + " --require " + required).exit_code, exit_code) << required;
   }
-  EXPECT_TRUE(run("verify " + path("phone") + " --require flash").says("flash (required)"));
+  EXPECT_THAT(run("verify " + path("phone") + " --require flash").output, HasSubstr("flash (required)"));
 }
 
 // A record that is good in the cache and damaged on the partition is lost with the next wipe.
@@ -249,15 +252,16 @@ TEST_F(Inspect, LetsNoGoodCopyHideABadOne) {
   file("phone/mfg.img", image);
   const Outcome verified = run("verify " + path("phone"));
   EXPECT_EQ(verified.exit_code, 1);
-  EXPECT_TRUE(verified.says(
-      "bad CRC                  main camera, AWB record\n      partition: mfg.img, byte 0x20000"));
-  EXPECT_TRUE(verified.says("the cache's is good"));
+  EXPECT_THAT(
+      verified.output,
+      HasSubstr("bad CRC                  main camera, AWB record\n      partition: mfg.img, byte 0x20000"));
+  EXPECT_THAT(verified.output, HasSubstr("the cache's is good"));
 }
 
 TEST_F(Inspect, ShowsTheMarginToTheGoldenSample) {
   const std::string name = file("awb_cal", awb());
   const Outcome verified = run("verify " + name + " --golden 0.75,0.5859375 --threshold 10");
-  EXPECT_TRUE(verified.says("0.0312 from the golden sample, 0.0750 allowed (42 % of it)")) << verified.output;
+  EXPECT_THAT(verified.output, HasSubstr("0.0312 from the golden sample, 0.0750 allowed (42 % of it)"));
   EXPECT_EQ(run("verify " + name + " --golden 0.75").exit_code, 2);
   EXPECT_EQ(run("verify " + name + " --fuse 1,2,3").exit_code, 2);
   EXPECT_EQ(run("verify " + name + " --fuse 1,2,3,4294967296").exit_code, 2);
@@ -268,7 +272,7 @@ TEST_F(Inspect, SparesTheFrontCameraThatBearsTheMainOnesFuseId) {
   const std::string fuse = " --fuse front=1,2,3,4 --fuse main=0x11223344,0x55667788,0x99aabbcc,0xddeeff01";
   const Outcome verified = run("verify " + name + fuse);
   EXPECT_EQ(verified.exit_code, 0) << verified.output;
-  EXPECT_TRUE(verified.says("bears the main camera's fuse ID"));
+  EXPECT_THAT(verified.output, HasSubstr("bears the main camera's fuse ID"));
   EXPECT_EQ(run("verify " + file("awb_cal_sub_CAM", awb()) + " --fuse sub=1,2,3,4").exit_code, 1);
 }
 

@@ -78,8 +78,8 @@ class Mutation : public ToolTest {
     const Outcome answer =
         in_folder(std::string(row.prepare) + " true && timeout 5 " + as + " " AWBCAL " " + row.command);
     EXPECT_EQ(answer.exit_code, row.exit_code) << row.prepare << row.command << "\n" << answer.output;
-    EXPECT_TRUE(answer.tells(row.says)) << row.prepare << row.command << "\n" << answer.output;
-    EXPECT_FALSE(answer.says(row.never_says)) << row.prepare << row.command << "\n" << answer.output;
+    EXPECT_THAT(answer.output, Tells(row.says)) << row.prepare << row.command << "\n";
+    EXPECT_THAT(answer.output, Not(HasSubstr(row.never_says))) << row.prepare << row.command << "\n";
   }
 };
 

@@ -6,7 +6,6 @@
 namespace {
 
 using namespace tool;
-using ::testing::HasSubstr;
 
 class Replay : public ToolTest {
  protected:
@@ -104,7 +103,8 @@ TEST_F(Replay, GivesNoVerdictOnTenFrames) {
 TEST_F(Replay, NamesAFrameThatCountsAsNothing) {
   text_file("a.csv", csv(5, 800) + "0,0,0\n" + csv(5, 800).substr(20));
   const Outcome low = run("replay " + path("a.csv") + " --golden 0.75,0.5625");
-  EXPECT_TRUE(low.tells("warning: frame 6 (" + path("a.csv") + ":7) has no usable sample and counts as 0"));
+  EXPECT_THAT(low.output,
+              Tells("warning: frame 6 (" + path("a.csv") + ":7) has no usable sample and counts as 0"));
   EXPECT_THAT(low.output, HasSubstr("R/G 720 (0.7031)"));
   EXPECT_THAT(run("replay " + path("a.csv") + " --golden 0.75,0.5625 --json").output,
               HasSubstr("\"is_without_samples\": true"));

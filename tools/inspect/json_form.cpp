@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <cctype>
+#include <cmath>
 #include <ctime>
 
 #include "inspect/verdict.h"
@@ -175,7 +176,24 @@ std::string field_id(const FieldSpec& field) {
   return id;
 }
 
+namespace {
+
+/// Row by row; a gain that is no finite number keeps its bits as the hexadecimal digits of its bytes.
+Json gains_json(std::span<const uint8_t> gains) {
+  Json rows = Json::array();
+  for (size_t i = 0; i < calib::kMeshGains; ++i) {
+    if (i % kMeshColumns == 0) rows.push_back(Json::array());
+    const std::span<const uint8_t> bytes = gains.subspan(i * sizeof(float), sizeof(float));
+    const auto gain = calib::record_at<float>(bytes.data());
+    rows.back().push_back(std::isfinite(gain) ? Json(gain) : Json(hex(bytes)));
+  }
+  return rows;
+}
+
+}  // namespace
+
 Json field_json(std::span<const uint8_t> record, const FieldSpec& field) {
+  if (field.kind == FieldKind::gains) return gains_json(record.subspan(field.offset, field.width));
   if (is_run_of_bytes(field)) return hex(record.subspan(field.offset, field.width));
   const uint64_t value = field_value(record, field);
   if (field.kind == FieldKind::signed_word) return static_cast<int32_t>(value);

@@ -29,7 +29,7 @@ std::string text_of(const Json& document);
 /// The name of a field in JSON: "valid word" is "valid_word", "R/G" is "r_g".
 std::string field_id(const FieldSpec& field);
 
-/// The field's value: a number, or hexadecimal digits.
+/// The field's value: a number, hexadecimal digits, or a mesh's gains as kMeshRows rows of kMeshColumns numbers.
 Json field_json(std::span<const uint8_t> record, const FieldSpec& field);
 
 /// The document of `awbcal show`. With `raw`, each record has its bytes as well.

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 
@@ -59,9 +60,39 @@ std::string safe_path(const std::string& text) {
   return text;
 }
 
+void check_count(const Json& array, size_t count, const char* of, const std::string& by) {
+  if (!array.is_array() || array.size() != count)
+    throw InputError(fmt::format("{}: expected {} {}: {}", by, count, of, short_text(array)));
+}
+
+Bytes bytes_of_gain(const Json& value, const std::string& by) {
+  float gain = INFINITY;
+  if (value.is_string() && value.get_ref<const std::string&>().size() == 2 * sizeof gain)
+    return bytes_of_hex(value.get<std::string>());
+  if (value.is_number()) gain = static_cast<float>(value.get<double>());
+  if (!std::isfinite(gain)) throw InputError(fmt::format("{}: not a gain: {}", by, short_text(value)));
+  Bytes bytes(sizeof gain);
+  std::memcpy(bytes.data(), &gain, sizeof gain);
+  return bytes;
+}
+
+Bytes bytes_of_gains(const Json& rows, const std::string& by) {
+  check_count(rows, kMeshRows, "rows of gains", by);
+  Bytes bytes;
+  for (const Json& row : rows) {
+    check_count(row, kMeshColumns, "gains in a row", by);
+    for (const Json& value : row) {
+      const Bytes gain = bytes_of_gain(value, by);
+      bytes.insert(bytes.end(), gain.begin(), gain.end());
+    }
+  }
+  return bytes;
+}
+
 Bytes bytes_of_field(const FieldSpec& field, const Json& value, const std::string& by) {
   if (is_run_of_bytes(field)) {
-    Bytes bytes = bytes_of_hex(value.get<std::string>());
+    Bytes bytes =
+        field.kind == FieldKind::gains ? bytes_of_gains(value, by) : bytes_of_hex(value.get<std::string>());
     if (bytes.size() != field.width)
       throw InputError(fmt::format("{}: expected {} bytes, found {}", by, field.width, bytes.size()));
     return bytes;

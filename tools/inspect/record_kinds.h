@@ -36,6 +36,11 @@ struct FieldSpec {
   const char* name;
 };
 
+/// The grid of a channel's lens-shading gains, row by row.
+inline constexpr size_t kMeshColumns = 17;
+inline constexpr size_t kMeshRows = 13;
+static_assert(kMeshColumns * kMeshRows == calib::kMeshGains);
+
 /// A field whose value is a run of bytes and not a number.
 constexpr bool is_run_of_bytes(const FieldSpec& field) {
   return field.kind == FieldKind::payload || field.kind == FieldKind::gains;

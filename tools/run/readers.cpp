@@ -25,13 +25,13 @@ constexpr Reader kAwbReaders[] = {
     {.function = "Dual_Cam_Correction",
      .line_when_used = "Load Calibraton data[",
      .line_after = kALightBegins,
-     .effect = "Pair ratios, normal light,",
+     .effect = "Normal-light pair ratios",
      .done = "handed out"},
     {.function = "Sensor_Check_AWB_Calibration_Result", .never_passes = kAwbFieldsTooWide}};
 constexpr Reader kALightReaders[] = {{.function = "Dual_Cam_Correction",
                                       .line_when_used = "Load Calibraton data[",
                                       .first_line = kALightBegins,
-                                      .effect = "Pair ratios, A light,",
+                                      .effect = "A-light pair ratios",
                                       .done = "handed out"}};
 constexpr Reader kFlashReaders[] = {
     {.function = "QOR_AWB_Calibration_Reference_Points_Correction",

@@ -73,9 +73,6 @@ TuningBlock make_awb_tuning(const calib::GoldenRatios& golden);
 /// Mesh tables of a typical lens.
 TuningBlock make_mesh_tuning();
 
-inline constexpr size_t kMeshColumns = 17;
-inline constexpr size_t kMeshRows = 13;
-static_assert(kMeshColumns * kMeshRows == calib::kMeshGains);
 inline constexpr size_t kMeshCorner = 0;
 inline constexpr size_t kMeshCentre = calib::kMeshGains / 2;
 
