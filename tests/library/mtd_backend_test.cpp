@@ -27,7 +27,7 @@ TEST_F(MtdBackend, FindsTheFirstWholeNameInTheFirst511BytesOfProcMtd) {
   };
   const Row rows[] = {
       {"with the kernel's header", "dev:    size   erasesize  name\n" + line + "\n", true},
-      {"without a header or a line end", line, true},
+      {"without a header or a newline", line, true},
       {"the first of two", line + "\nmtd5: 00004000 00001000 \"mfg\"\n", true},
       {"whole names only", "mtd1: 1 1 \"mfg2\"\nmtd2: 1 1 \"mf\"\nmtd3: 1 1 \"MFG\"\n", false},
       {"behind an overlong name", long_name + line + "\n", true},

@@ -70,7 +70,7 @@ TEST_F(PartitionLookup, ProcEmmcTakesTheFirstWholeNameOfAWellFormedLine) {
       {"quoted before the colon", "\"mfg\" a: 1 2\n", nullptr},
       {"no closing quote", "a: 1 2 \"mfg\n", nullptr},
       {"no closing quote at the end of the file", "a: 1 2 \"mfg", nullptr},
-      {"no line end", "a: \"mfg\"", "/dev/block/a"},
+      {"no newline", "a: \"mfg\"", "/dev/block/a"},
       {"second colon is part of the rest", "a:b: \"mfg\"\n", "/dev/block/a"},
       {"empty device", ": \"mfg\"\n", "/dev/block/"},
       {"a long line is parsed in pieces of 254", long_line(254) + "a: \"mfg\"\n", "/dev/block/a"},

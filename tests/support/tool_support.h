@@ -22,7 +22,7 @@ using support::sealed64;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-/// Every run of blanks and line ends as one blank: what a text says, wherever it was wrapped.
+/// Every run of blanks and newlines as one blank: what a text says, wherever it was wrapped.
 inline std::string unwrapped(const std::string& text) {
   std::string result;
   for (const char c : text) {

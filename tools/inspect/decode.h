@@ -1,4 +1,4 @@
-// Record bytes as named fields. Says what stands there, not whether it is good (tools/judge.h).
+// Record bytes as named fields. Says what stands there, not whether it is good (inspect/verdict.h).
 #ifndef INSPECT_DECODE_H
 #define INSPECT_DECODE_H
 

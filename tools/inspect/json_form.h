@@ -23,7 +23,7 @@ Json error_document(const char* command, std::string_view message, int exit_code
 Json json_of(const Phone& phone);  ///< name, digest, kind and record area
 Json json_of(std::optional<calib::Camera> camera);
 
-/// One line end after it; bytes that are not UTF-8 are replaced.
+/// One newline after it; bytes that are not UTF-8 are replaced.
 std::string text_of(const Json& document);
 
 /// The name of a field in JSON: "valid word" is "valid_word", "R/G" is "r_g".
