@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <type_traits>
 
-#include "common/log.h"
-
 namespace calib {
 
 /// Allocated as zeros, freed at the end of the scope. False when there was no memory.
@@ -18,10 +16,7 @@ class OnHeap {
   OnHeap() : record_(static_cast<Record*>(calloc(1, sizeof(Record)))) {}
   OnHeap(const OnHeap&) = delete;
   OnHeap& operator=(const OnHeap&) = delete;
-  ~OnHeap() {
-    const KeepErrno keep;
-    free(record_);
-  }
+  ~OnHeap() { free(record_); }
 
   explicit operator bool() const { return record_ != nullptr; }
   Record& operator*() const { return *record_; }

@@ -14,7 +14,6 @@ template <class State>
 State* open_back_end(int32_t (*open)(State*, const char*), const char* name) {
   auto* state = static_cast<State*>(calloc(1, sizeof(State)));
   if (state != nullptr && open(state, name) < 0) {
-    const calib::KeepErrno keep;
     free(state);
     state = nullptr;
   }

@@ -1,5 +1,4 @@
-// Lets "malloc" fail for the library under test, and for nobody else in the process. Its free() leaves a foreign
-// errno behind, as the C library of an older phone may.
+// Lets "malloc" fail for the library under test, and for nobody else in the process.
 #include <link.h>
 
 #include <cerrno>
@@ -8,17 +7,14 @@
 #include <cstring>
 
 #include "phone/calls/faults.h"
-#include "phone/services/log.h"
 
 // Found without dlsym(), which may itself ask for memory: the sanitizer's allocator if there is one, else the
 // C library's.
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
-void __libc_free(void* memory);
 __attribute__((weak)) void* __interceptor_malloc(size_t size);
 __attribute__((weak)) void* __interceptor_calloc(size_t count, size_t size);
-__attribute__((weak)) void __interceptor_free(void* memory);
 }
 
 namespace phone {
@@ -42,16 +38,11 @@ int look_in_object(dl_phdr_info* object, size_t, void* argument) {
   return 1;
 }
 
-/// Whether faults are armed and the library has made the call that returns there.
-bool is_to_be_disturbed(void* return_address) {
+bool allocation_fails(void* return_address) {
   if (!__atomic_load_n(&any_fault_armed, __ATOMIC_ACQUIRE)) return false;
   Caller caller{reinterpret_cast<uintptr_t>(return_address), false};
   dl_iterate_phdr(look_in_object, &caller);
-  return caller.in_library;
-}
-
-bool allocation_fails(void* return_address) {
-  if (!is_to_be_disturbed(return_address) || effect_on_service_call("malloc", "").error == 0) return false;
+  if (!caller.in_library || effect_on_service_call("malloc", "").error == 0) return false;
   errno = ENOMEM;
   return true;
 }
@@ -67,10 +58,4 @@ extern "C" __attribute__((visibility("default"))) void* malloc(size_t size) {
 extern "C" __attribute__((visibility("default"))) void* calloc(size_t count, size_t size) {
   if (phone::allocation_fails(__builtin_return_address(0))) return nullptr;
   return __interceptor_calloc != nullptr ? __interceptor_calloc(count, size) : __libc_calloc(count, size);
-}
-
-extern "C" __attribute__((visibility("default"))) void free(void* memory) {
-  const int before = errno;
-  __interceptor_free != nullptr ? __interceptor_free(memory) : __libc_free(memory);
-  errno = phone::is_to_be_disturbed(__builtin_return_address(0)) ? phone::kForeignErrno : before;
 }
