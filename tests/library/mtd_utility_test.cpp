@@ -150,7 +150,7 @@ TEST_F(MtdUtility, BytesThatCannotBeWrittenAtTheCloseAreNoSuccess) {
     EXPECT_EQ(mtd_write_data(stream, "abc", 3), 3);
     fail(call, path, 1, expected);
     phone().add_fault({.call = "close", .path = kMtdPath, .error = EDQUOT});  // too late to count
-    log_of([&] { EXPECT_EQ(mtd_write_close(stream), -1) << call; });
+    log_of([&, call = call] { EXPECT_EQ(mtd_write_close(stream), -1) << call; });
     EXPECT_EQ(error, expected);
   }
 }
