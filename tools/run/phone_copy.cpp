@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <stdexcept>
 
 #include "records/kernel_export.h"
 
@@ -53,18 +52,6 @@ void copy_file(const Phone& phone, const PhoneFile& file, ScratchPhone& copy) {
   }
 }
 
-/// A phone has many more than the library reads, some of them longer than it could.
-void copy_properties(const Phone& phone, ScratchPhone& copy) {
-  if (!phone.properties) return;
-  for (const auto& [name, value] : *phone.properties) {
-    try {
-      copy.phone().set_property(name, value);
-    } catch (const std::invalid_argument&) {
-      // No property service would hold it, so the library would read its default.
-    }
-  }
-}
-
 }  // namespace
 
 phone::Options phone_options_for(const Phone& phone) {
@@ -89,7 +76,7 @@ void copy_phone(const Phone& phone, const Modules& modules, bool reboot, Scratch
   for (const auto& entry : fs::directory_iterator(copy.phone().host_path("/sys/android_camera_awb_cal"))) {
     fs::remove(entry.path());
   }
-  copy_properties(phone, copy);
+  if (phone.properties) copy.phone().set_properties(*phone.properties);
   for (const auto& [camera, module] : modules) copy.fit(camera, module);
   for (const PhoneFile& file : phone.files) copy_file(phone, file, copy);
   if (reboot || phone.kind == Layout::partition) copy.phone().reboot();
