@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <random>
@@ -37,7 +38,7 @@ Bytes words_turned(Bytes bytes) {
 /// One block of 32 bytes, stored as it is.
 Bytes zstd_of(const Bytes& record) {
   Bytes packed = {0x28, 0xB5, 0x2F, 0xFD, 0x20, 0x20, 0x01, 0x01, 0x00};
-  packed.insert(packed.end(), record.begin(), record.end());
+  std::ranges::copy(record, std::back_inserter(packed));
   return packed;
 }
 
