@@ -199,7 +199,11 @@ void VirtualPhone::write_partition(uint64_t offset, const void* data, size_t siz
 
 void VirtualPhone::reboot() {
   power_nand_on();
-  export_calibration(dir_, partition(), property("ro.pagesize"));
+  const AreaPlace area = record_area(property("ro.pagesize"));
+  if (!attached_nand()) return export_calibration(dir_, read_file(dir_ / kEmmcImage, area.offset, area.size));
+  std::vector<uint8_t> bytes = partition();
+  bytes.erase(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(std::min(area.offset, bytes.size())));
+  export_calibration(dir_, std::move(bytes));
 }
 
 Nand& VirtualPhone::nand() {

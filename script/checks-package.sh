@@ -181,7 +181,7 @@ check_manual() {
   for page in $root/usr/share/man/man*/*; do
     [ -z "$(man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null)" ] || die "$page has warnings"
   done
-  $root/usr/bin/awbcal --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF { print $1 }' |
+  $root/usr/bin/awbcal --help | sed -n '/^Subcommands:/,$p' | awk 'NR > 1 && NF && $1 != "help" { print $1 }' |
     while read -r command; do
       [ -e "$root/usr/share/man/man1/awbcal-$command.1" ] || die "no page for 'awbcal $command'"
     done

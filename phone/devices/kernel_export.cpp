@@ -52,14 +52,9 @@ void write_file(const std::filesystem::path& file, const Bytes& bytes) {
   if (!out.flush()) throw std::runtime_error("cannot write " + file.string());
 }
 
-/// `size` bytes from `offset`; zeros where the partition has ended.
-Bytes page_of(const Bytes& partition, size_t offset, size_t size) {
-  Bytes page(size, 0);
-  if (offset < partition.size()) {
-    std::copy_n(partition.begin() + static_cast<ptrdiff_t>(offset), std::min(size, partition.size() - offset),
-                page.begin());
-  }
-  return page;
+Bytes slot_of(const Bytes& area, size_t index) {
+  const auto first = area.begin() + static_cast<ptrdiff_t>(index * calib::kSlotSize);
+  return Bytes(first, first + static_cast<ptrdiff_t>(calib::kSlotSize));
 }
 
 Bytes camera_export(const Bytes& slot, const Bytes& lens_shading) {
@@ -76,29 +71,32 @@ Bytes camera_export(const Bytes& slot, const Bytes& lens_shading) {
 
 }  // namespace
 
-Bytes read_file(const std::filesystem::path& file) {
+Bytes read_file(const std::filesystem::path& file, uint64_t offset, uint64_t most) {
   std::ifstream in(file, std::ios::binary | std::ios::ate);
   if (!in) return {};
-  Bytes bytes(static_cast<size_t>(in.tellg()));
-  in.seekg(0);
+  const auto size = static_cast<uint64_t>(in.tellg());
+  offset = std::min(offset, size);
+  Bytes bytes(std::min(most, size - offset));
+  in.seekg(static_cast<std::streamoff>(offset));
   in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   return bytes;
 }
 
-void export_calibration(const std::filesystem::path& dir, const Bytes& partition,
-                        const std::string& page_size) {
+AreaPlace record_area(const std::string& page_size) {
+  return {.offset = page_size == "4096" ? calib::kAreaBase4k : calib::kAreaBase2k,
+          .size = (kDualCameraSlot + 1) * calib::kSlotSize};
+}
+
+void export_calibration(const std::filesystem::path& dir, Bytes area) {
   const std::filesystem::path nodes = dir / "sys/android_camera_awb_cal";
   const std::filesystem::path factory = dir / "factory";
   std::filesystem::create_directories(nodes);
-  const size_t base = page_size == "4096" ? calib::kAreaBase4k : calib::kAreaBase2k;
-  size_t slot_at = base;
-  for (const Camera& camera : kCameras) {
-    const Bytes slot = page_of(partition, slot_at, calib::kSlotSize);
-    write_file(nodes / camera.node, camera_export(slot, read_file(factory / camera.lens_shading)));
-    slot_at += calib::kSlotSize;
+  area.resize((kDualCameraSlot + 1) * calib::kSlotSize);
+  for (size_t i = 0; i < std::size(kCameras); ++i) {
+    const Bytes lens_shading = read_file(factory / kCameras[i].lens_shading);
+    write_file(nodes / kCameras[i].node, camera_export(slot_of(area, i), lens_shading));
   }
-  write_file(nodes / "awb_cal_3D",
-             page_of(partition, base + kDualCameraSlot * calib::kSlotSize, calib::kSlotSize));
+  write_file(nodes / "awb_cal_3D", slot_of(area, kDualCameraSlot));
   std::filesystem::remove(nodes / "awb_cal_InHouse3D");
   if (std::filesystem::exists(factory / "inhouse_3d.bin")) {
     write_file(nodes / "awb_cal_InHouse3D", read_file(factory / "inhouse_3d.bin"));

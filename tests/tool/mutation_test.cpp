@@ -30,8 +30,8 @@ Bytes raw_nand(const Bytes& image) {
   return chip;
 }
 
-Bytes words_turned(Bytes bytes) {
-  for (size_t at = 0; at < bytes.size(); at += 4) std::reverse(&bytes[at], &bytes[at] + 4);
+Bytes turned(Bytes bytes, size_t unit) {
+  for (size_t at = 0; at < bytes.size(); at += unit) std::reverse(&bytes[at], &bytes[at] + unit);
   return bytes;
 }
 
@@ -61,7 +61,8 @@ class Mutation : public ToolTest {
     Bytes cut = raw_nand(image);
     cut.resize(cut.size() - 100);
     file("chip_cut", cut);
-    file("turned", words_turned(image));
+    file("words", turned(image, 4));
+    file("half_words", turned(image, 2));
     file("area", Bytes(image.begin() + 0x20000, image.begin() + 0x24000));
     put(image, 0x10000, awb());
     file("both", image);
@@ -98,7 +99,8 @@ const Untruth kUntruths[] = {
     {"", "show chip", 0,
      "chip: raw NAND: pages of 2048 bytes, the 64 out-of-band bytes after each left out, 1 bad"},
     {"", "show chip_cut", 0, kAwb},
-    {"", "show turned", 0, "turned: the four bytes of every word in reverse order: turned round"},
+    {"", "show words", 0, "words: the four bytes of every word in reverse order: turned round"},
+    {"", "show half_words", 0, "half_words: the two bytes of every half-word in reverse order: turned round"},
     {"", "show area", 0, "area: the record area alone"},
     {"head -c 4096 area >slot &&", "show slot", 0, "slot: one camera's slot of the record area"},
     {"(head -c 131072 /dev/zero; cat mfg.img) >a &&", "show a", 0,

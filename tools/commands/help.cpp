@@ -40,7 +40,10 @@ int help(const CLI::App& parent, const std::string& topic, Terminal& terminal) {
   if (topic == kExitCodes) {
     print_exit_codes(terminal);
   } else {
-    std::string text = topic.empty() ? parent.help() : parent.get_subcommand(topic)->help(parent.get_name());
+    const CLI::App& app = topic.empty() ? parent : *parent.get_subcommand(topic);
+    const std::string name = topic.empty() ? parent.get_name() : parent.get_name() + " " + topic;
+    // Not help() of the parent, which would be that of the subcommand just parsed: this one.
+    std::string text = parent.get_formatter()->make_help(&app, name, CLI::AppFormatMode::Normal);
     text.erase(text.find_last_not_of('\n') + 1);
     terminal.line(text);
   }

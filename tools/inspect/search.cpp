@@ -54,27 +54,6 @@ bool is_telling(const RecordSpec& spec, const Claims& claims, const Modules& mod
   });
 }
 
-struct Count {
-  int good = 0;
-  int telling = 0;
-};
-
-/// The records where the layout has them, if the area begins at `base`.
-Count count_at(std::span<const uint8_t> bytes, uint64_t base, const Modules& modules) {
-  Count count;
-  for (const RecordSpec& spec : record_specs()) {
-    if (!spec.offset) continue;
-    for (int camid = 0; camid < (spec.is_per_camera ? 3 : 1); ++camid) {
-      const uint64_t at = base + area_offset(spec, camid);
-      if (at + spec.size > bytes.size() || is_blank(bytes.subspan(at, spec.size))) continue;
-      const Claims claims = claims_of(spec, bytes.subspan(at, spec.size));
-      count.good += is_good(claims) ? 1 : 0;
-      count.telling += is_telling(spec, claims, modules) ? 1 : 0;
-    }
-  }
-  return count;
-}
-
 /// Places of finished valid words, found by their first byte: most bytes of a partition are blank.
 class ValidWords {
  public:
@@ -156,59 +135,106 @@ bool is_marked_bad(std::span<const uint8_t> block, const PageLayout& layout) {
   return false;
 }
 
-/// As the kernel's reader delivers the chip: the good blocks without their out-of-band bytes.
-Reading without_spare(std::span<const uint8_t> bytes, const PageLayout& layout) {
-  const size_t step = layout.page + layout.spare;
-  const size_t block_size = step * layout.pages_per_block;
-  Reading reading;
-  int bad_blocks = 0;
-  for (size_t begin = 0; begin < bytes.size(); begin += block_size) {
-    const auto block = bytes.subspan(begin, std::min(block_size, bytes.size() - begin));
-    if (is_marked_bad(block, layout)) {
-      ++bad_blocks;
-      continue;
-    }
-    for (size_t at = 0; at + layout.page <= block.size(); at += step) {
-      const auto page = block.subspan(at, layout.page);
-      reading.bytes.insert(reading.bytes.end(), page.begin(), page.end());
+/// One way to take the bytes: as they are, or of a chip's good blocks without their out-of-band bytes, as the kernel's
+/// reader delivers them. Put together only where they are looked at.
+class Way {
+ public:
+  explicit Way(std::span<const uint8_t> bytes) : bytes_(bytes), size_(bytes.size()) {}
+  Way(std::span<const uint8_t> bytes, const PageLayout& layout) : bytes_(bytes), layout_(&layout) {
+    const size_t block_size = step() * layout.pages_per_block;
+    for (size_t begin = 0; begin < bytes.size(); begin += block_size) {
+      const auto block = bytes.subspan(begin, std::min(block_size, bytes.size() - begin));
+      if (is_marked_bad(block, layout)) {
+        ++bad_blocks_;
+        continue;
+      }
+      good_blocks_.push_back(begin);
+      size_ += (block.size() + layout.spare) / step() * layout.page;
     }
   }
-  reading.how = fmt::format("raw NAND: pages of {} bytes, the {} out-of-band bytes after each left out",
-                            layout.page, layout.spare);
-  if (bad_blocks > 0)
-    reading.how += fmt::format(", {} bad block{} as well", bad_blocks, bad_blocks == 1 ? "" : "s");
-  return reading;
-}
 
-Reading with_words_turned(std::span<const uint8_t> bytes) {
-  Reading reading{.bytes = Bytes(bytes.begin(), bytes.end()),
-                  .how = "the four bytes of every word in reverse order: turned round"};
-  for (size_t at = 0; at + sizeof(uint32_t) <= bytes.size(); at += sizeof(uint32_t)) {
-    std::reverse(reading.bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                 reading.bytes.begin() + static_cast<std::ptrdiff_t>(at + sizeof(uint32_t)));
+  size_t size() const { return size_; }
+  const PageLayout* layout() const { return layout_; }
+  /// False: a dump that would end amid a page.
+  bool is_likely(size_t dump_size) const { return layout_ == nullptr || dump_size % step() == 0; }
+
+  /// At most `size` bytes; less where they end.
+  Bytes part(size_t at, size_t size) const {
+    Bytes part;
+    const size_t end = std::min(size_, at + size);
+    part.reserve(end - std::min(at, end));
+    while (at < end) {
+      const std::span<const uint8_t> run = run_at(at, end - at);
+      part.insert(part.end(), run.begin(), run.end());
+      at += run.size();
+    }
+    return part;
   }
-  return reading;
-}
 
-/// A way to take the bytes, tried on their beginning.
-struct Way {
-  Reading sample;
-  const PageLayout* layout = nullptr;  ///< of a dump with out-of-band bytes
-  bool is_likely = true;               ///< false: a dump that ends amid a page
+  /// What is said of the chip's bytes.
+  std::string how() const {
+    std::string how = fmt::format("raw NAND: pages of {} bytes, the {} out-of-band bytes after each left out",
+                                  layout_->page, layout_->spare);
+    if (bad_blocks_ > 0)
+      how += fmt::format(", {} bad block{} as well", bad_blocks_, bad_blocks_ == 1 ? "" : "s");
+    return how;
+  }
+
+ private:
+  size_t step() const { return size_t{layout_->page} + layout_->spare; }
+
+  /// Bytes that lie together, at most `most`.
+  std::span<const uint8_t> run_at(size_t at, size_t most) const {
+    if (layout_ == nullptr) return bytes_.subspan(at, most);
+    const size_t page = at / layout_->page;
+    const size_t in_page = at % layout_->page;
+    const size_t block = good_blocks_[page / layout_->pages_per_block];
+    return bytes_.subspan(block + page % layout_->pages_per_block * step() + in_page,
+                          std::min(most, layout_->page - in_page));
+  }
+
+  std::span<const uint8_t> bytes_;
+  const PageLayout* layout_ = nullptr;
+  std::vector<size_t> good_blocks_ = {};  ///< where they begin
+  int bad_blocks_ = 0;
+  size_t size_ = 0;
 };
 
 /// The bytes as they are, and without the out-of-band bytes that they may have.
-std::vector<Way> ways_to_read(const Bytes& bytes) {
-  std::vector<Way> ways = {{.sample = {.bytes = bytes}}};
-  const auto beginning = std::span(bytes).first(std::min(bytes.size(), kSample));
-  for (const PageLayout& layout : kPageLayouts) {
-    ways.push_back(
-        {without_spare(beginning, layout), &layout, bytes.size() % (layout.page + layout.spare) == 0});
-  }
+std::vector<Way> ways_to_read(std::span<const uint8_t> bytes) {
+  std::vector<Way> ways = {Way(bytes)};
+  const auto beginning = bytes.first(std::min(bytes.size(), kSample));
+  for (const PageLayout& layout : kPageLayouts) ways.emplace_back(beginning, layout);
   return ways;
 }
 
+Bytes with_units_turned(Bytes bytes, size_t unit) {
+  for (size_t at = 0; at + unit <= bytes.size(); at += unit) std::reverse(&bytes[at], &bytes[at] + unit);
+  return bytes;
+}
+
 // ---- the best of them -------------------------------------------------------------------------------------
+
+struct Count {
+  int good = 0;
+  int telling = 0;
+};
+
+/// The records where the layout has them, if the area begins at `base`.
+Count count_at(const Way& way, uint64_t base, const Modules& modules) {
+  Count count;
+  for (const RecordSpec& spec : record_specs()) {
+    if (!spec.offset) continue;
+    for (int camid = 0; camid < (spec.is_per_camera ? 3 : 1); ++camid) {
+      const Bytes bytes = way.part(base + area_offset(spec, camid), spec.size);
+      if (bytes.size() < spec.size || is_blank(bytes)) continue;
+      const Claims claims = claims_of(spec, bytes);
+      count.good += is_good(claims) ? 1 : 0;
+      count.telling += is_telling(spec, claims, modules) ? 1 : 0;
+    }
+  }
+  return count;
+}
 
 /// The bases at which the phone looks, or where a file of the area alone has it.
 std::vector<uint64_t> expected_bases(const SearchOptions& options, size_t size) {
@@ -218,23 +244,26 @@ std::vector<uint64_t> expected_bases(const SearchOptions& options, size_t size) 
   return bases;
 }
 
-/// Keeps the readings that are as good as the best.
+/// Keeps the ways that are as good as the best.
 class Best {
  public:
   /// An unlikely way has to be better than a likely one.
-  void take(const Way& way, uint64_t base, int count) {
-    const int score = 2 * count + (way.is_likely ? 1 : 0);
+  void take(const Way& way, bool is_likely, uint64_t base, int count) {
+    const int score = 2 * count + (is_likely ? 1 : 0);
     if (count == 0 || score < score_) return;
     if (score > score_) found_.clear();
     score_ = score;
-    if (found_.size() < kMostReadings) found_.emplace_back(&way, base);
+    if (found_.size() < kMostReadings) found_.emplace_back(way.layout(), base);
   }
   bool is_found() const { return !found_.empty(); }
   std::vector<Reading> readings(const Bytes& bytes) const {
     std::vector<Reading> readings;
-    for (const auto& [way, base] : found_) {
-      readings.push_back(way->layout == nullptr ? way->sample : without_spare(bytes, *way->layout));
-      readings.back().base = base;
+    for (const auto& [layout, base] : found_) {
+      readings.push_back({.bytes = {}, .base = base});
+      if (layout == nullptr) continue;
+      const Way way(bytes, *layout);
+      readings.back().bytes = way.part(0, way.size());
+      readings.back().how = way.how();
     }
     return readings;
   }
@@ -242,7 +271,7 @@ class Best {
  private:
   static constexpr size_t kMostReadings = 8;
   int score_ = 0;
-  std::vector<std::pair<const Way*, uint64_t>> found_;
+  std::vector<std::pair<const PageLayout*, uint64_t>> found_;
 };
 
 int rank_of(uint64_t base) {
@@ -250,32 +279,45 @@ int rank_of(uint64_t base) {
   return base % kSmallestBlock == 0 ? 1 : 0;
 }
 
+std::vector<Reading> best_readings(const Bytes& bytes, const std::vector<Way>& ways,
+                                   const SearchOptions& options) {
+  Best expected;
+  Best damaged;
+  for (const Way& way : ways) {
+    const bool is_likely = way.is_likely(bytes.size());
+    for (const uint64_t base : expected_bases(options, way.size())) {
+      const Count count = count_at(way, base, options.modules);
+      expected.take(way, is_likely, base, count.good);
+      damaged.take(way, is_likely, base, count.telling);
+    }
+  }
+  if (expected.is_found()) return expected.readings(bytes);
+  if (damaged.is_found()) return damaged.readings(bytes);
+  Best elsewhere;
+  for (const Way& way : ways) {
+    if (!way.is_likely(bytes.size())) continue;
+    for (const auto& [base, hits] : bases_of_hits(way.part(0, way.size())))
+      elsewhere.take(way, true, base, 3 * hits + rank_of(base));
+  }
+  return elsewhere.readings(bytes);
+}
+
 }  // namespace
 
 std::vector<Reading> search_records(const Bytes& bytes, const SearchOptions& options) {
-  std::vector<Way> ways = ways_to_read(bytes);
-  for (int round = 0; round < 2; ++round) {
-    Best expected;
-    Best damaged;
-    Best elsewhere;
-    for (const Way& way : ways) {
-      for (const uint64_t base : expected_bases(options, way.sample.bytes.size())) {
-        const Count count = count_at(way.sample.bytes, base, options.modules);
-        expected.take(way, base, count.good);
-        damaged.take(way, base, count.telling);
-      }
+  constexpr std::pair<size_t, const char*> kTurns[] = {{4, "the four bytes of every word"},
+                                                       {2, "the two bytes of every half-word"}};
+  std::vector<Reading> readings = best_readings(bytes, ways_to_read(bytes), options);
+  for (const auto& [unit, what] : kTurns) {
+    if (!readings.empty()) break;
+    const Bytes turned = with_units_turned(bytes, unit);
+    readings = best_readings(turned, {Way(turned)}, options);
+    for (Reading& reading : readings) {
+      reading.bytes = turned;
+      reading.how = fmt::format("{} in reverse order: turned round", what);
     }
-    if (expected.is_found()) return expected.readings(bytes);
-    if (damaged.is_found()) return damaged.readings(bytes);
-    for (const Way& way : ways) {
-      if (!way.is_likely) continue;
-      for (const auto& [base, hits] : bases_of_hits(way.sample.bytes))
-        elsewhere.take(way, base, 3 * hits + rank_of(base));
-    }
-    if (elsewhere.is_found()) return elsewhere.readings(bytes);
-    ways = {{.sample = with_words_turned(bytes)}};
   }
-  return {};
+  return readings;
 }
 
 std::string shift_text(uint64_t base, std::optional<uint32_t> expected) {

@@ -13,7 +13,7 @@ namespace awbcal {
 
 /// One way to take the bytes.
 struct Reading {
-  Bytes bytes;           ///< as the partition's
+  Bytes bytes;           ///< as the partition's; empty where nothing was done to them
   uint64_t base = 0;     ///< where the record area begins
   std::string how = {};  ///< what was done to the bytes; empty: nothing
 };

@@ -38,10 +38,9 @@ std::vector<Answer> answers_on(RecordKind kind, const CameraRun& run) {
 std::map<calib::Camera, CameraRun> run_cameras(const Phone& phone, const Modules& modules) {
   // Where a ratio is 1, nothing that counts here depends on it.
   constexpr calib::GoldenRatios kGolden{1.0F, 1.0F};
-  ScratchPhone copy(phone_options_for(phone));
   Modules fitted = modules;
   fitted.merge(assumed_modules(phone, modules));
-  copy_phone(phone, fitted, false, copy);
+  PhoneCopy copy(phone, fitted, false);
   std::map<calib::Camera, CameraRun> runs;
   for (const calib::Camera camera : kCameras) {
     CameraTuning tuning(kGolden);

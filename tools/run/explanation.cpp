@@ -61,8 +61,7 @@ Explanation explain(const Phone& phone, const ExplainQuestion& question) {
   Modules fitted = question.modules;
   fitted.insert(result.assumed.begin(), result.assumed.end());
   result.sources = tell_sources(read, question.camera, question.modules);
-  ScratchPhone copy(phone_options_for(phone));
-  copy_phone(phone, fitted, question.reboot, copy);
+  PhoneCopy copy(phone, fitted, question.reboot);
   result.calls = start_camera(copy.phone(), question.camera, question.golden, result.after);
   result.corrections = tell_corrections(read, question.camera, question.modules, result.calls);
   return result;

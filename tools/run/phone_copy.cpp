@@ -35,13 +35,27 @@ void put_record(const PhoneFile& file, ScratchPhone& copy) {
   }
 }
 
-void copy_file(const Phone& phone, const PhoneFile& file, ScratchPhone& copy) {
+phone::Options options_for(const Phone& phone, const Bytes& partition) {
+  phone::Options options;
+  options.partition_size = std::max<uint64_t>(options.partition_size, partition.size());
+  if (phone.area) options.page_size = phone.area->page_size;
+  return options;
+}
+
+/// The new phone's partition is a file without content that reads as zeros, and remains one where it may.
+void copy_partition(const Bytes& partition, ScratchPhone& copy) {
+  constexpr size_t kPart = 16 * 1024;
+  for (size_t at = 0; at < partition.size(); at += kPart) {
+    const auto part = std::span(partition).subspan(at, std::min(kPart, partition.size() - at));
+    const bool is_zero = std::ranges::all_of(part, [](uint8_t byte) { return byte == 0; });
+    if (!is_zero) copy.phone().write_partition(at, part.data(), part.size());
+  }
+}
+
+void copy_file(const PhoneFile& file, ScratchPhone& copy) {
   if (file.content.trouble) return;
   const Bytes& bytes = file.content.bytes;
-  if (file.layout == Layout::partition) {
-    const Bytes content = partition_bytes(phone);
-    copy.phone().write_partition(0, content.data(), content.size());
-  } else if (file.layout == Layout::dual_camera_node) {
+  if (file.layout == Layout::dual_camera_node) {
     copy.put(kDualCameraNode, bytes);
   } else if (file.source == Source::cache) {
     copy.put("/data/misc/camera/" + fs::path(file.path).filename().string(), bytes);
@@ -54,13 +68,6 @@ void copy_file(const Phone& phone, const PhoneFile& file, ScratchPhone& copy) {
 
 }  // namespace
 
-phone::Options phone_options_for(const Phone& phone) {
-  phone::Options options;
-  options.partition_size = std::max<uint64_t>(options.partition_size, partition_bytes(phone).size());
-  if (phone.area) options.page_size = phone.area->page_size;
-  return options;
-}
-
 Modules assumed_modules(const Phone& phone, const Modules& known) {
   Modules assumed;
   for (const FoundRecord& record : phone.records) {
@@ -72,14 +79,19 @@ Modules assumed_modules(const Phone& phone, const Modules& known) {
   return assumed;
 }
 
-void copy_phone(const Phone& phone, const Modules& modules, bool reboot, ScratchPhone& copy) {
-  for (const auto& entry : fs::directory_iterator(copy.phone().host_path("/sys/android_camera_awb_cal"))) {
+PhoneCopy::PhoneCopy(const Phone& phone, const Modules& modules, bool reboots)
+    : PhoneCopy(phone, modules, reboots, partition_bytes(phone)) {}
+
+PhoneCopy::PhoneCopy(const Phone& phone, const Modules& modules, bool reboots, const Bytes& partition)
+    : copy_(options_for(phone, partition)) {
+  for (const auto& entry : fs::directory_iterator(copy_.phone().host_path("/sys/android_camera_awb_cal"))) {
     fs::remove(entry.path());
   }
-  if (phone.properties) copy.phone().set_properties(*phone.properties);
-  for (const auto& [camera, module] : modules) copy.fit(camera, module);
-  for (const PhoneFile& file : phone.files) copy_file(phone, file, copy);
-  if (reboot || phone.kind == Layout::partition) copy.phone().reboot();
+  if (phone.properties) copy_.phone().set_properties(*phone.properties);
+  for (const auto& [camera, module] : modules) copy_.fit(camera, module);
+  copy_partition(partition, copy_);
+  for (const PhoneFile& file : phone.files) copy_file(file, copy_);
+  if (reboots || phone.kind == Layout::partition) copy_.phone().reboot();
 }
 
 }  // namespace awbcal

@@ -7,15 +7,22 @@
 
 namespace awbcal {
 
-/// The options of a phone that can hold the input's partition.
-phone::Options phone_options_for(const Phone& phone);
-
 /// Of a camera whose module is not known, the fuse ID that its first good record bears.
 Modules assumed_modules(const Phone& phone, const Modules& known);
 
-/// Only what the input has: a node or file that is absent there is absent in the copy. With `reboot`, or when the
+/// Only what the input has: a node or file that is absent there is absent in the copy. With `reboots`, or when the
 /// input is a partition alone, the kernel reads the partition anew.
-void copy_phone(const Phone& phone, const Modules& modules, bool reboot, ScratchPhone& copy);
+class PhoneCopy {
+ public:
+  PhoneCopy(const Phone& phone, const Modules& modules, bool reboots);
+
+  phone::VirtualPhone& phone() { return copy_.phone(); }
+
+ private:
+  PhoneCopy(const Phone& phone, const Modules& modules, bool reboots, const Bytes& partition);
+
+  ScratchPhone copy_;
+};
 
 }  // namespace awbcal
 
