@@ -170,6 +170,9 @@ TEST_F(Mutation, UnreadableIsNotAbsent) {
       geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : std::string();
   if (in_folder(as + " " AWBCAL " --version").exit_code != 0)
     GTEST_SKIP() << "no other user can run the tool";
+  Bytes behind(calib::kExportSize);
+  put(behind, calib::kExportAwb, awb());
+  file("phone/sys/android_camera_awb_cal/awb_cal", behind);
   const Untruth rows[] = {
       {"chmod 0 phone/data/misc/camera/awb_cal &&", "verify phone", 2, "awb_cal: Permission denied",
        "absent: main camera: awb"},
@@ -178,6 +181,8 @@ TEST_F(Mutation, UnreadableIsNotAbsent) {
       {"chmod 644 phone/data/misc/camera &&", "show phone", 2, "aec_cal: Permission denied",
        "0 records found"},
       {"chmod 0 phone/data/misc/camera &&", "verify phone", 2, "data/misc/camera: cannot be read", "absent"},
+      {"", "verify phone", 2, "\nunreadable: main camera: awb,", "\ngood"},
+      {"", "explain main phone", 2, "export      taken unless one before it is there; good"},
       {"chmod 0 phone/getprop.txt &&", "verify bad phone/getprop.txt", 2,
        "getprop.txt: cannot be read: Permission"},
       {"chmod 0 phone &&", "verify phone", 2, "awbcal: phone: cannot be read: Permission denied\n"},

@@ -88,11 +88,17 @@ void print_record(Terminal& terminal, const Phone& phone, const VerifiedRecord& 
   print_answers(terminal, verified.answers, Acceptance::not_reached, "not reached by");
 }
 
+/// Nothing more can be said of it than its verdict: the reason, if any, stands with the input.
+bool is_of_group(const RecordVerdict& verdict) {
+  const bool is_anywhere = verdict.record != nullptr || !verdict.file.empty();
+  return verdict.is_missing() || (verdict.finding.verdict == Verdict::unreadable && !is_anywhere);
+}
+
 /// "camera: kinds", the required ones marked.
-void print_missing(Terminal& terminal, const Verification& verification, Verdict verdict) {
+void print_group(Terminal& terminal, const Verification& verification, Verdict verdict) {
   std::map<int, std::pair<std::string, std::vector<std::string>>> lines;
   for (const VerifiedRecord& verified : verification.records) {
-    if (verified.verdict.finding.verdict != verdict) continue;
+    if (verified.verdict.finding.verdict != verdict || !is_of_group(verified.verdict)) continue;
     const auto camera = verified.verdict.camera;
     auto& [name, kinds] = lines[camera ? camid_of(*camera) : 3];
     name = camera ? fmt::format("{} camera", camera_name(*camera)) : "phone";
@@ -135,10 +141,10 @@ void print_verification(Terminal& terminal, const Phone& phone, const Modules& m
   show_modules(terminal, modules, verification.assumed);
   terminal.line();
   for (const VerifiedRecord& verified : verification.records) {
-    if (!verified.verdict.is_missing()) print_record(terminal, phone, verified);
+    if (!is_of_group(verified.verdict)) print_record(terminal, phone, verified);
   }
-  print_missing(terminal, verification, Verdict::blank);
-  print_missing(terminal, verification, Verdict::absent);
+  for (const Verdict verdict : {Verdict::blank, Verdict::absent, Verdict::unreadable})
+    print_group(terminal, verification, verdict);
   for (const auto& [function, reason] : never_passing(verification))
     terminal.paragraph(fmt::format("note: {} {}", function, reason));
   terminal.line();

@@ -66,7 +66,7 @@ FileTree FileTree::of_folder(const fs::path& folder) {
       if (entry.type == Type::folder) folders.push_back(inner);
       tree.add(inner, std::move(entry));
     }
-    if (error) tree.unreadable_.push_back(fmt::format("{}: cannot be read: {}", path, error.message()));
+    if (error) tree.unreadable_[path] = "cannot be read: " + error.message();
   }
   return tree;
 }

@@ -41,8 +41,8 @@ class FileTree {
   const std::string& name() const { return name_; }
 
   const std::map<std::string, Entry>& entries() const { return entries_; }
-  /// Folders that cannot be looked into: what they hold is not known.
-  const std::vector<std::string>& unreadable() const { return unreadable_; }
+  /// Folders that cannot be looked into, and why: what they hold is not known.
+  const std::map<std::string, std::string>& unreadable() const { return unreadable_; }
 
   /// Links are followed as the phone would: an absolute one from the root of the tree.
   FileContent read(const std::string& path) const;
@@ -58,7 +58,7 @@ class FileTree {
  private:
   std::string name_;
   std::map<std::string, Entry> entries_;
-  std::vector<std::string> unreadable_;
+  std::map<std::string, std::string> unreadable_;
 };
 
 }  // namespace awbcal

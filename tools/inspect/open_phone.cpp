@@ -279,19 +279,36 @@ bool leads_to_records(const std::string& path) {
   return kFolders.contains(fs::path(path).filename().string());
 }
 
-/// What a link to a folder outside would show is the phone's, and not known.
-void check_folder_link(Phone& phone, const FileTree& tree, const std::string& path) {
-  const std::optional<std::string> trouble = tree.resolve(path).trouble;
-  if (!trouble) return;
-  phone.unknown.push_back(fmt::format("{}: {}", path, *trouble));
-  phone.may_hold_more = true;
+bool is_in(const std::string& path, const std::string& folder) {
+  return path == folder || path.starts_with(folder + "/");
+}
+
+/// A folder that cannot be looked into: what it may hold is not known.
+void add_unknown_folder(Phone& phone, const std::string& path, const std::string& trouble) {
+  static const std::pair<const char*, Source> kHomes[] = {
+      {"data/misc/camera", Source::cache},
+      {"sys/android_camera_awb_cal", Source::kernel_export},
+      {"dev", Source::partition},
+      {"proc", Source::partition},
+      {"factory", Source::factory}};
+  const std::string reason = fmt::format("{}: {}", path, trouble);
+  phone.unknown.push_back(reason);
+  std::set<Source> sources;
+  for (const auto& [home, source] : kHomes) {
+    if (is_in(path, home) || is_in(home, path)) sources.insert(source);
+  }
+  // Files that were pulled one by one are known by their names in whatever folder.
+  if (sources.empty()) sources = {Source::cache, Source::kernel_export, Source::partition};
+  for (const Source source : sources) phone.unknown_sources.emplace(source, reason);
 }
 
 void add_file(Phone& phone, const FileTree& tree, const std::string& path, const std::string& partition,
               bool with_digest) {
   const FileTree::Entry& entry = tree.entries().at(path);
   PhoneFile file = describe(path, partition);
-  if (entry.type == FileTree::Type::link && leads_to_records(path)) check_folder_link(phone, tree, path);
+  if (entry.type == FileTree::Type::link && leads_to_records(path)) {
+    if (const auto trouble = tree.resolve(path).trouble) add_unknown_folder(phone, path, *trouble);
+  }
   // A folder in a record's place is no file that could be read, and that has to be said.
   if (entry.type == FileTree::Type::folder && (file.layout == Layout::other || file.layout == Layout::text))
     return;
@@ -312,11 +329,12 @@ void add_tree(Phone& phone, const std::string& name, const FileTree& tree, bool 
   for (const auto& [path, entry] : tree.entries()) {
     if (fs::path(path).filename() != kMadeHereMark) add_file(phone, tree, path, partition.path, with_digests);
   }
-  phone.unknown.insert(phone.unknown.end(), tree.unreadable().begin(), tree.unreadable().end());
-  phone.may_hold_more = phone.may_hold_more || !tree.unreadable().empty() || partition.is_not_known;
+  for (const auto& [path, trouble] : tree.unreadable()) add_unknown_folder(phone, path, trouble);
+  if (partition.is_not_known)
+    phone.unknown_sources.emplace(Source::partition, "what leads to the partition cannot be read");
   const bool has_any = std::any_of(phone.files.begin() + static_cast<std::ptrdiff_t>(before),
                                    phone.files.end(), is_of_a_phone);
-  if (!has_any && !phone.may_hold_more)
+  if (!has_any && phone.unknown_sources.empty())
     throw InputError(fmt::format("{}: no file of a phone's calibration in it", name));
   if (partition.path.empty() && !partition.is_not_known) phone.notes.emplace_back("partition: absent");
 }

@@ -98,7 +98,7 @@ State Phone::state_of(const RecordSpec& spec, std::optional<Camera> camera, Sour
   const bool is_unreadable = std::any_of(files.begin(), files.end(), [&](const PhoneFile& file) {
     return file.content.trouble && file.source == source && file.has_place_for(spec, camera);
   });
-  return is_unreadable || may_hold_more ? State::unreadable : State::absent;
+  return is_unreadable || unknown_sources.contains(source) ? State::unreadable : State::absent;
 }
 
 Bytes partition_bytes(const Phone& phone) {

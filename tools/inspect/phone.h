@@ -87,7 +87,8 @@ struct Phone {
   std::vector<std::string> unknown = {};  ///< what could not be read and why; a line each
   Digests digests = {};                   ///< as they were given; only where they were asked for
 
-  bool may_hold_more = false;  ///< a folder, or what leads to the partition, could not be read
+  /// Which may hold more, and why: their folder, or what leads there, is unreadable.
+  std::map<Source, std::string> unknown_sources = {};
 
   /// False: what was not found may be there all the same, and the answer is incomplete.
   bool is_complete() const { return unknown.empty(); }

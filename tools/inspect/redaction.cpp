@@ -276,7 +276,7 @@ bool holds_other_bytes(const Phone& phone, const PhoneFile& file) {
   if (file.layout != Layout::partition) return false;
   std::vector<bool> known(file.content.bytes.size());
   for (const FoundRecord& record : phone.records) {
-    if (&phone.files[record.file] == &file)
+    if (&phone.files[record.file] == &file && !record.bytes.empty())
       std::fill_n(known.begin() + static_cast<std::ptrdiff_t>(record.offset), record.bytes.size(), true);
   }
   for (size_t at = 0; at < known.size(); ++at) {

@@ -164,18 +164,39 @@ bool take_unreadable(const Phone& phone, RecordVerdict& result) {
   return false;
 }
 
+/// Whether readers would try a source first of which is not known what it holds.
+bool is_behind_unknown(const Phone& phone, const FoundRecord& record) {
+  if (phone.kind != Layout::phone || record.source == Source::file) return false;
+  const bool has_cache = !record.spec->cache_file(record.camera.value_or(Camera::main)).empty();
+  for (const Source source : {Source::cache, Source::kernel_export}) {
+    if (source >= record.source) return false;
+    const bool is_possible = has_cache || source != Source::cache;
+    if (is_possible && phone.state_of(*record.spec, record.camera, source) == State::unreadable) return true;
+  }
+  return false;
+}
+
+/// What is wrong with the record wherever else a good one may be.
+bool is_wrong_anyway(const Finding& finding) {
+  return finding.verdict != Verdict::good && finding.verdict != Verdict::blank &&
+         finding.verdict != Verdict::overwritten;
+}
+
 RecordVerdict verdict_of(const Phone& phone, const RecordSpec& spec, std::optional<Camera> camera,
                          const Modules& modules, bool is_strict) {
   RecordVerdict result{.spec = &spec, .camera = camera};
   const std::vector<Held> all = held_by_sources(phone, spec, camera, modules);
   const bool is_unreadable = take_unreadable(phone, result);
   const Held* decides = is_unreadable ? nullptr : deciding(all, is_strict);
+  if (decides != nullptr && !is_wrong_anyway(decides->finding) && is_behind_unknown(phone, *decides->record))
+    decides = nullptr;
   if (decides != nullptr) {
     result.finding = decides->finding;
     result.record = decides->record;
     result.file = phone.files[decides->record->file].path;
-  } else if (!is_unreadable && phone.may_hold_more) {
-    result.finding = {Verdict::unreadable, "files and folders that can be read", phone.unknown.front()};
+  } else if (!is_unreadable && !phone.unknown_sources.empty()) {
+    result.finding = {Verdict::unreadable, "files and folders that can be read",
+                      phone.unknown_sources.begin()->second};
   }
   for (const Held& held : all) {
     const bool is_same = decides != nullptr && held.record->bytes == decides->record->bytes;

@@ -25,7 +25,7 @@ std::string trouble_of(const Phone& phone, const RecordSpec& spec, Camera camera
     if (file.content.trouble && file.source == source && file.has_place_for(spec, camera))
       return fmt::format("{}: {}", file.path, *file.content.trouble);
   }
-  return phone.unknown.empty() ? "not known" : phone.unknown.front();
+  return phone.unknown_sources.at(source);
 }
 
 std::string verdict_text(const Phone& phone, const FoundRecord& record, const Modules& modules) {
@@ -38,6 +38,7 @@ std::string verdict_text(const Phone& phone, const FoundRecord& record, const Mo
 void tell_sources_of(const Phone& phone, Camera camera, const Modules& modules, const RecordSpec& spec,
                      std::vector<SourceStory>& stories) {
   std::string taken;
+  bool is_behind_unknown = false;
   for (const auto& [source, name] : kLoaded) {
     const State state = phone.state_of(spec, camera, source);
     const FoundRecord* record = phone.find(spec, camera, source);
@@ -46,9 +47,11 @@ void tell_sources_of(const Phone& phone, Camera camera, const Modules& modules, 
                                    ? "absent"
                                    : fmt::format("unreadable: {}", trouble_of(phone, spec, camera, source));
       if (source != Source::file) stories.push_back({&spec, name, state, fate});
+      is_behind_unknown = is_behind_unknown || state != State::absent;
       continue;
     }
-    const std::string fate = taken.empty() ? "taken" : fmt::format("not read: the {} opens first", taken);
+    const char* first = is_behind_unknown ? "taken unless one before it is there" : "taken";
+    const std::string fate = taken.empty() ? first : fmt::format("not read: the {} opens first", taken);
     if (taken.empty()) taken = name;
     stories.push_back(
         {&spec, name, state, fmt::format("{}; {}", fate, verdict_text(phone, *record, modules))});

@@ -1,6 +1,7 @@
 #include "run/phone_copy.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 
 #include "records/kernel_export.h"
@@ -47,7 +48,7 @@ void copy_partition(const Bytes& partition, ScratchPhone& copy) {
   constexpr size_t kPart = 16 * 1024;
   for (size_t at = 0; at < partition.size(); at += kPart) {
     const auto part = std::span(partition).subspan(at, std::min(kPart, partition.size() - at));
-    const bool is_zero = std::ranges::all_of(part, [](uint8_t byte) { return byte == 0; });
+    const bool is_zero = part[0] == 0 && std::memcmp(&part[0], &part[0] + 1, part.size() - 1) == 0;
     if (!is_zero) copy.phone().write_partition(at, part.data(), part.size());
   }
 }

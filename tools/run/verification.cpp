@@ -65,9 +65,9 @@ bool is_asked_for(const RecordVerdict& verdict, const VerifyQuestion& question) 
 
 /// Which files no verdict speaks of: properties and the tables by which the partition is found.
 bool is_read_whole(const Phone& phone) {
-  return !phone.may_hold_more && std::ranges::none_of(phone.files, [](const PhoneFile& file) {
-    return file.content.trouble && (file.layout == Layout::properties || file.layout == Layout::text);
-  });
+  return phone.unknown_sources.empty() && std::ranges::none_of(phone.files, [](const PhoneFile& file) {
+           return file.content.trouble && (file.layout == Layout::properties || file.layout == Layout::text);
+         });
 }
 
 VerifiedRecord verified(RecordVerdict verdict, const VerifyQuestion& question,
