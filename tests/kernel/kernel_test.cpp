@@ -53,12 +53,16 @@ Bytes raw(const char* device, uint64_t offset, size_t size) {
   return bytes;
 }
 
-int answer_of_bad_block(int64_t block) {
+int ask_nand(unsigned long request, void* argument) {
   const int fd = open(kNand, O_RDONLY);
-  loff_t at = block * kBlock;
-  const int answer = ioctl(fd, MEMGETBADBLOCK, &at);
+  const int answer = ioctl(fd, request, argument);
   close(fd);
   return answer;
+}
+
+int answer_of_bad_block(int64_t block) {
+  loff_t at = block * kBlock;
+  return ask_nand(MEMGETBADBLOCK, &at);
 }
 
 bool transfer(bool write, uint64_t offset, Bytes& bytes) {
@@ -83,33 +87,19 @@ bool reads_as(uint64_t offset, const Bytes& expected) {
   return transfer(false, offset, bytes) && bytes == expected;
 }
 
-std::vector<uint64_t> record_positions() {
-  std::vector<uint64_t> positions;
-  for (const uint64_t base : {calib::kAreaBase2k, calib::kAreaBase4k}) {
-    for (uint32_t slot = 0; slot < 3; ++slot) {
-      for (const uint64_t in_slot : {calib::kSlotAwb, calib::kSlotFlash, calib::kSlotAec,
-                                     calib::kSlotDualFlash, calib::kSlotGyro, calib::kSlotALightAwb}) {
-        positions.push_back(base + slot * calib::kSlotSize + in_slot);
-      }
-    }
-    positions.push_back(base + calib::kAreaDualCameraFirstForm);
-    positions.push_back(base + calib::kAreaDualCamera);
-  }
-  return positions;
-}
-
 /// `shift`: where logical block 0 lies on the device.
 void every_record_position(const char* device, uint64_t shift) {
   const size_t size = 3 * kBlock;
   Bytes expected = raw(device, shift, size);
   fact(expected.size() == size, "%s gives its first %zu usable bytes", device, size);
   int good = 0;
-  for (const uint64_t position : record_positions()) {
+  const auto positions = support::record_positions();
+  for (const size_t position : positions) {
     const Bytes record = pattern(48, static_cast<uint32_t>(position));
     std::copy(record.begin(), record.end(), expected.begin() + static_cast<long>(position));
     good += write_bytes(position, record) && reads_as(position, record) ? 1 : 0;
   }
-  const int count = static_cast<int>(record_positions().size());
+  const int count = static_cast<int>(positions.size());
   fact(good == count, "%d of %d record positions written and read back", good, count);
   fact(raw(device, shift, size) == expected, "the kernel reads the same bytes, and no other byte changed");
 }
@@ -217,9 +207,7 @@ void grave(phone::VirtualPhone& phone) {
 
 mtd_ecc_stats ecc_stats() {
   mtd_ecc_stats stats{};
-  const int fd = open(kNand, O_RDONLY);
-  ioctl(fd, ECCGETSTATS, &stats);
-  close(fd);
+  ask_nand(ECCGETSTATS, &stats);
   return stats;
 }
 

@@ -122,16 +122,18 @@ TEST_F(Loaders, UnreadableFilesFallBackAndFailingReadsEndTheFile) {
   const Bytes image = pattern(4000), record = pattern(32, 2);
   put("/data/misc/camera/flash_cal", record);
   put(kNodes[0], image);
-  const auto loaded_with = [&](const Fault& fault, int32_t result) {
+  const auto loaded_with = [&](const std::vector<Fault>& faults, int32_t result) {
     phone().clear_faults();
-    phone().add_fault(fault);
+    for (const Fault& fault : faults) phone().add_fault(fault);
     return loaded(kLoaders[0], result);
   };
-  EXPECT_EQ(loaded_with({.call = "open", .path = "/data/misc/camera/*", .error = 13}, 32),
+  EXPECT_EQ(loaded_with({{.call = "open", .path = "/data/misc/camera/*", .error = 13}}, 32),
             part(image, 3648, 32));
-  EXPECT_EQ(loaded_with({.call = "read", .transfer = 10}, 32), part(record, 0, 32))
+  EXPECT_EQ(loaded_with({{.call = "read", .error = EINTR}}, 32), part(record, 0, 32)) << "a signal";
+  EXPECT_EQ(loaded_with({{.call = "read", .transfer = 10}, {.call = "read", .nth = 2, .error = EINTR}}, 32),
+            part(record, 0, 32))
       << "read on after a short read";
-  EXPECT_EQ(loaded_with({.call = "read", .nth = 1}, 0), kUntouched) << "and no fallback";
+  EXPECT_EQ(loaded_with({{.call = "read", .nth = 1}}, 0), kUntouched) << "and no fallback";
 }
 
 TEST_F(Loaders, TheAwbLoaderHandsOutTheTagWord) {

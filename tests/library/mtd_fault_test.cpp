@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <random>
 
-#include "records/record_layouts.h"
 #include "tests/support/nand_model.h"
 #include "tests/support/nand_phone.h"
 
@@ -96,21 +95,6 @@ struct Chip {
   uint32_t blocks;
 };
 
-std::vector<size_t> record_positions() {
-  std::vector<size_t> positions;
-  for (const size_t base : {calib::kAreaBase2k, calib::kAreaBase4k}) {
-    for (size_t slot = 0; slot < 3; ++slot) {
-      for (const size_t in_slot : {calib::kSlotAwb, calib::kSlotFlash, calib::kSlotAec, calib::kSlotDualFlash,
-                                   calib::kSlotGyro, calib::kSlotALightAwb}) {
-        positions.push_back(base + slot * calib::kSlotSize + in_slot);
-      }
-    }
-    positions.push_back(base + calib::kAreaDualCameraFirstForm);
-    positions.push_back(base + calib::kAreaDualCamera);
-  }
-  return positions;
-}
-
 class EveryBadBlock : public testing::TestWithParam<std::tuple<Kind, Chip>> {};
 
 TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
@@ -149,22 +133,6 @@ constexpr Chip kChips[] = {{16384, 12}, {131072, 4}};
 
 INSTANTIATE_TEST_SUITE_P(Nand, EveryBadBlock,
                          testing::Combine(testing::ValuesIn(kKinds), testing::ValuesIn(kChips)));
-
-// The model may be wrong in the same way as the library; this much it cannot be.
-TEST(MarkedBadBlocks, DoNotCountInTheAddressesOfReadsAndWrites) {
-  const phone::NandGeometry geometry{.erase_size = 4096, .blocks = 8, .factory_bad = {0, 3, 4}};
-  Bench bench(geometry);
-  bench.start(patterned(geometry));
-  const Bytes data = pattern(3 * 4096, 7);
-  ASSERT_TRUE(bench.write_as_modelled(4096, data, "three blocks"));
-  const uint32_t places[] = {2, 5, 6};
-  for (size_t i = 0; i < 3; ++i) {
-    const auto from = data.begin() + static_cast<long>(i) * 4096;
-    EXPECT_EQ(bench.nand().block_bytes(places[i]), Bytes(from, from + 4096)) << i;
-  }
-  EXPECT_EQ(bench.nand().block_bytes(1), pattern(4096, 2)) << "logical block 0";
-  EXPECT_EQ(bench.model().read(4096, data.size()), data);
-}
 
 // ---- random fault schedules -------------------------------------------------------------------------------
 

@@ -70,16 +70,21 @@ TEST_F(NullArguments, AreRefusedWithoutALineOrAnEffect) {
   }
 }
 
-TEST_F(NullArguments, BuffersOfTheRecordAreaFailLikeTheirTransfers) {
+TEST_F(NullArguments, AndLengthsOfTheRecordAreaFailLikeTheirTransfers) {
   const Row rows[] = {RESULT(-1, ReadEmmcFlash, nullptr, 32),
                       RESULT(-1, ReadEmmcOffset, nullptr, 32, 0),
                       RESULT(-1, WriteFlash, nullptr, 32),
                       RESULT(-1, WriteFlash_for_front_Cam, nullptr, 32),
                       RESULT(-1, WriteFlash_for_bayer_Cam, nullptr, 32, 0),
-                      RESULT(-1, WriteFlashOffset, nullptr, 32, 0)};
+                      RESULT(-1, WriteFlashOffset, nullptr, 32, 0),
+                      RESULT(-1, ReadEmmcOffset, m, 0, 0),
+                      RESULT(-1, ReadEmmcOffset, m, 32, 0x80000000),
+                      RESULT(-1, WriteFlash_for_front_Cam, m, 0),
+                      RESULT(-1, WriteFlashOffset, m, 0, 0)};
+  float memory[8] = {};
   const Bytes before = phone().partition();
   for (const Row& row : rows) {
-    for (const auto& line : log_of([&] { EXPECT_EQ(row.call(nullptr), row.result) << row.name; }))
+    for (const auto& line : log_of([&] { EXPECT_EQ(row.call(memory), row.result) << row.name; }))
       EXPECT_FALSE(line.text.starts_with("write partition data")) << row.name;
   }
   EXPECT_EQ(phone().partition(), before);

@@ -188,16 +188,6 @@ TEST_F(RecordArea, FailuresAreMinusOneWithTheirLineAndStillCheckTheArea) {
   }
 }
 
-TEST_F(RecordArea, BadLengthsAreFailures) {
-  Bytes b(32);
-  const Bytes before = phone().partition();
-  EXPECT_EQ(ReadEmmcOffset(b.data(), 0, 0), -1);
-  EXPECT_EQ(ReadEmmcOffset(b.data(), 32, 0x80000000), -1) << "past the end of the partition";
-  EXPECT_EQ(WriteFlash_for_front_Cam(b.data(), 0), -1);
-  EXPECT_EQ(WriteFlashOffset(b.data(), 0, 0), -1);
-  EXPECT_EQ(phone().partition(), before);
-}
-
 TEST_F(RecordArea, CheckFlashReportsOnlyTheClose) {
   EXPECT_EQ(CheckFlash(), 0);
   phone().add_fault({.call = "read", .path = "/dev/block/mmcblk0p6"});

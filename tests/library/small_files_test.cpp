@@ -134,21 +134,4 @@ TEST_F(SmallFiles, AreNotWrittenThroughALink) {
   }
 }
 
-TEST_F(SmallFiles, AreReadWholeThroughSignals) {
-  const Bytes record = sealed32({3099, 5, 6, 7, kModule[0], kModule[1], kModule[2], kModule[3]});
-  put("/data/misc/camera/aec_cal", record);
-  for (const std::vector<Fault>& faults :
-       {std::vector<Fault>{{.call = "read", .error = EINTR}},
-        std::vector<Fault>{{.call = "read", .transfer = 5}, {.call = "read", .nth = 2, .error = EINTR}}}) {
-    for (Fault fault : faults) {
-      fault.path = "/data/misc/camera/aec_cal";
-      phone().add_fault(fault);
-    }
-    Bytes buffer(36);
-    EXPECT_EQ(aec_read_calibration(buffer.data(), 36), 36);
-    EXPECT_EQ(buffer, record);
-    phone().clear_faults();
-  }
-}
-
 }  // namespace

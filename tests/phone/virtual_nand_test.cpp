@@ -184,18 +184,6 @@ TEST_F(VirtualNandTest, MarksCountersViolationsAndContentSurviveInTheFolder) {
 
 // ---- a chip that breaks -----------------------------------------------------------------------------------
 
-TEST_F(VirtualNandTest, AFailedOperationLeavesTheBlockHalfDone) {
-  ASSERT_EQ(program(1, 0x00), kErase);
-  nand().add_fault({.op = Op::erase, .block = 1});
-  nand().add_fault({.op = Op::program, .block = 3, .nth = 2});
-  expect_calls({{"erase", [&] { return erase(kErase); }, -1, EIO}});
-  EXPECT_EQ(nand().block_bytes(1), block_of(0xFF, 0x00));
-  expect_calls({{"the next erase", [&] { return erase(kErase); }, 0},
-                {"program", [&] { return program(3, 0xFF); }, kErase},
-                {"the next program", [&] { return program(3, 0x00); }, -1, EIO}});
-  EXPECT_EQ(nand().block_bytes(3), block_of(0x00, 0xFF));
-}
-
 TEST_F(VirtualNandTest, CorruptionIsSilentAndLastsOnlyWhereItIsStored) {
   // clang-format off
   const std::pair<int64_t, size_t> rows[] = {
@@ -214,25 +202,6 @@ TEST_F(VirtualNandTest, CorruptionIsSilentAndLastsOnlyWhereItIsStored) {
     }
   }
   EXPECT_EQ(nand().violations().size(), 0u);
-}
-
-TEST_F(VirtualNandTest, EccCountersMoveWithTheBlocksRead) {
-  nand().add_fault({.op = Op::read, .effect = Effect::ecc_corrected, .block = 0, .from_then_on = true});
-  nand().add_fault({.op = Op::read, .effect = Effect::ecc_failed, .block = 1});
-  ASSERT_EQ(program(1, 0x77), kErase);
-  Bytes bytes(3 * kErase);
-  for (const unsigned round : {1u, 2u}) {
-    ASSERT_EQ(pread(fd, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-    EXPECT_EQ(ecc().corrected, round);
-    EXPECT_EQ(ecc().failed, 1u);
-  }
-  EXPECT_EQ(bytes[kErase], 0x77);
-  nand().add_fault({.op = Op::ecc_stats});
-  nand().add_fault({.op = Op::ask_bad, .block = 0});
-  mtd_ecc_stats stats = {};
-  expect_calls({{"counters", [&] { return ioctl(fd, ECCGETSTATS, &stats); }, -1, EIO},
-                {"bad block", [&] { return is_bad(0); }, -1, EIO},
-                {"bad block, again", [&] { return is_bad(0); }, 0}});
 }
 
 TEST_F(VirtualNandTest, AfterAPowerCutNothingAnswersUntilTheNextBoot) {

@@ -57,10 +57,6 @@ inline Words bits_of(const Floats& values) {
   return words;
 }
 
-inline void add_to_hash(uint64_t& hash, const Words& words) {
-  for (const uint32_t word : words) hash = (hash ^ word) * 0x100000001B3U;
-}
-
 // ---- records ----------------------------------------------------------------------------------------------
 
 inline constexpr uint32_t kMainModule[4] = {71, 0x80000002, 73, 74};

@@ -12,6 +12,7 @@
 #include "awb_calibration/factory.h"
 #include "awb_calibration/records.h"
 #include "common/platform.h"
+#include "records/record_layouts.h"
 
 namespace fs = std::filesystem;
 
@@ -77,6 +78,21 @@ uint32_t word_at(const Bytes& bytes, size_t offset) {
   uint32_t word = 0;
   for (size_t i = 4; i-- > 0;) word = word << 8 | bytes.at(offset + i);
   return word;
+}
+
+std::vector<size_t> record_positions() {
+  std::vector<size_t> positions;
+  for (const size_t base : {calib::kAreaBase2k, calib::kAreaBase4k}) {
+    for (size_t slot = 0; slot < 3; ++slot) {
+      for (const size_t in_slot : {calib::kSlotAwb, calib::kSlotFlash, calib::kSlotAec, calib::kSlotDualFlash,
+                                   calib::kSlotGyro, calib::kSlotALightAwb}) {
+        positions.push_back(base + slot * calib::kSlotSize + in_slot);
+      }
+    }
+    positions.push_back(base + calib::kAreaDualCameraFirstForm);
+    positions.push_back(base + calib::kAreaDualCamera);
+  }
+  return positions;
 }
 
 std::optional<Bytes> read_bytes(const fs::path& path) {

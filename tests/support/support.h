@@ -50,6 +50,9 @@ Bytes pattern(size_t size, uint32_t salt = 1);
 
 uint32_t word_at(const Bytes& bytes, size_t offset);
 
+/// Where in a partition a record may lie: of every kind and camera, for both page sizes.
+std::vector<size_t> record_positions();
+
 // ---- files and console ------------------------------------------------------------------------------------
 
 std::optional<Bytes> read_bytes(const std::filesystem::path& path);  ///< nothing when it does not exist
@@ -65,6 +68,9 @@ struct Outcome {
   std::string output;
   bool operator==(const Outcome&) const = default;
 };
+inline void PrintTo(const Outcome& outcome, std::ostream* stream) {
+  *stream << outcome.exit_code << ": " << outcome.output;
+}
 /// Runs a command line and takes its standard output.
 Outcome run_shell(const std::string& command);
 

@@ -37,6 +37,13 @@ inline auto Tells(const std::string& text) {
   return testing::ResultOf(unwrapped, HasSubstr(unwrapped(text)));
 }
 
+/// Ended with this exit code, and with an output that is, or has, each of these.
+template <class... Matchers>
+auto Exits(int exit_code, const Matchers&... output) {
+  return testing::AllOf(testing::Field("exit_code", &Outcome::exit_code, exit_code),
+                        testing::Field("output", &Outcome::output, output)...);
+}
+
 /// Runs the built tool through the shell; `how` is where its output goes.
 inline Outcome run(const std::string& arguments, const std::string& how = "2>&1") {
   return support::run_shell(AWBCAL " " + arguments + " " + how);

@@ -13,16 +13,6 @@ namespace {
 
 using namespace tool;
 
-/// What comes out of a shell command.
-std::string output_of(const std::string& command) {
-  std::FILE* pipe = popen(command.c_str(), "r");
-  std::string text;
-  char part[4096];
-  for (size_t count; (count = std::fread(part, 1, sizeof part, pipe)) > 0;) text.append(part, count);
-  pclose(pipe);
-  return text;
-}
-
 /// Runs it on a terminal of its own.
 std::string run_on_terminal(const std::string& arguments, const std::string& variables) {
   int terminal = -1;
@@ -66,7 +56,7 @@ TEST_F(AwbcalDemo, TellsTheSameStoryOnNand) {
   EXPECT_EQ(demo.exit_code, 0);
   // Another chip changes what is said of places, and of records that were never written.
   const std::string emmc = text_file("emmc.txt", golden("demo_seed1_emmc.txt"));
-  EXPECT_EQ(output_of("diff -n " + emmc + " " + text_file("nand.txt", demo.output)),
+  EXPECT_EQ(support::run_shell("diff -n " + emmc + " " + text_file("nand.txt", demo.output)).output,
             golden("demo_seed1_nand.diff"));
 }
 
@@ -140,36 +130,20 @@ TEST_F(AwbcalDemo, ShowsWhatACameraStartChanges) {
 
 // ---- recorded streams -------------------------------------------------------------------------------------
 
-/// The record's word for a column of the stream: the mean of ten rounded means.
-uint32_t expected_word(const fs::path& csv, size_t column) {
-  std::ifstream stream(csv);
-  int64_t sum = 0;
-  int frames = 0;
-  for (std::string line; frames < 10 && std::getline(stream, line);) {
-    long long fields[3];
-    if (std::sscanf(line.c_str(), "%lld,%lld,%lld", &fields[0], &fields[1], &fields[2]) != 3) continue;
-    sum += (fields[column] + fields[2] / 2) / fields[2];
-    ++frames;
-  }
-  return static_cast<uint32_t>(sum / 10);
-}
-
 TEST_F(AwbcalDemo, JudgesARecordedStream) {
-  const fs::path csv = fs::path(SOURCE_DIR) / "examples/frames_d65_main.csv";
-  const Outcome demo = run(in_phone() + " --frames " + csv.string());
-  EXPECT_EQ(demo.exit_code, 0);
-  EXPECT_THAT(demo.output, HasSubstr("recorded stream"));
-  EXPECT_EQ(support::word_at(partition(), 0x20004), expected_word(csv, 0));
-  EXPECT_EQ(support::word_at(partition(), 0x20008), expected_word(csv, 1));
+  std::string stream = "rg_sum,bg_sum,count\n";
+  for (int frame = 0; frame < 10; ++frame) stream += std::to_string(7999 + frame) + ",5705,10\n";
+  EXPECT_THAT(run(in_phone() + " --frames " + text_file("a.csv", stream + "0,0,1\n")),
+              Exits(0, HasSubstr("recorded stream")));
+  EXPECT_EQ(support::word_at(partition(), 0x20004), 800U) << "six means of 800 and four of 801, rounded down";
+  EXPECT_EQ(support::word_at(partition(), 0x20008), 571U) << "570.5 is rounded up";
 }
 
 TEST_F(AwbcalDemo, SaysThatAShortStreamGivesNoVerdict) {
   const std::string csv =
       text_file("short.csv", "rg_sum,bg_sum,count\n\n# two frames\n770000,570000,1000\r\n 1 , 2 , 0 \n");
-  const Outcome demo = run(in_phone() + " --frames " + csv);
-  EXPECT_EQ(demo.exit_code, 1);
-  EXPECT_THAT(demo.output, HasSubstr("No verdict after 2 frames"));
-  EXPECT_THAT(demo.output, HasSubstr("Calibration fail: Time out!!"));
+  EXPECT_THAT(run(in_phone() + " --frames " + csv),
+              Exits(1, HasSubstr("No verdict after 2 frames"), HasSubstr("Calibration fail: Time out!!")));
   EXPECT_EQ(support::word_at(partition(), 0x20000), 0U);
 }
 
@@ -188,9 +162,7 @@ TEST_F(AwbcalDemo, NamesTheLineOfABadStream) {
   };
   for (const auto& [content, message] : rows) {
     const std::string csv = text_file("bad.csv", content);
-    const Outcome demo = run(in_phone() + " --frames " + csv);
-    EXPECT_EQ(demo.exit_code, 2) << content;
-    EXPECT_EQ(demo.output, "awbcal: " + csv + message + "\n");
+    EXPECT_THAT(run(in_phone() + " --frames " + csv), Exits(2, "awbcal: " + csv + message + "\n")) << content;
     EXPECT_FALSE(fs::exists(path("phone"))) << "a phone was made for nothing";
   }
 }
@@ -210,9 +182,7 @@ TEST_F(AwbcalDemo, RefusesBadArguments) {
 
 TEST_F(AwbcalDemo, KeepsAwayFromFoldersThatItDidNotMake) {
   text_file("letter.txt", "dear all");
-  const Outcome refused = run("demo --dir " + path(""));
-  EXPECT_EQ(refused.exit_code, 2);
-  EXPECT_THAT(refused.output, HasSubstr("not empty"));
+  EXPECT_THAT(run("demo --dir " + path("")), Exits(2, HasSubstr("not empty")));
   EXPECT_EQ(text("letter.txt"), "dear all");
   EXPECT_EQ(std::distance(fs::directory_iterator(path("")), {}), 1);
   // Not even in the folder of an earlier demo.

@@ -79,9 +79,8 @@ class Mutation : public ToolTest {
   void expect(const Untruth& row, const std::string& as = "") const {
     const Outcome answer =
         in_folder(std::string(row.prepare) + " true && timeout 5 " + as + " " AWBCAL " " + row.command);
-    EXPECT_EQ(answer.exit_code, row.exit_code) << row.prepare << row.command << "\n" << answer.output;
-    EXPECT_THAT(answer.output, Tells(row.says)) << row.prepare << row.command << "\n";
-    EXPECT_THAT(answer.output, Not(HasSubstr(row.never_says))) << row.prepare << row.command << "\n";
+    EXPECT_THAT(answer, Exits(row.exit_code, Tells(row.says), Not(HasSubstr(row.never_says))))
+        << row.prepare << row.command;
   }
 };
 

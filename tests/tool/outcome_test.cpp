@@ -20,8 +20,7 @@ class Outcomes : public ToolTest {
     constexpr const char* kNames[] = {"\nPASS: ", "\nFAIL: ", "\nINCOMPLETE: ", "\nNOTHING TO JUDGE: "};
     for (const auto& [what, arguments, exit_code, text] : rows) {
       const Outcome verified = run("verify " + arguments);
-      EXPECT_EQ(verified.exit_code, exit_code) << what << verified.output;
-      EXPECT_THAT(verified.output, Tells(text)) << what;
+      EXPECT_THAT(verified, Exits(exit_code, Tells(text))) << what;
       const bool is_answered = verified.output.find(kNames[exit_code]) != std::string::npos;
       EXPECT_NE(is_answered, verified.output.starts_with("awbcal: ")) << what << verified.output;
     }
@@ -49,12 +48,23 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
   const std::string near = " --golden 0.75,0.5859375 --threshold ";
   expect({
       {"good", good, 0, "PASS: 2 good"},
+      {"its module", good, 0, "main module: fuse ID 11223344 55667788 99aabbcc ddeeff01"},
+      {"the rest", good, 0, "absent: main camera: a_light_awb, flash, dual_flash, gyro, lens_shading"},
+      {"required and there", good + " --require awb,main:aec", 0, "PASS: 2 good"},
+      {"required and absent", good + " --require flash", 1, "flash (required)"},
+      {"required of another camera", good + " --require front:awb", 1, "FAIL: 2 good"},
+      {"required of no camera", good + " --require dual_camera", 1, "FAIL: 2 good"},
+      {"no such kind", good + " --require rubbish", 2, "no such kind: \"rubbish\""},
+      {"no such camera", good + " --require top:awb", 2, "no such camera: \"top:awb\""},
       {"zeros", file("zeros", Bytes(4 << 20)), 3, "no calibration found"},
-      {"limit kept", good + near + "10", 0, "42 % of it"},
+      {"limit kept", good + near + "10", 0, "0.0312 from the golden sample, 0.0750 allowed (42 % of it)"},
       {"limit not kept", good + near + "4", 1, "out of limit: 0.0312 from the golden sample, 0.0300 allowed"},
       {"A light", file("awb_A_light_cal", awb()) + near + "4", 1, "out of limit"},
       {"no number", good + near + "nan", 2, "is not a whole number"},
       {"negative", good + near + "-1", 2, "is not a whole number"},
+      {"half a golden sample", good + " --golden 0.75", 2, "--golden: 2 required RG,BG missing"},
+      {"three fuse words", good + " --fuse 1,2,3", 2, "expected 4 words, found 3"},
+      {"a word of 33 bits", good + " --fuse 1,2,3,4294967296", 2, "is not a 32-bit word"},
       {"of nothing", good + " --threshold 4", 2, "needs --golden"},
       {"cut cache file", hidden, 1, "remove it, and the camera loads the export"},
       {"unreadable record", unread, 2, "1 unreadable"},
@@ -74,10 +84,9 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
 }
 
 TEST_F(Outcomes, ErrorsAreDocumentsToo) {
-  const Outcome missing = run("verify --json " + path("no"), "2>/dev/null");
-  EXPECT_EQ(missing.exit_code, 2);
-  EXPECT_THAT(missing.output,
-              Tells("\"error\": { \"message\": \"" + path("no") + ": no such file\", \"exit_code\": 2 }"));
+  EXPECT_THAT(
+      run("verify --json " + path("no"), "2>/dev/null"),
+      Exits(2, Tells("\"error\": { \"message\": \"" + path("no") + ": no such file\", \"exit_code\": 2 }")));
   const std::string one = file("awb_cal", awb());
   const std::string digest = support::run_shell("sha256sum " + one).output.substr(0, 64);
   EXPECT_THAT(run("show --json " + one).output, HasSubstr("\"sha256\": \"" + digest + "\""));

@@ -7,6 +7,15 @@ namespace {
 
 using namespace tool;
 
+Bytes raw16(const std::vector<uint16_t>& samples) {
+  Bytes bytes;
+  for (const uint16_t sample : samples) {
+    bytes.push_back(static_cast<uint8_t>(sample));
+    bytes.push_back(static_cast<uint8_t>(sample >> 8));
+  }
+  return bytes;
+}
+
 class Replay : public ToolTest {
  protected:
   /// An RGGB image of one colour; cell by cell it may be dark or clipped.
@@ -17,14 +26,6 @@ class Replay : public ToolTest {
         samples.push_back(y % 2 == 0 ? (x % 2 == 0 ? r : g) : (x % 2 == 0 ? g : b));
     }
     return samples;
-  }
-  static Bytes raw16(const std::vector<uint16_t>& samples) {
-    Bytes bytes;
-    for (const uint16_t sample : samples) {
-      bytes.push_back(static_cast<uint8_t>(sample));
-      bytes.push_back(static_cast<uint8_t>(sample >> 8));
-    }
-    return bytes;
   }
   static Bytes raw10(const std::vector<uint16_t>& samples) {
     Bytes bytes;
@@ -45,67 +46,60 @@ class Replay : public ToolTest {
   }
 };
 
-std::string csv(int frames, int rg) {
+std::string csv(int frames, const std::string& line) {
   std::string text = "rg_sum,bg_sum,count\n";
-  for (int i = 0; i < frames; ++i) text += std::to_string(rg * 1000) + ",576000,1000\n";
+  for (int i = 0; i < frames; ++i) text += line + "\n";
   return text;
+}
+std::string csv(int frames, int rg) {
+  return csv(frames, std::to_string(rg * 1000) + ",576000,1000");
 }
 
 TEST_F(Replay, JudgesAStreamWithItsMargin) {
-  const Outcome good =
-      run("replay " + text_file("a.csv", csv(11, 800)) + " --golden 0.75,0.5625 --threshold 10");
-  EXPECT_EQ(good.exit_code, 0);
   EXPECT_THAT(
-      good.output,
-      HasSubstr("   11     1000     0       0  0.7812  0.5625  0.0312      42 %  judges  a.csv:12\n"));
-  EXPECT_THAT(good.output, HasSubstr("Record: valid word 3099, R/G 800 (0.7812), B/G 576 (0.5625)\n"
-                                     "PASS: 0.0312 from the golden sample, 0.0750 allowed (42 % of it)\n"));
-  const Outcome bad = run("replay " + path("a.csv") + " --golden 0.75,0.5625 --threshold 4 --light-source 2");
-  EXPECT_EQ(bad.exit_code, 1);
-  EXPECT_THAT(bad.output, HasSubstr("Record: valid word 2000"));
-  EXPECT_THAT(bad.output, HasSubstr("FAIL: 0.0312 from the golden sample, 0.0300 allowed (104 % of it)"));
+      run("replay " + text_file("a.csv", csv(11, 800)) + " --golden 0.75,0.5625 --threshold 10"),
+      Exits(0,
+            HasSubstr("   11     1000     0       0  0.7812  0.5625  0.0312      42 %  judges  a.csv:12\n"),
+            HasSubstr("Record: valid word 3099, R/G 800 (0.7812), B/G 576 (0.5625)\n"
+                      "PASS: 0.0312 from the golden sample, 0.0750 allowed (42 % of it)\n")));
+  EXPECT_THAT(run("replay " + path("a.csv") + " --golden 0.75,0.5625 --threshold 4 --light-source 2"),
+              Exits(1, HasSubstr("Record: valid word 2000"),
+                    HasSubstr("FAIL: 0.0312 from the golden sample, 0.0300 allowed (104 % of it)")));
 }
 
-// A distance of exactly the limit passes.
-TEST_F(Replay, PassesOnTheLimitItself) {
-  text_file("a.csv", csv(11, 640));
-  EXPECT_EQ(run("replay " + path("a.csv") + " --golden 0.5,0.5625 --threshold 23").exit_code, 0);
-  EXPECT_EQ(run("replay " + path("a.csv") + " --golden 0.5,0.5625 --threshold 22").exit_code, 1);
-}
-
-// 3/8 and 4/8 off, so that the distance is 5/8; a quarter of the larger golden ratio is allowed.
+// 3/8 and 4/8 off, so that the distance is 5/8; a quarter of the larger golden ratio is allowed. A distance of
+// exactly the limit passes.
 TEST_F(Replay, MeasuresTheDistanceFromTheGoldenSample) {
-  std::string stream;
-  for (int i = 0; i < 11; ++i) stream += "640,512,1\n";
-  const Outcome far = run("replay " + text_file("a.csv", stream) + " --golden 1,1 --threshold 25");
-  EXPECT_EQ(far.exit_code, 1);
-  EXPECT_THAT(far.output, HasSubstr("FAIL: 0.6250 from the golden sample, 0.2500 allowed (250 % of it)"));
-  EXPECT_EQ(run("replay " + path("a.csv") + " --golden 1,1 --threshold 63").exit_code, 0);
+  const std::string name = text_file("a.csv", csv(11, "640,512,1"));
+  EXPECT_THAT(run("replay " + name + " --golden 1,1 --threshold 25"),
+              Exits(1, HasSubstr("FAIL: 0.6250 from the golden sample, 0.2500 allowed (250 % of it)")));
+  EXPECT_EQ(run("replay " + name + " --golden 1,1 --threshold 63").exit_code, 0);
+  EXPECT_EQ(
+      run("replay " + text_file("on.csv", csv(11, "768,1024,1")) + " --golden 1,1 --threshold 25").exit_code,
+      0);
 }
 
 // 32-bit sums wrap in the library, and the tool shows the frame that the library saw.
 TEST_F(Replay, ShowsTheWrappedMeanThatTheLibraryLogs) {
-  std::string stream;
-  for (int i = 0; i < 11; ++i) stream += "2147483647,576,2\n";
-  const Outcome shown = run("replay " + text_file("a.csv", stream) + " --golden 0.75,0.5625 --json");
-  EXPECT_THAT(shown.output, HasSubstr("\"rg\": -1073741824"));
+  text_file("a.csv", csv(11, "2147483647,576,2"));
+  EXPECT_THAT(run("replay " + path("a.csv") + " --golden 0.75,0.5625 --json").output,
+              HasSubstr("\"rg\": -1073741824"));
   run("demo --dir " + path("phone") + " --frames " + path("a.csv"));
   EXPECT_THAT(text("phone/logcat.txt"), HasSubstr("rg=-1073741824.000000 bg=288.000000"));
 }
 
 TEST_F(Replay, GivesNoVerdictOnTenFrames) {
-  const Outcome none = run("replay " + text_file("a.csv", csv(10, 800)) + " --golden 0.75,0.5625");
-  EXPECT_EQ(none.exit_code, 3);
-  EXPECT_THAT(none.output, HasSubstr("NOTHING TO JUDGE: 10 frames; ten are summed, the eleventh judges\n"));
+  EXPECT_THAT(run("replay " + text_file("a.csv", csv(10, 800)) + " --golden 0.75,0.5625"),
+              Exits(3, HasSubstr("NOTHING TO JUDGE: 10 frames; ten are summed, the eleventh judges\n")));
 }
 
 // On the phone a frame without samples counts, and pulls the mean down: nobody would see why.
 TEST_F(Replay, NamesAFrameThatCountsAsNothing) {
   text_file("a.csv", csv(5, 800) + "0,0,0\n" + csv(5, 800).substr(20));
-  const Outcome low = run("replay " + path("a.csv") + " --golden 0.75,0.5625");
-  EXPECT_THAT(low.output,
-              Tells("warning: frame 6 (" + path("a.csv") + ":7) has no usable sample and counts as 0"));
-  EXPECT_THAT(low.output, HasSubstr("R/G 720 (0.7031)"));
+  EXPECT_THAT(run("replay " + path("a.csv") + " --golden 0.75,0.5625").output,
+              ::testing::AllOf(
+                  Tells("warning: frame 6 (" + path("a.csv") + ":7) has no usable sample and counts as 0"),
+                  HasSubstr("R/G 720 (0.7031)")));
   EXPECT_THAT(run("replay " + path("a.csv") + " --golden 0.75,0.5625 --json").output,
               HasSubstr("\"is_without_samples\": true"));
 }
@@ -147,15 +141,14 @@ TEST_F(Replay, ReducesPackedImagesOverTheGrid) {
   file("16.raw", raw16(samples));
   file("10.raw", raw10(samples));
   for (const auto& [format, name] : {std::pair{"raw16", "16.raw"}, std::pair{"raw10", "10.raw"}}) {
-    const Outcome replayed =
-        run("replay" + eleven(name) + " --golden 0.75,0.5625 --size 64x48 --format " + format);
-    EXPECT_EQ(replayed.exit_code, 0) << replayed.output;
-    EXPECT_THAT(replayed.output,
-                HasSubstr("    1      768     0       0  0.7500  0.5625  0.0000       0 %  summed"));
+    EXPECT_THAT(
+        run("replay" + eleven(name) + " --golden 0.75,0.5625 --size 64x48 --format " + format),
+        Exits(0, HasSubstr("    1      768     0       0  0.7500  0.5625  0.0000       0 %  summed")));
   }
-  const Outcome swapped =
-      run("replay " + path("16.raw") + " --golden 0.75,0.5625 --size 64x48 --format raw16 --bayer bggr");
-  EXPECT_THAT(swapped.output, HasSubstr("768     0       0  0.5625  0.7500"));
+  EXPECT_THAT(
+      run("replay " + path("16.raw") + " --golden 0.75,0.5625 --size 64x48 --format raw16 --bayer bggr")
+          .output,
+      HasSubstr("768     0       0  0.5625  0.7500"));
 }
 
 TEST_F(Replay, LeavesOutAndCountsDarkAndSaturatedCells) {
@@ -165,9 +158,8 @@ TEST_F(Replay, LeavesOutAndCountsDarkAndSaturatedCells) {
     for (size_t x = 2; x < 6; ++x) samples[y * 64 + x] = 65;  // two dark cells
   }
   file("16.raw", raw16(samples));
-  const Outcome replayed =
-      run("replay " + path("16.raw") + " --golden 0.75,0.5625 --size 64x48 --format raw16");
-  EXPECT_THAT(replayed.output, HasSubstr("    1      765     2       1  0.7500  0.5625"));
+  EXPECT_THAT(run("replay " + path("16.raw") + " --golden 0.75,0.5625 --size 64x48 --format raw16").output,
+              HasSubstr("    1      765     2       1  0.7500  0.5625"));
 }
 
 /// A little-endian DNG of one uncompressed strip, tag by tag.
@@ -191,21 +183,17 @@ Bytes dng(const std::vector<uint16_t>& samples, uint32_t width, uint32_t height)
     }
   }
   bytes.resize(512);
-  for (const uint16_t sample : samples) {
-    bytes.push_back(static_cast<uint8_t>(sample));
-    bytes.push_back(static_cast<uint8_t>(sample >> 8));
-  }
+  std::ranges::copy(raw16(samples), std::back_inserter(bytes));
   return bytes;
 }
 
 TEST_F(Replay, ReadsDng) {
-  file("a.dng", dng(flat(128, 96, 424, 544, 334), 128, 96));
-  const Outcome replayed = run("replay" + eleven("a.dng") + " --golden 0.75,0.5625 --format dng");
-  EXPECT_EQ(replayed.exit_code, 0) << replayed.output;
-  EXPECT_THAT(replayed.output, HasSubstr("    1      768     0       0  0.7500  0.5625"));
-  Bytes cut = dng(flat(128, 96, 424, 544, 334), 128, 96);
-  cut.resize(300);
-  EXPECT_EQ(run("replay " + file("cut.dng", cut) + " --golden 0.75,0.5625 --format dng").exit_code, 2);
+  Bytes bytes = dng(flat(128, 96, 424, 544, 334), 128, 96);
+  file("a.dng", bytes);
+  EXPECT_THAT(run("replay" + eleven("a.dng") + " --golden 0.75,0.5625 --format dng"),
+              Exits(0, HasSubstr("    1      768     0       0  0.7500  0.5625")));
+  bytes.resize(300);
+  EXPECT_EQ(run("replay " + file("cut.dng", bytes) + " --golden 0.75,0.5625 --format dng").exit_code, 2);
 }
 
 }  // namespace
