@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <climits>
-#include <cstring>
 
 #include "awb_calibration/factory.h"
 #include "tests/support/nand_phone.h"
@@ -13,6 +12,7 @@
 namespace {
 
 struct Group {
+  const char* tag;
   const char* line;  ///< of each call; empty: none
   std::vector<std::function<int64_t()>> calls;
 };
@@ -40,33 +40,33 @@ TEST_F(Arguments, BadArgumentsAreRefusedAndTouchNothing) {
 
   // clang-format off
   const Group groups[] = {
-      {"partition_open(): invalid argument!\n",
+      {"camera_calibration_partition", "partition_open(): invalid argument!\n",
        {[&] { return partition_open(nullptr, "mfg"); }, [&] { return partition_open(&closed, nullptr); }}},
-      {"partition_read(): invalid argument!\n",
+      {"camera_calibration_partition", "partition_read(): invalid argument!\n",
        {[&] { return partition_read(nullptr, 0, 1, &byte); }, [&] { return partition_read(&open, -1, 1, &byte); },
         [&] { return partition_read(&open, 0, 0, &byte); }, [&] { return partition_read(&open, 0, -5, &byte); },
         [&] { return partition_read(&open, 0, 1, nullptr); }}},
-      {"partition_write(): invalid argument!\n",
+      {"camera_calibration_partition", "partition_write(): invalid argument!\n",
        {[&] { return partition_write(nullptr, 0, 1, &byte); }, [&] { return partition_write(&open, INT64_MIN, 1, &byte); },
         [&] { return partition_write(&open, 0, 0, &byte); }, [&] { return partition_write(&open, 0, 1, nullptr); }}},
-      {"partition_close(): invalid argument!\n", {[&] { return partition_close(nullptr); }}},
-      {"emmc_open(): invalid argument!\n", {[&] { return emmc_open(nullptr, "mfg"); }, [&] { return emmc_open(&emmc, nullptr); }}},
-      {"emmc_read(): invalid argument!\n",
+      {"camera_calibration_partition", "partition_close(): invalid argument!\n", {[&] { return partition_close(nullptr); }}},
+      {"camera_calibration_emmc", "emmc_open(): invalid argument!\n", {[&] { return emmc_open(nullptr, "mfg"); }, [&] { return emmc_open(&emmc, nullptr); }}},
+      {"camera_calibration_emmc", "emmc_read(): invalid argument!\n",
        {[&] { return emmc_read(nullptr, 0, 1, &byte); }, [&] { return emmc_read(&emmc, -1, 1, &byte); },
         [&] { return emmc_read(&emmc, 0, 0, &byte); }, [&] { return emmc_read(&emmc, 0, 1, nullptr); }}},
-      {"emmc_write(): invalid argument!\n",
+      {"camera_calibration_emmc", "emmc_write(): invalid argument!\n",
        {[&] { return emmc_write(nullptr, 0, 1, &byte); }, [&] { return emmc_write(&emmc, -1, 1, &byte); },
         [&] { return emmc_write(&emmc, 0, 0, &byte); }, [&] { return emmc_write(&emmc, 0, 1, nullptr); }}},
-      {"emmc_close(): invalid argument!\n", {[&] { return emmc_close(nullptr); }}},
-      {"mtd_open(): invalid argument!\n", {[&] { return mtd_open(nullptr, "mfg"); }, [&] { return mtd_open(mtd, nullptr); }}},
-      {"mtd_read(): invalid argument!\n",
+      {"camera_calibration_emmc", "emmc_close(): invalid argument!\n", {[&] { return emmc_close(nullptr); }}},
+      {"camera_calibration_mtd", "mtd_open(): invalid argument!\n", {[&] { return mtd_open(nullptr, "mfg"); }, [&] { return mtd_open(mtd, nullptr); }}},
+      {"camera_calibration_mtd", "mtd_read(): invalid argument!\n",
        {[&] { return mtd_read(nullptr, 0, 1, &byte); }, [&] { return mtd_read(mtd, -1, 1, &byte); }, [&] { return mtd_read(mtd, 0, 0, &byte); },
         [&] { return mtd_read(mtd, 0, 1, nullptr); }}},
-      {"mtd_write(): invalid argument!\n",
+      {"camera_calibration_mtd", "mtd_write(): invalid argument!\n",
        {[&] { return mtd_write(nullptr, 0, 1, &byte); }, [&] { return mtd_write(mtd, -1, 1, &byte); },
         [&] { return mtd_write(mtd, 0, -1, &byte); }, [&] { return mtd_write(mtd, 0, 1, nullptr); }}},
-      {"mtd_close(): invalid argument!\n", {[&] { return mtd_close(nullptr); }}},
-      {"",
+      {"camera_calibration_mtd", "mtd_close(): invalid argument!\n", {[&] { return mtd_close(nullptr); }}},
+      {"", "",
        {[&] { return partition_read(&closed, 0, 1, &byte); }, [&] { return partition_write(&closed, 0, 1, &byte); },
         [&] { return partition_close(&closed); }, [&] { return mtd_read(&no_erase_size, 0, 1, &byte); },
         [&] { return mtd_write(&no_erase_size, 0, 1, &byte); }, [&] { return mtd_find_partition_by_name(nullptr) == nullptr ? -1 : 0; },
@@ -100,13 +100,8 @@ TEST_F(Arguments, BadArgumentsAreRefusedAndTouchNothing) {
       std::vector<phone::LogLine> lines;
       const auto made = calls_of([&] { lines = log_of([&] { EXPECT_EQ(group.calls[i](), -1) << i; }); });
       EXPECT_TRUE(made.empty()) << group.line << i;
-      const bool is_front = std::strncmp(group.line, "part", 4) == 0;
-      const bool is_emmc = std::strncmp(group.line, "emmc", 4) == 0;
-      const std::string tag = std::string("camera_calibration_") + (is_front  ? "partition"
-                                                                    : is_emmc ? "emmc"
-                                                                              : "mtd");
       const bool is_silent = *group.line == '\0';
-      EXPECT_EQ(lines, is_silent ? decltype(lines){} : std::vector{support::E(group.line, tag)}) << i;
+      EXPECT_EQ(lines, is_silent ? decltype(lines){} : std::vector{support::E(group.line, group.tag)}) << i;
     }
   }
   EXPECT_EQ(byte, 0xA5);

@@ -72,15 +72,6 @@ TEST_F(CameraStart, TakesThreeCallsForAFile) {
   }
 }
 
-TEST_F(CameraStart, ShortReadsChangeNothing) {
-  const Words expected = bits_of(start(1));
-  for (const long size : {1L, 7L, 31L, 3999L}) {
-    phone().add_fault({.call = "read", .from_then_on = true, .transfer = size});
-    EXPECT_EQ(bits_of(start(1)), expected) << size;
-    phone().clear_faults();
-  }
-}
-
 TEST_F(CameraStart, EndsWhereTheTuningEnds) {
   constexpr size_t kRoom = 65536;
   auto* const end = static_cast<uint8_t*>(mmap(nullptr, 2 * kRoom, PROT_READ | PROT_WRITE,

@@ -59,12 +59,4 @@ TEST(Crc32, AgreesWithTheBitwiseTwin) {
   EXPECT_TRUE(questions > 0 || std::size(kCpus) == 1) << "the library asks the kernel";
 }
 
-TEST(Crc32, ContinuesOverPieces) {
-  const Bytes data = pattern(100);
-  const uint32_t whole = bitwise_crc(data.data(), 100);
-  for (uint32_t cut = 0; cut <= 100; ++cut) {
-    EXPECT_EQ(Crc32CheckSumByte(&data[cut], 100 - cut, Crc32CheckSumByte(data.data(), cut, 0)), whole) << cut;
-  }
-}
-
 }  // namespace

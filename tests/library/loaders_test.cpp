@@ -133,6 +133,7 @@ TEST_F(Loaders, UnreadableFilesFallBackAndFailingReadsEndTheFile) {
   EXPECT_EQ(loaded_with({{.call = "read", .transfer = 10}, {.call = "read", .nth = 2, .error = EINTR}}, 32),
             part(record, 0, 32))
       << "read on after a short read";
+  EXPECT_EQ(loaded_with({{.call = "read", .from_then_on = true, .transfer = 1}}, 32), part(record, 0, 32));
   EXPECT_EQ(loaded_with({{.call = "read", .nth = 1}}, 0), kUntouched) << "and no fallback";
 }
 

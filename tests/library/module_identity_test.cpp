@@ -2,7 +2,7 @@
 // Guards against a record of one module or camera being applied to another.
 
 #include "awb_calibration/records.h"
-#include "tests/support/support.h"
+#include "tests/support/correction_support.h"
 
 namespace {
 
@@ -58,14 +58,9 @@ TEST_F(ModuleIdentity, EachCameraHasItsOwnFuseIdAndItsLines) {
   for (uint32_t camera = 0; camera < 3; ++camera) {
     set_sensor_selection(camera);
     uint32_t words[4] = {};
-    const auto log = log_of([&] { awb_get_fuseid(words); });
-    std::vector<phone::LogLine> expected;
-    for (uint32_t i = 0; i < 4; ++i) {
-      EXPECT_EQ(words[i], camera * 16 + 1 + i);
-      expected.push_back(
-          I(support::printf_text("[AWB Calibration] sfuse.fuse_id_word%u:0x%x\n", i + 1, words[i])));
-    }
-    EXPECT_EQ(log, expected);
+    const support::Words expected = {camera * 16 + 1, camera * 16 + 2, camera * 16 + 3, camera * 16 + 4};
+    EXPECT_EQ(log_of([&] { awb_get_fuseid(words); }), support::fuse_lines(expected));
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), words));
   }
 }
 

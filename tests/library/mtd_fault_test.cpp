@@ -218,11 +218,8 @@ void run_schedules(uint32_t block_size, unsigned count) {
   }
 }
 
-TEST(RandomFaults, OnSmallBlocksEverythingIsAsModelled) {
+TEST(RandomFaults, OnSmallBlocksAndThoseOfPhonesEverythingIsAsModelled) {
   run_schedules(4096, schedules(10000));
-}
-
-TEST(RandomFaults, OnBlocksOfPhonesEverythingIsAsModelled) {
   run_schedules(131072, schedules(300));
 }
 

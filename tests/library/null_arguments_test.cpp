@@ -17,16 +17,9 @@ struct Row {
   int32_t result = 0;
 };
 
-#define NOTHING(function, ...)               \
-  {                                          \
-#function, []([[maybe_unused]] float* m) { \
-      function(__VA_ARGS__);                \
-      return 0;                             \
-    } \
-  }
-#define RESULT(result, function, ...)                                                  \
-  {                                                                                    \
-#function, []([[maybe_unused]] float* m) { return function(__VA_ARGS__); }, result \
+#define CALL(result, ...)                                                                  \
+  {                                                                                        \
+#__VA_ARGS__, []([[maybe_unused]] float* m) -> int32_t { return __VA_ARGS__; }, result \
   }
 
 uint32_t* words(float* m) {
@@ -34,27 +27,27 @@ uint32_t* words(float* m) {
 }
 
 const Row kRows[] = {
-    NOTHING(awb_get_fuseid, nullptr),
-    RESULT(0, ReadFlash, nullptr, words(m)),
-    RESULT(0, ReadFlash, m, nullptr),
-    RESULT(-1, ReadFlashForFlashCalibration, nullptr, 32),
-    RESULT(-1, ReadFlashForDualFlashCali, nullptr, 48),
-    RESULT(-1, ReadFlashForDualCam, nullptr, 32, 0),
-    RESULT(-1, ReadFlashForDualCam, nullptr, 32, 1),
-    RESULT(-1, aec_read_calibration, nullptr, 36),
-    NOTHING(awb_calibration_set_GS, nullptr, m),
-    NOTHING(awb_calibration_set_GS, m, nullptr),
-    RESULT(-1, QOR_Show_LSC, nullptr),
-    NOTHING(QOR_AWB_Calibration_Reference_Points_Correction, nullptr),
-    NOTHING(Correct_Reference_Points_qorModule, nullptr, m, m, m),
-    NOTHING(Correct_Reference_Points_qorModule, m, nullptr, m, m),
-    NOTHING(Correct_Reference_Points_qorModule, m, m, nullptr, m),
-    NOTHING(Correct_Reference_Points_qorModule, m, m, m, nullptr),
-    NOTHING(Dual_Cam_Correction, nullptr, m, m, m),
-    NOTHING(Dual_Cam_Correction, m, nullptr, m, m),
-    NOTHING(Dual_Cam_Correction, m, m, nullptr, m),
-    NOTHING(Dual_Cam_Correction, m, m, m, nullptr),
-    RESULT(0, Sensor_set_mesh, nullptr, 0, 0.5F, 0.5F),
+    CALL(0, awb_get_fuseid(nullptr), 0),
+    CALL(0, ReadFlash(nullptr, words(m))),
+    CALL(0, ReadFlash(m, nullptr)),
+    CALL(-1, ReadFlashForFlashCalibration(nullptr, 32)),
+    CALL(-1, ReadFlashForDualFlashCali(nullptr, 48)),
+    CALL(-1, ReadFlashForDualCam(nullptr, 32, 0)),
+    CALL(-1, ReadFlashForDualCam(nullptr, 32, 1)),
+    CALL(-1, aec_read_calibration(nullptr, 36)),
+    CALL(0, awb_calibration_set_GS(nullptr, m), 0),
+    CALL(0, awb_calibration_set_GS(m, nullptr), 0),
+    CALL(-1, QOR_Show_LSC(nullptr)),
+    CALL(0, QOR_AWB_Calibration_Reference_Points_Correction(nullptr), 0),
+    CALL(0, Correct_Reference_Points_qorModule(nullptr, m, m, m), 0),
+    CALL(0, Correct_Reference_Points_qorModule(m, nullptr, m, m), 0),
+    CALL(0, Correct_Reference_Points_qorModule(m, m, nullptr, m), 0),
+    CALL(0, Correct_Reference_Points_qorModule(m, m, m, nullptr), 0),
+    CALL(0, Dual_Cam_Correction(nullptr, m, m, m), 0),
+    CALL(0, Dual_Cam_Correction(m, nullptr, m, m), 0),
+    CALL(0, Dual_Cam_Correction(m, m, nullptr, m), 0),
+    CALL(0, Dual_Cam_Correction(m, m, m, nullptr), 0),
+    CALL(0, Sensor_set_mesh(nullptr, 0, 0.5F, 0.5F)),
 };
 
 class NullArguments : public CorrectionTest {};
@@ -71,16 +64,16 @@ TEST_F(NullArguments, AreRefusedWithoutALineOrAnEffect) {
 }
 
 TEST_F(NullArguments, AndLengthsOfTheRecordAreaFailLikeTheirTransfers) {
-  const Row rows[] = {RESULT(-1, ReadEmmcFlash, nullptr, 32),
-                      RESULT(-1, ReadEmmcOffset, nullptr, 32, 0),
-                      RESULT(-1, WriteFlash, nullptr, 32),
-                      RESULT(-1, WriteFlash_for_front_Cam, nullptr, 32),
-                      RESULT(-1, WriteFlash_for_bayer_Cam, nullptr, 32, 0),
-                      RESULT(-1, WriteFlashOffset, nullptr, 32, 0),
-                      RESULT(-1, ReadEmmcOffset, m, 0, 0),
-                      RESULT(-1, ReadEmmcOffset, m, 32, 0x80000000),
-                      RESULT(-1, WriteFlash_for_front_Cam, m, 0),
-                      RESULT(-1, WriteFlashOffset, m, 0, 0)};
+  const Row rows[] = {CALL(-1, ReadEmmcFlash(nullptr, 32)),
+                      CALL(-1, ReadEmmcOffset(nullptr, 32, 0)),
+                      CALL(-1, WriteFlash(nullptr, 32)),
+                      CALL(-1, WriteFlash_for_front_Cam(nullptr, 32)),
+                      CALL(-1, WriteFlash_for_bayer_Cam(nullptr, 32, 0)),
+                      CALL(-1, WriteFlashOffset(nullptr, 32, 0)),
+                      CALL(-1, ReadEmmcOffset(m, 0, 0)),
+                      CALL(-1, ReadEmmcOffset(m, 32, 0x80000000)),
+                      CALL(-1, WriteFlash_for_front_Cam(m, 0)),
+                      CALL(-1, WriteFlashOffset(m, 0, 0))};
   float memory[8] = {};
   const Bytes before = phone().partition();
   for (const Row& row : rows) {

@@ -50,10 +50,6 @@ class PartitionLookup : public PhoneTest {
   }
 };
 
-std::string long_line(size_t length) {
-  return std::string(length, 'x');
-}
-
 TEST_F(PartitionLookup, ProcEmmcTakesTheFirstWholeNameOfAWellFormedLine) {
   const std::string header = "dev:        size     erasesize name\n";
   struct Row {
@@ -73,8 +69,8 @@ TEST_F(PartitionLookup, ProcEmmcTakesTheFirstWholeNameOfAWellFormedLine) {
       {"no newline", "a: \"mfg\"", "/dev/block/a"},
       {"second colon is part of the rest", "a:b: \"mfg\"\n", "/dev/block/a"},
       {"empty device", ": \"mfg\"\n", "/dev/block/"},
-      {"a long line is parsed in pieces of 254", long_line(254) + "a: \"mfg\"\n", "/dev/block/a"},
-      {"a name cut by the end of its piece", long_line(254 - 5) + ":\"mfg\"", nullptr},
+      {"a long line is parsed in pieces of 254", std::string(254, 'x') + "a: \"mfg\"\n", "/dev/block/a"},
+      {"a name cut by the end of its piece", std::string(254 - 5, 'x') + ":\"mfg\"", nullptr},
       {"empty", "", nullptr},
   };
   for (const Row& row : rows) {
@@ -115,11 +111,12 @@ TEST_F(PartitionLookup, OddLinksAreFollowedAsFarAsTheyGo) {
       << "a folder without the name moves on, and the first hit wins";
   EXPECT_EQ(phone().take_log().back(), EE("emmc_open(): /dev/block/first: No such file or directory\n"));
 
-  EXPECT_EQ(chosen_path(long_line(2000).c_str()), "/dev/block/mmcblk0p6") << "an overlong name";
-  link_by_name(1, "mfg", "/dev/block/" + long_line(400));
-  EXPECT_EQ(chosen_path(), "/dev/block/" + long_line(255 - 11)) << "an overlong target is cut to the path";
+  EXPECT_EQ(chosen_path(std::string(2000, 'x').c_str()), "/dev/block/mmcblk0p6") << "an overlong name";
+  link_by_name(1, "mfg", "/dev/block/" + std::string(400, 'x'));
+  EXPECT_EQ(chosen_path(), "/dev/block/" + std::string(255 - 11, 'x'))
+      << "an overlong target is cut to the path";
   const auto log = phone().take_log();
-  const auto said = ED("found emmc GPT partition [mfg]=[/dev/block/" + long_line(256 - 11) + "]\n");
+  const auto said = ED("found emmc GPT partition [mfg]=[/dev/block/" + std::string(256 - 11, 'x') + "]\n");
   EXPECT_EQ(std::count(log.begin(), log.end(), said), 1) << "and to one byte more in the log";
 }
 

@@ -100,20 +100,6 @@ TEST_F(VirtualPhoneTest, EveryCallOnANameReachesTheFolderAndLeavesErrnoAloneWhen
   EXPECT_TRUE(fs::is_empty(host));
 }
 
-TEST_F(VirtualPhoneTest, StreamsReachTheFolderAndLeaveNoDescriptor) {
-  std::FILE* out = fopen(kCache, "w");
-  ASSERT_NE(out, nullptr);
-  EXPECT_EQ(phone->open_descriptors(), 1u);
-  EXPECT_EQ(fwrite("12345678", 4, 2, out), 2u);
-  EXPECT_EQ(fclose(out), 0);
-  EXPECT_EQ(read_text(phone->host_path(kCache)), "12345678");
-  EXPECT_EQ(phone->open_descriptors(), 0u);
-  phone->set_redirection(false);
-  errno = 0;
-  EXPECT_EQ(fopen(kCache, "r"), nullptr);
-  EXPECT_EQ(errno, ENOENT);
-}
-
 TEST_F(VirtualPhoneTest, ThreadsOpenAndCloseSideBySide) {
   const auto work = [] {
     for (int i = 0; i < 200; ++i) {

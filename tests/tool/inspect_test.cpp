@@ -145,8 +145,9 @@ TEST_F(Inspect, NamesTheFileAndTheCause) {
 }
 
 TEST_F(Inspect, TakesNoFullDiskForAVerdict) {
-  for (const char* how : {"", " --json"}) {
-    EXPECT_EQ(run("verify " + phone() + how, ">/dev/full 2>&1").exit_code, 2) << how;
+  const std::string verify = "verify " + phone();
+  for (const std::string& arguments : {verify, verify + " --json", "demo --dir " + path("demo")}) {
+    EXPECT_EQ(run(arguments, ">/dev/full 2>&1").exit_code, 2) << arguments;
   }
 }
 

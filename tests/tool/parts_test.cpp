@@ -1,19 +1,16 @@
-// Do the tool's layers read, judge and lay out what they are given, and does its sensor model behave like a
-// camera? Guards against a decoder that shows the wrong bytes and against a judgement that passes a damaged
-// record.
+// Do the tool's layers read, judge and lay out what they are given, and leave nothing behind? Guards against a
+// decoder that shows the wrong bytes and against a judgement that passes a damaged record.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <csignal>
 
 #include "inspect/claims.h"
 #include "inspect/decode.h"
 #include "run/folder_guard.h"
-#include "run/sensor_model.h"
 #include "tests/support/support.h"
 #include "text/terminal.h"
 
@@ -114,35 +111,6 @@ TEST(Wrap, KeepsEveryWordAndTheWidth) {
   EXPECT_EQ(awbcal::wrap("abcdefgh i", 3), (Lines{"abc", "def", "gh", "i"}));
   EXPECT_EQ(awbcal::wrap("", 3), (Lines{""}));
   EXPECT_EQ(awbcal::wrap("abc", 3), (Lines{"abc"}));
-}
-
-// ---- the camera -------------------------------------------------------------------------------------------
-
-constexpr awbcal::Light kLight{
-    .name = "a light", .rg = 0.75, .bg = 0.5, .luma_per_millisecond = 4.0, .is_a_light = false};
-
-TEST(SensorModel, MeasuresTheModuleUnderTheLight) {
-  awbcal::Noise noise(7);
-  awbcal::SensorModel sensor(kLight, {.rg = 1.1, .bg = 0.9}, noise);
-  const awbcal::Frame frame = sensor.capture({.gain = 256, .exp_time = 12500}).frame;
-  EXPECT_NEAR(frame.rg_sum / 1024.0 / frame.count, 0.75 * 1.1, 0.01);
-  EXPECT_NEAR(frame.bg_sum / 1024.0 / frame.count, 0.5 * 0.9, 0.01);
-  EXPECT_EQ(sensor.capture({.gain = 256, .exp_time = 500}).frame.count, 0) << "too dark for any sample";
-  EXPECT_EQ(sensor.capture({.gain = 4096, .exp_time = 33333}).frame.count, 0) << "clipped everywhere";
-}
-
-TEST(ExposureControl, SettlesFromAnyLightAtItsOwnPace) {
-  for (const double speed : {0.25, 0.6, 1.0}) {
-    for (const double brightness : {0.8, 4.0, 16.0}) {
-      awbcal::ExposureControl control(50, 4, speed);
-      int frames = 0;
-      for (; !control.has_settled() && frames < 40; ++frames) {
-        control.observe(std::min(255.0, brightness * control.exposure().milliseconds()));
-      }
-      EXPECT_TRUE(control.has_settled()) << speed << ' ' << brightness;
-      EXPECT_NEAR(brightness * control.exposure().milliseconds(), 50, 4);
-    }
-  }
 }
 
 // ---- temporary files --------------------------------------------------------------------------------------

@@ -104,15 +104,21 @@ TEST_F(Replay, NamesAFrameThatCountsAsNothing) {
               HasSubstr("\"is_without_samples\": true"));
 }
 
-TEST_F(Replay, TellsAFormatByNameAndContent) {
+// 64 above black: R/G is 360 / 480 and B/G 270 / 480 for either packing and any order of the colours.
+TEST_F(Replay, ReducesPackedImagesOverTheGridWhoseFormatTheirNameOrContentTells) {
   const auto samples = flat(64, 48, 424, 544, 334);
-  const std::string golden = " --golden 0.75,0.5625";
+  const std::string golden = " --golden 0.75,0.5625", size = " --size 64x48";
   file("x.raw", raw16(samples));
   file("y", raw10(samples));
   text_file("z", "\xEF\xBB\xBF" + csv(11, 800));
-  const std::string row = "    1      768     0       0  0.7500  0.5625";
-  EXPECT_THAT(run("replay " + path("x.raw") + golden + " --size 64x48").output, HasSubstr(row));
-  EXPECT_THAT(run("replay " + path("y") + golden + " --size 64x48").output, HasSubstr(row));
+  for (const std::string& input :
+       {eleven("x.raw"), eleven("y"), eleven("x.raw") + " --format raw16", eleven("y") + " --format raw10"}) {
+    EXPECT_THAT(
+        run("replay" + input + golden + size),
+        Exits(0, HasSubstr("    1      768     0       0  0.7500  0.5625  0.0000       0 %  summed")));
+  }
+  EXPECT_THAT(run("replay " + path("x.raw") + golden + size + " --bayer bggr").output,
+              HasSubstr("768     0       0  0.5625  0.7500"));
   EXPECT_EQ(run("replay - <" + path("z") + golden).exit_code, 0);
   EXPECT_THAT(run("replay " + path("y") + golden).output,
               HasSubstr("neither name nor content says what it is"));
@@ -133,22 +139,6 @@ TEST_F(Replay, RefusesWhatItCannotUse) {
     EXPECT_EQ(refused.exit_code, 2) << arguments << refused.output;
     EXPECT_NE(refused.output, "") << arguments;
   }
-}
-
-// 64 above black: R/G is 360 / 480 and B/G 270 / 480 for either packing and any order of the colours.
-TEST_F(Replay, ReducesPackedImagesOverTheGrid) {
-  const auto samples = flat(64, 48, 424, 544, 334);
-  file("16.raw", raw16(samples));
-  file("10.raw", raw10(samples));
-  for (const auto& [format, name] : {std::pair{"raw16", "16.raw"}, std::pair{"raw10", "10.raw"}}) {
-    EXPECT_THAT(
-        run("replay" + eleven(name) + " --golden 0.75,0.5625 --size 64x48 --format " + format),
-        Exits(0, HasSubstr("    1      768     0       0  0.7500  0.5625  0.0000       0 %  summed")));
-  }
-  EXPECT_THAT(
-      run("replay " + path("16.raw") + " --golden 0.75,0.5625 --size 64x48 --format raw16 --bayer bggr")
-          .output,
-      HasSubstr("768     0       0  0.5625  0.7500"));
 }
 
 TEST_F(Replay, LeavesOutAndCountsDarkAndSaturatedCells) {
