@@ -251,7 +251,7 @@ TEST_F(MtdBackend, AMergeThatCannotSeekBackErasesNothing) {
     EXPECT_EQ(said([&] { EXPECT_EQ(mtd_write(state(), 1, 1, &byte), -1); }),
               "Emtd_write(): lseek64(): Input/output error\n|");
   }
-  EXPECT_EQ(nand().erase_count(0), 0U);
+  EXPECT_EQ(erases(), 0U);
 }
 
 // ---- what follows from passing over -----------------------------------------------------------------------
@@ -322,7 +322,7 @@ TEST_F(MtdBackend, WhatDoesNotFitEndsWithoutSpaceOrErase) {
       continue;  // the head is written before the end shows
     log_of([&] { EXPECT_EQ(mtd_write(state(), row.offset, row.length, buffer.data()), -1) << row.what; });
     EXPECT_EQ(error, row.error) << row.what;
-    for (uint32_t block = 0; block < 8; ++block) EXPECT_EQ(nand().erase_count(block), 0U) << row.what;
+    EXPECT_EQ(erases(), 0U) << row.what;
   }
 }
 

@@ -36,11 +36,6 @@ class MtdUtility : public NandPhone {
     }
     return all;
   }
-  unsigned erases() {
-    unsigned sum = 0;
-    for (uint32_t block = 0; block < 8; ++block) sum += nand().erase_count(block);
-    return sum;
-  }
   /// From now on the nth of those calls fails.
   void fail(const char* call, const char* path = kMtdPath, unsigned nth = 1, int error_number = EIO) {
     phone().clear_faults();

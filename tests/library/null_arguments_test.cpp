@@ -1,8 +1,6 @@
 // What does each entry that takes a pointer do with a null one?
 // Guards against a crash of the camera's process, and against half of a call's effect.
 
-#include <array>
-
 #include "awb_calibration/records.h"
 #include "tests/support/correction_support.h"
 
@@ -17,10 +15,9 @@ struct Row {
   int32_t result = 0;
 };
 
-#define CALL(result, ...)                                                                  \
-  {                                                                                        \
-#__VA_ARGS__, []([[maybe_unused]] float* m) -> int32_t { return __VA_ARGS__; }, result \
-  }
+// clang-format off
+#define CALL(result, ...) {#__VA_ARGS__, []([[maybe_unused]] float* m) -> int32_t { return __VA_ARGS__; }, result}
+// clang-format on
 
 uint32_t* words(float* m) {
   return reinterpret_cast<uint32_t*>(m);

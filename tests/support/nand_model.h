@@ -7,7 +7,6 @@
 #define TESTS_SUPPORT_NAND_MODEL_H
 
 #include <algorithm>
-#include <map>
 #include <optional>
 
 #include "tests/support/support.h"
@@ -27,7 +26,6 @@ class NandModel {
 
   void add_fault(const phone::NandFault& fault) { faults_.push_back({fault, 0}); }
   const std::vector<Block>& chip() const { return chip_; }
-  unsigned operations(Op op) const { return operations_.contains(op) ? operations_.at(op) : 0; }
 
   /// The bytes, or nothing when the transfer fails.
   std::optional<Bytes> read(size_t offset, size_t length) {
@@ -108,7 +106,6 @@ class NandModel {
   // ---- the chip -------------------------------------------------------------------------------------------
 
   std::optional<Effect> strike(Op op, size_t block) {
-    ++operations_[op];
     std::optional<Effect> effect;
     for (auto& [fault, seen] : faults_) {
       if (fault.op != op || (fault.block >= 0 && fault.block != static_cast<int64_t>(block))) continue;
@@ -155,7 +152,6 @@ class NandModel {
   std::vector<Block> chip_;
   size_t block_size_;
   std::vector<std::pair<phone::NandFault, unsigned>> faults_;
-  std::map<Op, unsigned> operations_;
   unsigned ecc_failed_ = 0;
   bool powered_ = true;
 };

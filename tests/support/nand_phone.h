@@ -42,6 +42,11 @@ class NandPhone : public PhoneTest {
   void fill(const std::vector<Bytes>& contents) {
     for (uint32_t i = 0; i < contents.size(); ++i) nand().set_block_bytes(i, contents[i]);
   }
+  unsigned erases() {
+    unsigned sum = 0;
+    for (uint32_t block = 0; block < contents_.size(); ++block) sum += nand().erase_count(block);
+    return sum;
+  }
   void list_in_proc_mtd(const std::string& text) { put("/proc/mtd", Bytes(text.begin(), text.end())); }
 
   /// Each line of the log of `call` as its level's letter and its text, with a '|' behind.
