@@ -20,7 +20,7 @@ extern "C" {
 
 /* ---- AWB calibration run: state that the factory tool may read ---- */
 
-/** Tolerance of the run in percent of the larger golden ratio; at first 1024. */
+/** Tolerance of the run in percent of the larger golden ratio; initially 1024. */
 AWB_CALIBRATION_API extern uint32_t QOR_AWB_Calibration_threshold;
 /** Light-source version 1 to 3; 0 stands for 3; larger values are clamped to 3 by the next frame. */
 AWB_CALIBRATION_API extern uint32_t QOR_AWB_Calibration_light_source_version;
@@ -64,13 +64,14 @@ AWB_CALIBRATION_API void awb_calibration_set_parm(uint32_t threshold, uint32_t l
 
 /** One frame of a run: R/G and B/G times 1024, taken as signed.
  *
- *  The first frame creates the fail file as the answer of a run that never ends. Ten frames are summed. Each
+ *  The first frame creates the fail file: the answer of a run that never ends. Ten frames are summed. Each
  *  later one judges: the distance of the mean ratios from the golden sample must not be greater than the
- *  tolerance times the larger golden ratio (so that a golden sample of nan or inf lets every module pass, and so does
- *  a threshold of -1, which is 4294967295 %). It writes the AEC record (when that is asked for, and only on the main and the sub camera) and
- *  the AWB record into the slot of awb_get_camid(), and, when the partition has it, the success file and the
- *  cache file, or the fail file for a record out of tolerance (which is stored without its valid mark). The run
- *  ends there; after a failed write, or while AEC has not settled, the next frame tries again. */
+ *  tolerance times the larger golden ratio (so a golden sample of nan or inf lets every module pass, and so
+ *  does a threshold of -1, which is 4294967295 %). It writes the AEC record (if asked for, and only on the
+ *  main and the sub camera) and the AWB record into the slot of awb_get_camid(). Once the partition has the
+ *  AWB record, it writes the success file and the cache file, or the fail file for a record out of tolerance
+ *  (which is stored without its valid mark). The run ends there; after a failed write, or while AEC has not
+ *  settled, the next frame tries again. */
 AWB_CALIBRATION_API void QOR_AWB_Calibration_write_to_flash(uint32_t rg, uint32_t bg);
 
 /* ---- AEC calibration ---- */
@@ -134,13 +135,13 @@ AWB_CALIBRATION_API int32_t QOR_Dual_FLASH_Calibration_write_to_flash(uint8_t ca
                                                                       int32_t x2b, int32_t x3a, int32_t x3b);
 
 /** Writes the gyro record (48 bytes at 0xEA0 of the slot), the mark that the module's gyro is calibrated, and
- *  its cache file. It overlaps the A-light AWB record of the same slot, which is good no longer.
+ *  its cache file. It overlaps the A-light AWB record of the same slot, which is no longer good.
  *  @return 0 when the partition has the record, else -1 */
 AWB_CALIBRATION_API int32_t gyro_write_calibration(uint8_t camid, struct awb_fuse_id fuse);
 
 /** Writes the dual-camera record (1667 bytes at area offset 0x3200, once per phone) with the first 1643 bytes
- *  of /data/misc/camera/CalibrationData.dat as payload, and reads its checksum back. What the file does not
- *  have, or does not give because it opens and cannot be read, is zeros in the record, and no failure. The
+ *  of /data/misc/camera/CalibrationData.dat as payload, and reads its checksum back. What is missing
+ *  from the file, or from one that opens and cannot be read, is zeros in the record, and no failure. The
  *  answer is the file dual_calibration_success.txt: removed first, created empty when the checksum came back.
  *  @return 0, also when the checksum that came back differs; -1 when there is no memory or no payload file,
  *  or when the write, the read or the creation of the success file fails */

@@ -34,7 +34,7 @@ struct awb_fuse_id {
  *  @return the register, neither inverted nor reflected again */
 AWB_CALIBRATION_API uint32_t Crc32CheckSumByte(const void* data, uint32_t length, uint32_t start);
 
-/** The camera whose records are loaded, checked and corrected: 0 main, 1 front, 2 sub; at first 0. */
+/** The camera whose records are loaded, checked and corrected: 0 main, 1 front, 2 sub; initially 0. */
 AWB_CALIBRATION_API int32_t get_sensor_selection(void);
 
 /** Sets the selection; a `camid` of 3 or more selects the main camera. */
@@ -50,13 +50,13 @@ AWB_CALIBRATION_API int32_t sensor_detect(int32_t camid);
 AWB_CALIBRATION_API void awb_get_fuseid(uint32_t* out);
 
 /** Logs its argument; the fuse ID comes from the properties alone.
- *  @return 0, without meaning */
+ *  @return 0, which means nothing */
 AWB_CALIBRATION_API int32_t awb_read_fuseid(int32_t ctrl_fd);
 
 /** Sets the camera whose slot the factory writers store into; independent of the sensor selection. */
 AWB_CALIBRATION_API void awb_set_camid(uint8_t camid);
 
-/** @return what awb_set_camid() stored last; at first 0 */
+/** @return what awb_set_camid() stored last; initially 0 */
 AWB_CALIBRATION_API uint8_t awb_get_camid(void);
 
 /* ---- loading ----
@@ -127,7 +127,7 @@ AWB_CALIBRATION_API int32_t CheckFlash(void);
 
 /** Dumps `buffer` (664 bytes, any alignment) to the log: 8 64-bit words, then 150 entries of a 16-bit and an
  *  8-bit value.
- *  @return 0, or -1 for a null buffer, of which nothing is logged */
+ *  @return 0, or -1 for a null buffer, for which nothing is logged */
 AWB_CALIBRATION_API int32_t QOR_Show_LSC(const void* buffer);
 
 #ifdef __cplusplus

@@ -4,7 +4,7 @@
  *  Results are 0 for success and -1 for failure unless a function says otherwise; a failure is also logged.
  *  Offsets are absolute byte offsets in the partition. No function takes a lock: one thread at a time per
  *  handle, state or context, and no two writers of one partition. Only the table of MTD partitions outlives
- *  a call; it is the process's, so that one thread at a time may scan, look a partition up or close a data
+ *  a call; it is the process's, so only one thread at a time may scan, look a partition up or close a data
  *  handle.
  */
 #ifndef AWB_CALIBRATION_STORAGE_H
@@ -46,7 +46,7 @@ struct partition_handle {
 /** Opens the partition called `name`: as an eMMC partition, else as an MTD partition.
  *
  *  Every open looks the device up anew. An open that failed has nothing left to release; partition_close()
- *  then is -1 and does nothing.
+ *  then does nothing and returns -1.
  *  @param handle filled; the caller's
  *  @param name   partition name, NUL-terminated
  *  @return 0, or -1 when neither back end has the partition or an argument is null */
@@ -60,7 +60,7 @@ AWB_CALIBRATION_API int32_t partition_read(struct partition_handle* handle, int6
 
 /** Writes exactly `length` (at least 1) bytes of `buffer` at `offset` (at least 0). On eMMC no other byte
  *  changes; on NAND the touched erase blocks are erased, written and verified, and one that is touched in part
- *  is read and merged before.
+ *  is first read and merged.
  *  @return 0, or -1 as partition_read() */
 AWB_CALIBRATION_API int32_t partition_write(struct partition_handle* handle, int64_t offset, int64_t length,
                                             const void* buffer);
@@ -97,7 +97,7 @@ AWB_CALIBRATION_API int32_t emmc_close(struct emmc_state* state);
  * marked blocks, and over one that failed two attempts to erase, write and verify it; the blocks before the
  * wanted ones, and one that it touches in part, it reads as a read does, and fails with that.
  *
- * Hence reads and writes agree on addresses as long as blocks are only marked bad. They part where a read
+ * Hence reads and writes agree on addresses as long as blocks are only marked bad. They diverge where a read
  * alone passes over a block: zeros written over a whole block hide it from later reads, and a part of a block
  * is merged with what the read found but written to where the read began. A block that a write gave up on is
  * not marked bad (there is no MEMSETBADBLOCK); a later read takes it, with whatever it holds. */
@@ -119,7 +119,7 @@ AWB_CALIBRATION_API int32_t mtd_read(struct mtd_partition* state, int64_t offset
 
 /** Writes exactly `length` (at least 1) bytes of `buffer` at logical offset `offset` (at least 0): every
  *  touched erase block is erased, written and read back to verify; one that is touched in part is read
- *  before, and its other bytes keep their values. Needs two erase blocks of heap, had before anything is
+ *  first, and its other bytes keep their values. Needs two erase blocks of heap, allocated before anything is
  *  erased.
  *  @return 0, or -1 as mtd_read(). Touched blocks may then be written, erased or in between: a power cut or
  *  a failure between erase and write loses what the block held. */
@@ -135,24 +135,25 @@ AWB_CALIBRATION_API int32_t mtd_close(struct mtd_partition* state);
 
 /** Fills the process-wide table from the first 2047 bytes of /proc/mtd. Entries of earlier scans stay where
  *  the file no longer lists them. Numbers outside 0 to 31 are not taken. Names, and a table that
- *  mtd_data_close() dropped, stay allocated for good, because pointers to them may be held.
+ *  mtd_data_close() dropped, are never freed, because callers may hold pointers to them.
  *  @return the number of partitions taken, or -1: /proc/mtd cannot be read, or no memory (errno ENOMEM) */
 AWB_CALIBRATION_API int32_t mtd_scan_partitions(void);
 
 /** Scans, then looks `name` up by exact comparison, lowest MTD number first.
- *  @return the table's entry, valid for good and refilled by later scans; null when there is none or `name`
- *  is null */
+ *  @return the table's entry, valid as long as the process runs and refilled by later scans; null when there
+ *  is none or `name` is null */
 AWB_CALIBRATION_API struct mtd_partition* mtd_find_partition_by_name(const char* name);
 
 /* ---- MTD utility: streams over a whole partition ---------------------------------------------------- */
 
-/** An open stream. It has a descriptor of its own and keeps a copy of the partition record, by which its buffer
- *  is sized: what becomes of the record afterwards, by a scan or otherwise, does not reach it. */
+/** An open stream. It has a descriptor of its own and keeps a copy of the partition record, which gives the
+ *  size of its buffer: later changes to the record, by a scan or otherwise, do not affect it. */
 struct mtd_read_context;
 struct mtd_write_context;
 
 /** Opens a read stream at the first usable block. Allocates one erase block.
- *  @return the context, for mtd_read_close(); null when it cannot be had */
+ *  @return the context, for mtd_read_close(); null when the device does not open, there is no memory, or
+ *  `partition` is null */
 AWB_CALIBRATION_API struct mtd_read_context* mtd_read_partition(const struct mtd_partition* partition);
 
 /** Reads the next `length` bytes of the usable blocks into `data` of `length` bytes.
@@ -160,16 +161,18 @@ AWB_CALIBRATION_API struct mtd_read_context* mtd_read_partition(const struct mtd
  *  then holds is not defined, and neither is the stream's position */
 AWB_CALIBRATION_API int64_t mtd_read_data(struct mtd_read_context* context, void* data, int64_t length);
 
-/** Closes the stream and frees it. Null: nothing. */
+/** Closes the stream and frees it. With null nothing is done. */
 AWB_CALIBRATION_API void mtd_read_close(struct mtd_read_context* context);
 
 /** Opens a write stream at the first block. Allocates one erase block. Erases nothing yet.
- *  @return the context, for mtd_write_close(); null when it cannot be had */
+ *  @return the context, for mtd_write_close(); null when the device does not open, there is no memory, or
+ *  `partition` is null */
 AWB_CALIBRATION_API struct mtd_write_context* mtd_write_partition(const struct mtd_partition* partition);
 
 /** Appends `length` bytes of `data`. Whole blocks are erased, written and verified at once, the rest waits
  *  in the context. Allocates one erase block during the call, before anything is erased.
- *  @return `length`, or -1 when a block write fails (errno ENOSPC past the last block) or memory (ENOMEM) */
+ *  @return `length`, or -1 when a block write fails (errno ENOSPC past the last block) or there is no memory
+ *  (ENOMEM) */
 AWB_CALIBRATION_API int64_t mtd_write_data(struct mtd_write_context* context, const void* data,
                                            int64_t length);
 
@@ -189,7 +192,7 @@ AWB_CALIBRATION_API int32_t mtd_write_close(struct mtd_write_context* context);
 /* ---- MTD utility: whole partitions through a descriptor --------------------------------------------- */
 
 /** Bytes of an erase block for mtd_set_partition_erase_info() and mtd_write_partition_data(), which do not
- *  ask the device; at first 0x20000 (128 KiB, a NAND chip of 2 KiB pages). The caller sets it. */
+ *  ask the device; initially 0x20000 (128 KiB, a NAND chip of 2 KiB pages). The caller sets it. */
 AWB_CALIBRATION_API extern uint32_t erase_size;
 
 /** Opens the partition's device read-write.

@@ -181,7 +181,7 @@ TEST_F(Mutation, UnreadableIsNotAbsent) {
        "0 records found"},
       {"chmod 0 phone/data/misc/camera &&", "verify phone", 2, "data/misc/camera: cannot be read", "absent"},
       {"", "verify phone", 2, "\nunreadable: main camera: awb,", "\ngood"},
-      {"", "explain main phone", 2, "export      taken unless one before it is there; good"},
+      {"", "explain main phone", 2, "export      taken unless an earlier source is there; good"},
       {"chmod 0 phone/getprop.txt &&", "verify bad phone/getprop.txt", 2,
        "getprop.txt: cannot be read: Permission"},
       {"chmod 0 phone &&", "verify phone", 2, "awbcal: phone: cannot be read: Permission denied\n"},

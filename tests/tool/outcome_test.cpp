@@ -54,6 +54,8 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
       {"required and absent", good + " --require flash", 1, "flash (required)"},
       {"required of another camera", good + " --require front:awb", 1, "FAIL: 2 good"},
       {"required of no camera", good + " --require dual_camera", 1, "FAIL: 2 good"},
+      {"required of a file that cannot hold it", file("one/awb_cal", awb()) + " --require dual_camera", 1,
+       "dual_camera (required)"},
       {"no such kind", good + " --require rubbish", 2, "no such kind: \"rubbish\""},
       {"no such camera", good + " --require top:awb", 2, "no such camera: \"top:awb\""},
       {"zeros", file("zeros", Bytes(4 << 20)), 3, "no calibration found"},

@@ -11,6 +11,7 @@
 #include "inspect/claims.h"
 #include "inspect/decode.h"
 #include "run/folder_guard.h"
+#include "run/sensor_model.h"
 #include "tests/support/support.h"
 #include "text/terminal.h"
 
@@ -111,6 +112,14 @@ TEST(Wrap, KeepsEveryWordAndTheWidth) {
   EXPECT_EQ(awbcal::wrap("abcdefgh i", 3), (Lines{"abc", "def", "gh", "i"}));
   EXPECT_EQ(awbcal::wrap("", 3), (Lines{""}));
   EXPECT_EQ(awbcal::wrap("abc", 3), (Lines{"abc"}));
+}
+
+TEST(SensorModel, TakesNoSampleFromTheDark) {
+  constexpr awbcal::Light kLight{
+      .name = "a light", .rg = 0.75, .bg = 0.5, .luma_per_millisecond = 4.0, .is_a_light = false};
+  awbcal::Noise noise(7);
+  awbcal::SensorModel sensor(kLight, {.rg = 1, .bg = 1}, noise);
+  EXPECT_EQ(sensor.capture({.gain = 256, .exp_time = 500}).frame.count, 0);
 }
 
 // ---- temporary files --------------------------------------------------------------------------------------

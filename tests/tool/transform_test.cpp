@@ -84,6 +84,9 @@ TEST_F(Transform, RefusesJsonThatIsNoDump) {
        "not a hexadecimal"},
       {head + R"("files":[{"path":"x","size":2,"rest":[{"offset":0,"bytes":"41"}]}],"records":[]})",
        "byte 0x1 is missing"},
+      {head +
+           R"("files":[{"path":"x","size":1,"rest":[{"offset":0,"bytes":"41"},{"offset":0,"bytes":"42"}]}]})",
+       "contradicts an earlier value"},
       {head + one_file + R"("records":[{"kind":"x","file":"x","offset":0,"fields":{}}]})",
        "no kind of record: \"x\""},
       {head + one_file + R"("records":[{"kind":"awb","file":"y","offset":0,"fields":{}}]})", "no such file"},
@@ -92,7 +95,7 @@ TEST_F(Transform, RefusesJsonThatIsNoDump) {
       {head + one_file + R"("records":[{"kind":"awb","file":"x","offset":0,"fields":{"r_g":"a"}}]})",
        "R/G of the AWB"},
       {head + one_file + R"("records":[{"kind":"awb","file":"x","offset":0,"fields":{"z":1}}]})",
-       "no known name"},
+       "unknown field"},
   };
   for (const auto& [json, message] : rows) {
     EXPECT_THAT(run("pack " + text_file("bad.json", json)), Exits(2, HasSubstr(message))) << json;

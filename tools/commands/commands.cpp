@@ -64,11 +64,11 @@ void show_modules(Terminal& terminal, const Modules& modules, const Modules& ass
   }
   for (const auto& [camera, module] : assumed) {
     terminal.paragraph(fmt::format(
-        "{} module: not known; its record's own fuse ID, {:08x}, is assumed; --fuse says which it is",
+        "{} module: not known; its record's own fuse ID, {:08x}, is assumed; give --fuse to say which it is",
         camera_name(camera), fmt::join(module, " ")));
   }
   if (modules.empty() && assumed.empty())
-    terminal.paragraph("modules: not known; --fuse says which are fitted");
+    terminal.paragraph("modules: not known; give --fuse to say which are fitted");
 }
 
 Json modules_json(const Modules& modules) {

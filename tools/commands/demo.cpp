@@ -14,7 +14,7 @@ Command add_demo(CLI::App& parent) {
   CLI::App* app = add_command(parent, "demo", "Calibrate the cameras of a virtual phone");
   app->add_option("--dir", options->dir, "Folder for the phone; otherwise a new temporary one")
       ->type_name("FOLDER");
-  app->add_option("--seed", options->seed, "Seed of modules and noise")
+  app->add_option("--seed", options->seed, "Seed for the modules and the noise")
       ->check(whole_number(0, UINT64_MAX))
       ->type_name("NUMBER");
   app->add_option("--frames", options->frames, "CSV of the main camera's frames")->type_name("FILE");

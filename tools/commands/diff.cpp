@@ -165,8 +165,8 @@ Command add_diff(CLI::App& parent) {
   app->add_option("B", arguments->b.paths.front(), "Second phone, image or file")
       ->required()
       ->default_str("");
-  app->add_option("--as-a", arguments->a.as, "What A is, by the names that show takes")->type_name("KIND");
-  app->add_option("--as-b", arguments->b.as, "What B is, by the names that show takes")->type_name("KIND");
+  app->add_option("--as-a", arguments->a.as, "What A is: any KIND that show takes")->type_name("KIND");
+  app->add_option("--as-b", arguments->b.as, "What B is: any KIND that show takes")->type_name("KIND");
   add_json_option(*app, arguments->json);
   return {app, [arguments](Terminal& terminal) { return run_diff(*arguments, terminal); }};
 }

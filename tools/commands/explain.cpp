@@ -154,7 +154,8 @@ int run_explain(ExplainArguments& arguments, Terminal& terminal) {
 Command add_explain(CLI::App& parent) {
   const auto arguments = std::make_shared<ExplainArguments>();
   ExplainQuestion& question = arguments->question;
-  CLI::App* app = add_command(parent, "explain", "Start a camera on a copy of the phone and say why");
+  CLI::App* app =
+      add_command(parent, "explain", "Start a camera on a copy of the phone and explain the result");
   app->add_option("CAMERA", question.camera, "main, front or sub")
       ->required()
       ->transform(camera_names())
@@ -168,7 +169,7 @@ Command add_explain(CLI::App& parent) {
   app->add_option("--mesh-tuning", question.mesh_tuning_file,
                   "Sensor's tuning block with the meshes; otherwise a typical one")
       ->type_name("FILE");
-  app->add_flag("--reboot", question.reboot, "First let the kernel read the partition anew");
+  app->add_flag("--reboot", question.reboot, "First let the kernel export the partition again, as at a boot");
   app->add_flag("-v,--verbose", arguments->verbose, "Print what the library logged as well");
   add_json_option(*app, arguments->json);
   return {app, [arguments](Terminal& terminal) { return run_explain(*arguments, terminal); }};

@@ -24,7 +24,7 @@ constexpr ExitCode kTable[] = {
     {kFailed, "Judged not good: FAIL, or there are differences."},
     {kBadInput,
      "Could not be done, or cannot be known: bad arguments, a file that cannot be read or written; the "
-     "message names it. An answer that is incomplete because of such a file ends so too, unless what "
+     "message names it. An answer that such a file leaves incomplete ends with 2 as well, unless what "
      "could be read is not good."},
     {kNothing, "Nothing to judge: no record, only blank or truncated ones, or too few frames."},
 };

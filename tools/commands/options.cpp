@@ -107,7 +107,7 @@ void add_input_options(CLI::App& app, InputOptions& options) {
       ->default_str("");
   app.add_option("--as", options.as, "What INPUT is: phone, partition, export, node or a kind of record")
       ->type_name("KIND");
-  app.add_option("--base", options.base, "Page size that places the record area: 4k or 2k")
+  app.add_option("--base", options.base, "Page size, which decides where the record area is: 4k or 2k")
       ->transform(named_values<uint32_t>({{"4k", calib::kAreaBase4k}, {"2k", calib::kAreaBase2k}}))
       ->type_name("SIZE");
   app.add_option("--camera", options.camera, "Camera of a single file: main, front or sub")
@@ -136,7 +136,7 @@ CLI::Option* add_golden_option(CLI::App& app, std::optional<calib::GoldenRatios>
 }
 
 CLI::Option* add_threshold_option(CLI::App& app, uint32_t& percent) {
-  return app.add_option("--threshold", percent, "Percent of the golden sample allowed")
+  return app.add_option("--threshold", percent, "Allowed distance in percent of the golden sample")
       ->check(whole_number(0, INT32_MAX))
       ->type_name("PERCENT");
 }

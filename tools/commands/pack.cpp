@@ -53,7 +53,7 @@ Command add_pack(CLI::App& parent) {
   CLI::App* app = add_command(parent, "pack", "Rebuild the bytes from `show --json`, keeping stored CRCs");
   app->add_option("INPUT", arguments->input, "Output of `show --json`; - is stdin");
   app->add_option("--output", arguments->output.path,
-                  "File, or folder of a phone, to make; otherwise stdout");
+                  "File to create, or folder for a phone; otherwise stdout");
   app->add_flag("--force", arguments->output.force, "Replace an existing file");
   app->add_flag("--seal", arguments->options.seal, "Compute the CRC of every record");
   app->add_option("--seal-only", arguments->options.seal_kind, "Compute the CRC of records of one kind")

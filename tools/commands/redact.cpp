@@ -86,7 +86,7 @@ Command add_redact(CLI::App& parent) {
   CLI::Option* output =
       app->add_option("--output", arguments->output.path, "File or folder to make; - is stdout");
   CLI::Option* check_flag = app->add_flag("--check", arguments->only_check,
-                                          "List what may identify a device or a person, write nothing");
+                                          "List what may identify a device or a person; write nothing");
   app->add_flag("--force", arguments->output.force, "Replace an existing file");
   output->excludes(check_flag);
   app->callback([output, check_flag] {

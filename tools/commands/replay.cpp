@@ -159,7 +159,7 @@ Command add_replay(CLI::App& parent) {
       ->delimiter('x')
       ->default_str("")
       ->type_name("WxH");
-  app->add_option("--stride", raw.stride, "Bytes from row to row; 0 is no padding")
+  app->add_option("--stride", raw.stride, "Bytes from one row to the next; 0 means no padding")
       ->check(whole_number(0, UINT32_MAX))
       ->type_name("BYTES");
   app->add_option("--bayer", raw.pattern, "rggb, bggr, grbg or gbrg")

@@ -223,15 +223,15 @@ Command add_verify(CLI::App& parent) {
   add_input_options(*app, arguments->input);
   add_fuse_option(*app, question.modules);
   add_choice_option(*app, "--require", question.required,
-                    "Kinds that must be there, as awb,aec or front:awb");
+                    "Kinds that must be there, such as awb,aec or front:awb");
   add_choice_option(*app, "--only", question.only, "Kinds to judge; the others are left out");
   add_choice_option(*app, "--ignore", question.ignored, "Kinds to leave out");
   add_golden_option(*app, question.golden);
   const CLI::Option* threshold = add_threshold_option(*app, question.threshold);
-  app->add_flag("--strict", question.is_strict, "Fail what the gyro record lies over, too");
+  app->add_flag("--strict", question.is_strict, "Fail an overwritten record even if its cache file is good");
   app->add_flag_callback(
       "--no-accept", [&question] { question.asks_library = false; },
-      "Do not run the library to see who accepts a record");
+      "Do not run the library to see what accepts a record");
   add_json_option(*app, arguments->json);
   return {app, [arguments, threshold](Terminal& terminal) {
             if (threshold->count() > 0 && !arguments->question.golden)

@@ -36,7 +36,7 @@ std::string gains_text(std::span<const uint8_t> run) {
   float most = least;
   for (size_t at = 0; at + sizeof(float) <= run.size(); at += sizeof(float)) {
     const auto gain = calib::record_at<float>(run.data() + at);
-    if (!std::isfinite(gain)) return "holds what is no number";
+    if (!std::isfinite(gain)) return "holds values that are not numbers";
     least = std::min(least, gain);
     most = std::max(most, gain);
   }

@@ -190,7 +190,7 @@ void add_file(Packing& packing, const Json& json) {
     throw InputError(fmt::format("{}: was unreadable, so its bytes are not known", path));
   const uint64_t size = number_at(json, "size", kLargestFile);
   if (std::ranges::any_of(packing.files, [&](const FileBuilder& file) { return file.path() == path; }))
-    throw InputError(fmt::format("\"{}\" is there twice", path));
+    throw InputError(fmt::format("\"{}\" is given twice", path));
   FileBuilder builder(path, size);
   if (json.contains("text")) {
     const auto text = json.at("text").get<std::string>();
@@ -244,7 +244,7 @@ void add_record(Packing& packing, const Json& json) {
     add_field(packing.files[file], *spec, field, offset, *value);
   }
   if (known != json.at("fields").size())
-    throw InputError(fmt::format("the {} has a field of no known name", spec->name));
+    throw InputError(fmt::format("the {} has an unknown field", spec->name));
   if (known == spec->fields.size()) packing.placed.push_back({spec, file, offset});
 }
 

@@ -109,7 +109,7 @@ std::string readings_text(const std::vector<Reading>& readings) {
     texts.push_back(fmt::format("record area at 0x{:x}{}{}{}", reading.base, reading.how.empty() ? "" : " (",
                                 reading.how, reading.how.empty() ? "" : ")"));
   }
-  return fmt::format("records fit more than one reading: {}; --base or --as says which",
+  return fmt::format("records fit more than one reading: {}; give --base or --as to choose one",
                      fmt::join(texts, "; "));
 }
 
@@ -365,8 +365,8 @@ void note_other_kinds(Phone& phone, const PhoneFile& file) {
   std::vector<const char*> names;
   for (const RecordSpec* spec : kinds_of_size(file.content.bytes)) names.push_back(spec->id);
   if (names.size() < 2) return;
-  phone.notes.push_back(fmt::format("{}: may be any of {}: taken for the first; --as says which", file.path,
-                                    fmt::join(names, ", ")));
+  phone.notes.push_back(fmt::format("{}: may be any of {}: taken for the first; give --as to choose another",
+                                    file.path, fmt::join(names, ", ")));
 }
 
 PhoneFile file_of_bytes(Phone& phone, const std::string& name, Bytes bytes, const InputOptions& options) {

@@ -50,7 +50,7 @@ void tell_sources_of(const Phone& phone, Camera camera, const Modules& modules, 
       is_behind_unknown = is_behind_unknown || state != State::absent;
       continue;
     }
-    const char* first = is_behind_unknown ? "taken unless one before it is there" : "taken";
+    const char* first = is_behind_unknown ? "taken unless an earlier source is there" : "taken";
     const std::string fate = taken.empty() ? first : fmt::format("not read: the {} opens first", taken);
     if (taken.empty()) taken = name;
     stories.push_back(
