@@ -1,8 +1,6 @@
 // Does the exposure control get its target, and later exactly the values that were stored for this module?
 // Guards against exposure values of another module, of a damaged record or of no record at all.
 
-#include <algorithm>
-
 #include "awb_calibration/factory.h"
 #include "tests/support/support.h"
 

@@ -4,8 +4,6 @@
 #include <mtd/mtd-user.h>
 #include <unistd.h>
 
-#include <climits>
-
 #include "awb_calibration/factory.h"
 #include "tests/support/nand_phone.h"
 

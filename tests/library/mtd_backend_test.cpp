@@ -1,8 +1,6 @@
 // Does the MTD back end find its partition, and ask, seek, erase and log exactly as documented around each
 // block? Guards against an erase too many, a block read twice and a failure that nobody can see on a phone.
 
-#include <climits>
-
 #include "tests/support/nand_phone.h"
 
 namespace {

@@ -6,7 +6,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 
 #include "awb_calibration/factory.h"

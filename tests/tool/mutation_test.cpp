@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <random>
 
 #include "inspect/errors.h"
