@@ -9,10 +9,9 @@
 
 namespace phone {
 namespace fs = std::filesystem;
-namespace {
 
-/// Memory, if there is plenty: a phone is hundreds of small files, and a disk makes one wait for each.
-fs::path parent() {
+// Memory, if there is plenty: a phone is hundreds of small files, and a disk makes one wait for each.
+fs::path temporary_parent() {
   constexpr const char* kMemory = "/dev/shm";
   constexpr uintmax_t kPlenty = 1U << 30;
   if (std::getenv("TMPDIR") != nullptr) return fs::temp_directory_path();
@@ -22,10 +21,8 @@ fs::path parent() {
   return plenty ? kMemory : fs::temp_directory_path();
 }
 
-}  // namespace
-
 TemporaryFolder::TemporaryFolder() {
-  std::string name = (parent() / "phone-XXXXXX").string();
+  std::string name = (temporary_parent() / "phone-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) {
     throw fs::filesystem_error("cannot make a temporary folder", name, {errno, std::system_category()});
   }

@@ -1,4 +1,4 @@
-// A folder for as long as a scope lives: for scratch phones of tests, benchmarks and the tool.
+// A folder for as long as a scope lives: for scratch phones of tests and benchmarks.
 #ifndef PHONE_TEMPORARY_FOLDER_H
 #define PHONE_TEMPORARY_FOLDER_H
 
@@ -6,8 +6,10 @@
 
 namespace phone {
 
-/// A new folder with a name of its own: in $TMPDIR if that is set, else in memory where the machine has that to
-/// spare, else in /tmp. It is removed with all that it holds when the scope ends.
+/// $TMPDIR if that is set, else memory where the machine has that to spare, else /tmp.
+std::filesystem::path temporary_parent();
+
+/// A new folder with a name of its own in temporary_parent(). It is removed with all that it holds when the scope ends.
 /// std::filesystem::filesystem_error if none can be made.
 class TemporaryFolder {
  public:

@@ -20,7 +20,7 @@ _awbcal() {
   if [ "$COMP_CWORD" -eq 1 ]; then
     words="${!options[*]} --help --version --color"
   elif [[ $word == -* ]]; then
-    words=${options[$command]}
+    words="${options[$command]} --color"
   else
     case $previous in
       --as | --as-a | --as-b) words="phone partition export node $kinds" ;;

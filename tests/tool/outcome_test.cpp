@@ -45,6 +45,9 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
   put(image, 0x20EA0, gyro());
   file("over/mfg.img", image);
   file("over/data/misc/camera/awb_A_light_cal", awb());
+  Bytes gyro_alone(0x30000);
+  put(gyro_alone, 0x20000, awb());
+  put(gyro_alone, 0x20EA0, gyro());
   const std::string near = " --golden 0.75,0.5859375 --threshold ";
   expect({
       {"good", good, 0, "PASS: 2 good"},
@@ -62,6 +65,7 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
       {"limit kept", good + near + "10", 0, "0.0312 from the golden sample, 0.0750 allowed (42 % of it)"},
       {"limit not kept", good + near + "4", 1, "out of limit: 0.0312 from the golden sample, 0.0300 allowed"},
       {"A light", file("awb_A_light_cal", awb()) + near + "4", 1, "out of limit"},
+      {"A light, blank under a gyro record", file("gyro.img", gyro_alone) + near + "10", 0, "PASS: 2 good"},
       {"no number", good + near + "nan", 2, "is not a whole number"},
       {"negative", good + near + "-1", 2, "is not a whole number"},
       {"half a golden sample", good + " --golden 0.75", 2, "--golden: 2 required RG,BG missing"},

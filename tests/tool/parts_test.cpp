@@ -2,6 +2,7 @@
 // decoder that shows the wrong bytes and against a judgement that passes a damaged record.
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,7 +11,7 @@
 
 #include "inspect/claims.h"
 #include "inspect/decode.h"
-#include "run/folder_guard.h"
+#include "run/guarded_folder.h"
 #include "run/sensor_model.h"
 #include "tests/support/support.h"
 #include "text/terminal.h"
@@ -124,21 +125,34 @@ TEST(SensorModel, TakesNoSampleFromTheDark) {
 
 // ---- temporary files --------------------------------------------------------------------------------------
 
-TEST(FolderGuard, LeavesNothingBehindHoweverTheProcessEnds) {
-  for (const int signal : {SIGINT, SIGTERM, SIGKILL, 0}) {
+TEST(GuardedFolder, LeavesNothingBehindHoweverAndWheneverTheProcessEnds) {
+  // The second process becomes ours when the first is gone, and can be waited for.
+  ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+  for (int i = 0; i < 80; ++i) {
+    const int signal = std::array{SIGINT, SIGTERM, SIGKILL, 0}[static_cast<size_t>(i % 4)];
     const support::TemporaryFolder outer;
-    const std::filesystem::path folder = outer.path() / "phone";
-    std::filesystem::create_directory(folder);
-    support::write_bytes(folder / "data/record", {1, 2, 3});
     const pid_t child = fork();
     if (child == 0) {
-      const awbcal::FolderGuard guard(folder);
-      raise(signal);
+      const awbcal::GuardedFolder folder(outer.path(), "phone");
+      support::write_bytes(folder.path() / "data/record", {1, 2, 3});
+      if (signal != 0) pause();
       _exit(0);
     }
-    waitpid(child, nullptr, 0);
-    for (int i = 0; i < 500 && std::filesystem::exists(folder); ++i) usleep(10000);
-    EXPECT_FALSE(std::filesystem::exists(folder)) << signal;
+    // From before the folder is there until after it was filled.
+    usleep(static_cast<useconds_t>(i * 25));
+    if (signal != 0) kill(child, signal);
+    while (wait(nullptr) > 0) {
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(outer.path())) << signal << " after " << i * 25;
+  }
+}
+
+TEST(GuardedFolder, SaysWhyNoneCanBeMade) {
+  try {
+    const awbcal::GuardedFolder folder("/nowhere", "phone");
+    FAIL() << folder.path();
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "/nowhere/phone-XXXXXX: cannot be made: No such file or directory");
   }
 }
 

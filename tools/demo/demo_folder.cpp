@@ -2,9 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <set>
 
@@ -20,14 +17,6 @@ constexpr const char* kMarker = "awbcal-demo.txt";
 constexpr const char* kMarkerText =
     "A virtual phone, made by `awbcal demo`.\n"
     "The next demo in this folder replaces these files, and does nothing if it finds others:\n";
-
-fs::path new_temporary_folder() {
-  std::string name = (fs::temp_directory_path() / "awbcal-demo-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) {
-    throw InputError(fmt::format("{}: {}", name, std::strerror(errno)));
-  }
-  return name;
-}
 
 /// Everything below `dir`, links not followed.
 std::set<std::string> contents_of(const fs::path& dir) {
@@ -69,8 +58,10 @@ void clear(const fs::path& dir) {
 
 }  // namespace
 
-DemoFolder::DemoFolder(const fs::path& wanted) : path_(wanted.empty() ? new_temporary_folder() : wanted) {
-  if (wanted.empty()) guard_ = std::make_unique<FolderGuard>(path_);
+DemoFolder::DemoFolder(const fs::path& wanted)
+    : temporary_(wanted.empty() ? std::make_unique<GuardedFolder>(fs::temp_directory_path(), "awbcal-demo")
+                                : nullptr),
+      path_(temporary_ ? temporary_->path() : wanted) {
   if (fs::exists(path_)) clear(path_);
   std::error_code error;
   fs::create_directories(path_, error);
@@ -80,7 +71,7 @@ DemoFolder::DemoFolder(const fs::path& wanted) : path_(wanted.empty() ? new_temp
 
 void DemoFolder::keep() const {
   write_marker(path_, contents_of(path_));
-  if (guard_) guard_->keep();
+  if (temporary_) temporary_->keep();
 }
 
 }  // namespace awbcal

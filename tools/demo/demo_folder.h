@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "run/folder_guard.h"
+#include "run/guarded_folder.h"
 
 namespace awbcal {
 
@@ -22,8 +22,8 @@ class DemoFolder {
   void keep() const;
 
  private:
+  std::unique_ptr<GuardedFolder> temporary_;  ///< where none was wanted
   std::filesystem::path path_;
-  std::unique_ptr<FolderGuard> guard_;
 };
 
 }  // namespace awbcal

@@ -8,7 +8,7 @@
 #include "inspect/verdict.h"
 #include "phone/temporary_folder.h"
 #include "phone/virtual_phone.h"
-#include "run/folder_guard.h"
+#include "run/guarded_folder.h"
 
 namespace awbcal {
 
@@ -26,8 +26,7 @@ class ScratchPhone {
   void fit(calib::Camera camera, const calib::FuseWords& module);
 
  private:
-  phone::TemporaryFolder folder_;
-  FolderGuard guard_{folder_.path()};
+  GuardedFolder folder_{phone::temporary_parent(), "phone"};
   std::optional<phone::VirtualPhone> phone_;
 };
 

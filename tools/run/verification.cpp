@@ -46,7 +46,7 @@ void mark_required(Records& records, const VerifyQuestion& question) {
 
 bool can_be_measured(const VerifiedRecord& verified) {
   const FoundRecord* record = verified.verdict.record;
-  if (record == nullptr || record->is_truncated() || is_blank(record->bytes)) return false;
+  if (record == nullptr || record->is_truncated() || verified.verdict.is_missing()) return false;
   const bool is_awb = record->spec->kind == RecordKind::awb || record->spec->kind == RecordKind::a_light_awb;
   // What damaged bytes are far from says nothing.
   return is_awb && !verified.is(Verdict::bad_crc) && !verified.is(Verdict::overwritten);
