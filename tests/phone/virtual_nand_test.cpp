@@ -155,6 +155,7 @@ TEST_F(VirtualNandTest, TransfersEndWithTheChipAndMoveThePosition) {
       {"seek back", [&] { return lseek(fd, -100, SEEK_CUR); }, kSize - 100},
       {"read to the end", [&] { return read(fd, bytes.data(), bytes.size()); }, 100},
       {"pread", [&] { return pread(fd, bytes.data(), bytes.size(), 0); }, 2 * kPage},
+      {"which leaves the position", [&] { return lseek(fd, 0, SEEK_CUR); }, kSize},
   });
 }
 

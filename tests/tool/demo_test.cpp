@@ -81,13 +81,6 @@ TEST_F(AwbcalDemo, ShowsWhatACameraStartChanges) {
   const Outcome demo = run(in_phone());
   const double ratio = support::word_at(partition(), 0x20004) / 1024.0 / 0.7539;
   EXPECT_THAT(demo.output, HasSubstr(support::printf_text("0  0.4600  %.4f  %.4f", 0.46 * ratio, ratio)));
-  size_t same = 0;
-  for (size_t at = 0;
-       (at = demo.output.find("identical to the start from the cache files", at)) != std::string::npos;
-       ++at) {
-    ++same;
-  }
-  EXPECT_EQ(same, 3U) << "a start from the export gives the same tuning";
   EXPECT_TRUE(fs::exists(path("phone/data/misc/camera/lsc_cal_sub_CAM"))) << "the cache files were put back";
 }
 
