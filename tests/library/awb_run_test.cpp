@@ -252,12 +252,12 @@ TEST_F(AwbRun, OnlyARisingEdgeStartsARun) {
   EXPECT_EQ(awb_if_enabled(), 0U) << "a trigger left at 1 does not start again";
 }
 
-// Of the front camera, which has no AEC, the properties are not read in a run either.
+// The front camera has no AEC: in its run those properties are not read either.
 TEST_F(AwbRun, OutsideCalibrationModeNothingHappensAndTheTriggerIsNotRead) {
   for (const auto& [camera, status] : {std::pair{0U, "2"}, {1U, "3"}}) {
     start(camera);
     set("mfg.calibration.status", status);
-    EXPECT_EQ(check_and_init_awb_calibration(), 0);
+    EXPECT_EQ(own_log([] { EXPECT_EQ(check_and_init_awb_calibration(), 0); }).empty(), camera == 0);
     for (const char* property : {"mfg.awb.calibration.trigger", "mfg.awb.calibration.ae.k.eb"})
       phone().add_fault({.call = "property_get", .path = property, .from_then_on = true});
     if (camera == 0) {
