@@ -83,7 +83,7 @@ TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
     return sealed32(words);
   };
   Bytes damaged = changed({});
-  damaged[4] ^= 1;
+  damaged[4] ^= 1;  // the gain
   struct Row {
     const char* what;
     Bytes record;

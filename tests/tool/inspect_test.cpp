@@ -39,16 +39,10 @@ fuse IDs not compared: the modules are not known
 )"));
 }
 
-struct Recognised {
-  const char* name;
-  Bytes bytes;
-  const char* title;
-};
-
 TEST_F(Inspect, RecognisesAFileByItsNameOrItsContent) {
   Bytes lens = support::pattern(3584);
   lens[0] = 0x1B;
-  const Recognised rows[] = {
+  const std::tuple<const char*, Bytes, const char*> rows[] = {
       {"awb_cal", awb(), "main camera, AWB record"},
       {"flash_cal_front", awb(), "front camera, flash record"},
       {"awb_A_light_cal_sub_CAM", awb(), "sub camera, A-light AWB record"},
