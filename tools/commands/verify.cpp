@@ -19,6 +19,8 @@ namespace {
 struct VerifyArguments {
   InputOptions input;
   VerifyQuestion question;
+  std::optional<calib::GoldenRatios> golden;
+  uint32_t threshold = Limit{}.threshold;
   bool json = false;
 };
 
@@ -202,6 +204,7 @@ Json verification_json(const Phone& phone, const Modules& modules, const Verific
 
 int run_verify(VerifyArguments& arguments, Terminal& terminal) {
   arguments.input.with_digests = arguments.json;
+  if (arguments.golden) arguments.question.limits.set({*arguments.golden, arguments.threshold});
   const Phone phone = open_phone_of(arguments.input);
   Modules& modules = arguments.question.modules;
   modules.merge(modules_of(phone));
@@ -226,15 +229,15 @@ Command add_verify(CLI::App& parent) {
                     "Kinds that must be there, such as awb,aec or front:awb");
   add_choice_option(*app, "--only", question.only, "Kinds to judge; the others are left out");
   add_choice_option(*app, "--ignore", question.ignored, "Kinds to leave out");
-  add_golden_option(*app, question.golden);
-  const CLI::Option* threshold = add_threshold_option(*app, question.threshold);
+  add_golden_option(*app, arguments->golden);
+  const CLI::Option* threshold = add_threshold_option(*app, arguments->threshold);
   app->add_flag("--strict", question.is_strict, "Fail an overwritten record even if its cache file is good");
   app->add_flag_callback(
       "--no-accept", [&question] { question.asks_library = false; },
       "Do not run the library to see what accepts a record");
   add_json_option(*app, arguments->json);
   return {app, [arguments, threshold](Terminal& terminal) {
-            if (threshold->count() > 0 && !arguments->question.golden)
+            if (threshold->count() > 0 && !arguments->golden)
               throw CLI::ValidationError("--threshold", "needs --golden: percent of what?");
             return run_verify(*arguments, terminal);
           }};

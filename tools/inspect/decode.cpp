@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <iterator>
 
 #include "records/judgement.h"
@@ -69,8 +70,9 @@ uint32_t area_offset(const RecordSpec& spec, int camid) {
 
 uint64_t field_value(std::span<const uint8_t> record, const FieldSpec& field) {
   if (is_run_of_bytes(field)) return 0;
-  uint64_t value = 0;
   const auto bytes = record.subspan(field.offset, field.width);
+  if (bytes.size() == sizeof(uint32_t)) return calib::record_at<uint32_t>(bytes.data());
+  uint64_t value = 0;
   for (size_t i = bytes.size(); i-- > 0;) value = value << 8 | bytes[i];
   return value;
 }
@@ -96,7 +98,7 @@ std::vector<Field> decode(const RecordSpec& spec, std::span<const uint8_t> recor
 
 bool is_blank(std::span<const uint8_t> bytes) {
   if (bytes.empty() || (bytes[0] != 0x00 && bytes[0] != 0xFF)) return false;
-  return std::all_of(bytes.begin(), bytes.end(), [&](uint8_t byte) { return byte == bytes[0]; });
+  return std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
 }
 
 const char* blank_text(std::span<const uint8_t> bytes) {

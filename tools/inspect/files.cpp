@@ -27,28 +27,27 @@ bool is_stream(const fs::path& path) {
   return path.empty() || path == kStandardStream;
 }
 
-FileContent read_all(int fd, size_t limit) {
+FileContent read_all(int fd, const struct stat& status, size_t limit) {
   FileContent content;
-  constexpr size_t kPart = 64 * 1024;
-  struct stat status = {};
-  const bool has_size = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-  if (has_size) content.bytes.reserve(std::min(static_cast<size_t>(status.st_size), limit) + kPart);
+  const bool has_size = S_ISREG(status.st_mode);
+  // One byte more than there should be: that it is not filled shows the end.
+  size_t part = has_size ? std::min(static_cast<size_t>(status.st_size), limit) + 1 : 64 * 1024;
   while (true) {
     const size_t size = content.bytes.size();
-    content.bytes.resize(size + kPart);
-    const ssize_t count = read(fd, content.bytes.data() + size, kPart);
+    content.bytes.resize(size + part);
+    const ssize_t count = read(fd, content.bytes.data() + size, part);
     content.bytes.resize(size + static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    if (count == 0) return content;
+    const bool is_end = has_size && count > 0 && static_cast<size_t>(count) < part;
+    if (count == 0 || is_end) return content;
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return {{}, std::strerror(errno)};
     if (content.bytes.size() > limit) return {{}, fmt::format("larger than {} MiB", limit / 1024 / 1024)};
+    part = 64 * 1024;
   }
 }
 
 /// What may keep us waiting says so after a second, so that nobody takes the tool for hung.
 void wait_for_content(int fd, const fs::path& path) {
-  struct stat status = {};
-  if (fstat(fd, &status) != 0 || S_ISREG(status.st_mode)) return;
   pollfd waiting{.fd = fd, .events = POLLIN, .revents = 0};
   constexpr int kPatience = 1000;
   if (poll(&waiting, 1, isatty(fd) == 1 ? 0 : kPatience) != 0) return;
@@ -57,12 +56,10 @@ void wait_for_content(int fd, const fs::path& path) {
   poll(&waiting, 1, -1);
 }
 
-/// Opened without waiting for a pipe's other end, then read with waiting.
+/// Without waiting for a pipe's other end.
 int open_input(const fs::path& path) {
   if (path == kStandardStream) return dup(STDIN_FILENO);
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd >= 0) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-  return fd;
+  return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 }
 
 /// Whether `path` is `whole` or lies in it, links followed.
@@ -147,9 +144,13 @@ void put_in_place(const std::string& unfinished, const fs::path& target) {
 
 FileContent read_file(const fs::path& path, size_t limit) {
   const calib::Descriptor fd(open_input(path));
-  if (!fd.is_open()) return {{}, std::strerror(errno)};
-  wait_for_content(fd.get(), path);
-  return read_all(fd.get(), limit);
+  struct stat status = {};
+  if (!fd.is_open() || fstat(fd.get(), &status) != 0) return {{}, std::strerror(errno)};
+  if (!S_ISREG(status.st_mode)) {
+    if (path != kStandardStream) fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
+    wait_for_content(fd.get(), path);
+  }
+  return read_all(fd.get(), status, limit);
 }
 
 FileContent read_regular_file(const fs::path& path) {
@@ -158,7 +159,7 @@ FileContent read_regular_file(const fs::path& path) {
   struct stat status = {};
   if (fstat(fd.get(), &status) != 0) return {{}, std::strerror(errno)};
   if (!S_ISREG(status.st_mode)) return {{}, "not a regular file"};
-  return read_all(fd.get(), kLargestFile);
+  return read_all(fd.get(), status, kLargestFile);
 }
 
 void check_output(const OutputTarget& target, const std::vector<std::string>& inputs) {

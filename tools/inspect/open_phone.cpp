@@ -46,6 +46,7 @@ void find_record(Phone& phone, size_t index, const RecordSpec& spec, std::option
 }
 
 void find_in_partition(Phone& phone, size_t index) {
+  phone.records.reserve(phone.records.size() + record_specs().size() * kCameras.size());
   for (const RecordSpec& spec : record_specs()) {
     if (!spec.offset) continue;
     for (const calib::Camera camera : kCameras) {
@@ -114,8 +115,9 @@ std::string readings_text(const std::vector<Reading>& readings) {
 }
 
 /// Nothing stands where records belong, and nothing that is one stands elsewhere.
-void take_empty_area(Phone& phone, const ExpectedBase& expected) {
-  const uint32_t base = expected.base.value_or(calib::kAreaBase4k);
+void take_empty_area(Phone& phone, const PhoneFile& file, const ExpectedBase& expected) {
+  const bool is_area_alone = file.content.bytes.size() <= calib::kAreaBase2k;
+  const uint32_t base = expected.base.value_or(is_area_alone ? 0 : calib::kAreaBase4k);
   phone.area = {base, page_size_of(base, expected.base),
                 expected.base ? expected.reason : "no record at either base"};
 }
@@ -137,14 +139,14 @@ std::optional<std::string> locate_area(Phone& phone, PhoneFile& file, const Inpu
   const ExpectedBase expected = expected_base(phone, options);
   const SearchOptions search{.base = expected.base, .modules = modules_of(phone)};
   if (file.block_size != 0) {
-    take_empty_area(phone, expected);
+    take_empty_area(phone, file, expected);
     if (expected.base) return std::nullopt;
   }
-  std::vector<Reading> readings =
-      search_records(file.block_size != 0 ? bytes_of_blocks(file) : file.content.bytes, search);
+  std::vector<Reading> readings = file.block_size != 0 ? search_records(bytes_of_blocks(file), search)
+                                                       : search_records(file.content.bytes, search);
   if (readings.size() > 1) return readings_text(readings);
   if (readings.empty() || (options.base && readings[0].base != *options.base)) {
-    take_empty_area(phone, expected);
+    take_empty_area(phone, file, expected);
   } else {
     take_reading(phone, file, readings[0], expected);
   }
@@ -343,7 +345,8 @@ void add_tree(Phone& phone, const std::string& name, const FileTree& tree, bool 
 
 /// Bytes that match no size or name: what the records in them say.
 Recognised recognise_by_search(const std::string& name, const Bytes& bytes) {
-  const bool is_large = bytes.size() > calib::kAreaBase2k;
+  // A record area by itself is known by its size, even if nothing was written there.
+  const bool is_large = bytes.size() > calib::kAreaBase2k || bytes.size() == size_t{4} * calib::kSlotSize;
   if (bytes.size() == calib::kSlotSize)
     return {search_records(bytes, {}).empty() ? Layout::dual_camera_node : Layout::slot};
   if (is_large || !search_records(bytes, {}).empty()) return {Layout::partition};

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <map>
+
 #include "inspect/claims.h"
 #include "records/record_layouts.h"
 
@@ -21,16 +23,22 @@ std::optional<Recognised> by_node_name(const std::string& name) {
   return std::nullopt;
 }
 
-std::optional<Recognised> by_cache_name(const std::string& name) {
+std::map<std::string_view, Recognised> cache_names() {
+  std::map<std::string_view, Recognised> names;
   for (const RecordSpec& spec : record_specs()) {
     for (const calib::Camera camera : kCameras) {
-      if (name.empty() || name != spec.cache_file(camera)) continue;
       Recognised known{spec.cache_is_export() ? Layout::export_image : Layout::record, spec.kind};
       if (spec.is_per_camera) known.camera = camera;
-      return known;
+      if (!spec.cache_file(camera).empty()) names.emplace(spec.cache_file(camera), known);
     }
   }
-  return std::nullopt;
+  return names;
+}
+
+std::optional<Recognised> by_cache_name(const std::string& name) {
+  static const std::map<std::string_view, Recognised> kNames = cache_names();
+  const auto known = kNames.find(name);
+  return known == kNames.end() ? std::nullopt : std::optional(known->second);
 }
 
 Recognised as_said(const std::string& as) {

@@ -161,6 +161,12 @@ class Way {
   /// At most `size` bytes; less where they end.
   Bytes part(size_t at, size_t size) const {
     Bytes part;
+    put_part(at, size, part);
+    return part;
+  }
+  /// The same into bytes that were used before.
+  void put_part(size_t at, size_t size, Bytes& part) const {
+    part.clear();
     const size_t end = std::min(size_, at + size);
     part.reserve(end - std::min(at, end));
     while (at < end) {
@@ -168,7 +174,6 @@ class Way {
       part.insert(part.end(), run.begin(), run.end());
       at += run.size();
     }
-    return part;
   }
 
   /// What is said of the chip's bytes.
@@ -216,19 +221,24 @@ Bytes with_units_turned(Bytes bytes, size_t unit) {
 // ---- the best of them -------------------------------------------------------------------------------------
 
 struct Count {
+  int filled = 0;  ///< places that are not blank
   int good = 0;
   int telling = 0;
+
+  bool makes_sense() const { return 2 * good > filled; }
 };
 
 /// The records where the layout has them, if the area begins at `base`.
 Count count_at(const Way& way, uint64_t base, const Modules& modules) {
   Count count;
+  Bytes bytes;
   for (const RecordSpec& spec : record_specs()) {
     if (!spec.offset) continue;
     for (int camid = 0; camid < (spec.is_per_camera ? 3 : 1); ++camid) {
-      const Bytes bytes = way.part(base + area_offset(spec, camid), spec.size);
+      way.put_part(base + area_offset(spec, camid), spec.size, bytes);
       if (bytes.size() < spec.size || is_blank(bytes)) continue;
       const Claims claims = claims_of(spec, bytes);
+      ++count.filled;
       count.good += is_good(claims) ? 1 : 0;
       count.telling += is_telling(spec, claims, modules) ? 1 : 0;
     }
@@ -283,10 +293,14 @@ std::vector<Reading> best_readings(const Bytes& bytes, const std::vector<Way>& w
                                    const SearchOptions& options) {
   Best expected;
   Best damaged;
+  bool is_settled = false;
   for (const Way& way : ways) {
     const bool is_likely = way.is_likely(bytes.size());
+    // A dump that ends amid a page has nothing to add to bytes that make sense as they are.
+    if (is_settled && !is_likely) continue;
     for (const uint64_t base : expected_bases(options, way.size())) {
       const Count count = count_at(way, base, options.modules);
+      is_settled = is_settled || (way.layout() == nullptr && count.makes_sense());
       expected.take(way, is_likely, base, count.good);
       damaged.take(way, is_likely, base, count.telling);
     }

@@ -105,16 +105,15 @@ std::string held_text(const Held& held) {
 }
 
 /// In the order in which readers try the sources.
-std::vector<Held> held_by_sources(const Phone& phone, const RecordSpec& spec, std::optional<Camera> camera,
-                                  const Modules& modules) {
-  std::vector<Held> all;
+void put_held_by_sources(const Phone& phone, const RecordSpec& spec, std::optional<Camera> camera,
+                         const Modules& modules, std::vector<Held>& all) {
+  all.clear();
   for (const FoundRecord& record : phone.records) {
     if (record.spec == &spec && record.camera == camera)
       all.push_back({&record, verdict_on(phone, record, modules)});
   }
-  std::stable_sort(all.begin(), all.end(),
-                   [](const Held& a, const Held& b) { return a.record->source < b.record->source; });
-  return all;
+  const auto comes_first = [](const Held& a, const Held& b) { return a.record->source < b.record->source; };
+  if (all.size() > 1) std::stable_sort(all.begin(), all.end(), comes_first);
 }
 
 const Held* first_with(const std::vector<Held>& all, Verdict verdict) {
@@ -183,9 +182,9 @@ bool is_wrong_anyway(const Finding& finding) {
 }
 
 RecordVerdict verdict_of(const Phone& phone, const RecordSpec& spec, std::optional<Camera> camera,
-                         const Modules& modules, bool is_strict) {
+                         const Modules& modules, bool is_strict, std::vector<Held>& all) {
   RecordVerdict result{.spec = &spec, .camera = camera};
-  const std::vector<Held> all = held_by_sources(phone, spec, camera, modules);
+  put_held_by_sources(phone, spec, camera, modules, all);
   const bool is_unreadable = take_unreadable(phone, result);
   const Held* decides = is_unreadable ? nullptr : deciding(all, is_strict);
   if (decides != nullptr && !is_wrong_anyway(decides->finding) && is_behind_unknown(phone, *decides->record))
@@ -193,7 +192,6 @@ RecordVerdict verdict_of(const Phone& phone, const RecordSpec& spec, std::option
   if (decides != nullptr) {
     result.finding = decides->finding;
     result.record = decides->record;
-    result.file = phone.files[decides->record->file].path;
   } else if (!is_unreadable && !phone.unknown_sources.empty()) {
     result.finding = {Verdict::unreadable, "files and folders that can be read",
                       phone.unknown_sources.begin()->second};
@@ -261,10 +259,12 @@ Finding verdict_on(const Phone& phone, const FoundRecord& record, const Modules&
 
 std::vector<RecordVerdict> verdicts_of(const Phone& phone, const Modules& modules, bool is_strict) {
   std::vector<RecordVerdict> verdicts;
+  verdicts.reserve(record_specs().size() * kCameras.size());
+  std::vector<Held> held;
   for (const RecordSpec& spec : record_specs()) {
     if (!may_hold(phone, spec)) continue;
     for (const std::optional<Camera> camera : cameras_of(phone, spec))
-      verdicts.push_back(verdict_of(phone, spec, camera, modules, is_strict));
+      verdicts.push_back(verdict_of(phone, spec, camera, modules, is_strict, held));
   }
   return verdicts;
 }

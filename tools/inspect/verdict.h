@@ -47,7 +47,7 @@ struct RecordVerdict {
   std::optional<calib::Camera> camera = {};
   Finding finding = {};
   const FoundRecord* record = nullptr;   ///< the one that the verdict is about; null when there is none
-  std::string file = {};                 ///< where that stands, or the file that cannot be read
+  std::string file = {};                 ///< without a record: the file that cannot be read
   std::vector<std::string> others = {};  ///< what the other sources hold, and what that means; a line each
 
   bool is_missing() const { return finding.verdict == Verdict::absent || finding.verdict == Verdict::blank; }

@@ -27,6 +27,7 @@ std::set<Camera> fitted_cameras(const Records& records, const Modules& modules) 
 }
 
 void mark_required(Records& records, const VerifyQuestion& question) {
+  if (question.required.empty()) return;
   const std::set<Camera> fitted = fitted_cameras(records, question.modules);
   for (const KindChoice& required : question.required) {
     bool is_there = false;
@@ -77,9 +78,11 @@ VerifiedRecord verified(RecordVerdict verdict, const VerifyQuestion& question,
   if (record != nullptr && !result.verdict.is_missing() && question.asks_library) {
     result.answers = answers_on(record->spec->kind, runs.at(record->camera.value_or(Camera::main)));
   }
-  if (question.golden && can_be_measured(result)) {
-    result.margin = margin_of(record->bytes, *question.golden, static_cast<float>(question.threshold));
-  }
+  if (!can_be_measured(result)) return result;
+  result.limit = question.limits.find(record->camera, record->spec->kind);
+  if (result.limit != nullptr)
+    result.margin =
+        margin_of(record->bytes, result.limit->golden, static_cast<float>(result.limit->threshold));
   return result;
 }
 
@@ -127,7 +130,9 @@ Verification verify(const Phone& phone, const VerifyQuestion& question) {
     verification.assumed = assumed_modules(phone, question.modules);
     runs = run_cameras(phone, question.modules);
   }
-  for (RecordVerdict& verdict : verdicts_of(phone, question.modules, question.is_strict)) {
+  std::vector<RecordVerdict> verdicts = verdicts_of(phone, question.modules, question.is_strict);
+  verification.records.reserve(verdicts.size() + question.required.size());
+  for (RecordVerdict& verdict : verdicts) {
     if (is_asked_for(verdict, question)) {
       verification.records.push_back(verified(std::move(verdict), question, runs));
     } else if (!verdict.is_missing()) {

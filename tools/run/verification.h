@@ -9,6 +9,7 @@
 #include "factory/run_arithmetic.h"
 #include "inspect/verdict.h"
 #include "run/acceptance.h"
+#include "run/limits.h"
 
 namespace awbcal {
 
@@ -23,8 +24,7 @@ struct VerifyQuestion {
   std::vector<KindChoice> required = {};
   std::vector<KindChoice> only = {};  ///< none: all
   std::vector<KindChoice> ignored = {};
-  std::optional<calib::GoldenRatios> golden = {};
-  uint32_t threshold = 20;   ///< percent of the larger golden ratio
+  Limits limits = {};        ///< none: no record is judged by its distance from a golden sample
   bool is_strict = false;    ///< also hold against a record what lies over it by design
   bool asks_library = true;  ///< who accepts the records
 };
@@ -33,6 +33,7 @@ struct VerifyQuestion {
 struct VerifiedRecord {
   RecordVerdict verdict;
   std::vector<Answer> answers = {};
+  const Limit* limit = nullptr;  ///< of the question, which has to stay
   std::optional<calib::Margin> margin = {};
   bool is_required = false;
 
