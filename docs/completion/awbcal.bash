@@ -6,7 +6,9 @@ _awbcal() {
     dual_camera_payload"
   local input="--as --base --camera --help"
   declare -A options=(
-    [demo]="--dir --seed --frames --storage --help"
+    [demo]="--dir --seed --frames --storage --units --spread --bad --drift --help"
+    [fleet]="--csv --ndjson --golden --threshold --limits --lot --strict --accept --jobs --db --from --since --until
+      --help"
     [show]="--json --raw $input"
     [verify]="--json --fuse --require --only --ignore --golden --threshold --strict --no-accept $input"
     [explain]="--json --tuning --mesh-tuning --golden --fuse --reboot --verbose $input"

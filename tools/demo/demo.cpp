@@ -7,6 +7,7 @@
 
 #include "demo/demo_folder.h"
 #include "demo/factory_writers.h"
+#include "demo/reference_lights.h"
 #include "demo/result_checks.h"
 #include "demo/run_report.h"
 #include "run/tuning_changes.h"
@@ -20,11 +21,6 @@ using phone::VirtualPhone;
 namespace fs = std::filesystem;
 
 constexpr Camera kCameras[] = {Camera::main, Camera::front, Camera::sub};
-
-constexpr Light kNormalLight{
-    .name = "normal light", .rg = 0.7539, .bg = 0.5625, .luma_per_millisecond = 4.0, .is_a_light = false};
-constexpr Light kALight{
-    .name = "A light", .rg = 1.1045, .bg = 0.3574, .luma_per_millisecond = 1.5, .is_a_light = true};
 
 constexpr ModuleDeviation kMainModule{.rg = 1.034, .bg = 0.978};
 constexpr ModuleDeviation kBadFrontModule{.rg = 1.19, .bg = 0.86};
