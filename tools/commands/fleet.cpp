@@ -156,24 +156,26 @@ void print_trend(Terminal& terminal, const Summary& summary) {
 
 void print_outliers(Terminal& terminal, const Place& place, const RatioStatistics& ratios) {
   NamedUnits units;
-  for (const RatioStatistics::Outlier& outlier : ratios.outliers()) {
-    for (size_t i = 0; i < outlier.cell.count; ++i) {
-      units.add(fmt::format("{}{}: R/G {:.4f}, B/G {:.4f}, {:.1f} standard deviations", outlier.cell.first,
-                            i == 0 ? "" : " and another like it", outlier.rg / 1024.0, outlier.bg / 1024.0,
-                            outlier.deviations));
-    }
+  for (const auto& [rg, bg, deviations, cell] : ratios.outliers()) {
+    units.add(fmt::format("{}: R/G {:.4f}, B/G {:.4f}, {:.1f} standard deviations", cell.first, rg / 1024.0,
+                          bg / 1024.0, deviations));
+    units.count += cell.count - 1;  // those that share its ratios, and are not named
   }
   print_names(terminal, fmt::format("far from where the others are, {}", place_name(place)), units);
+}
+
+void print_repetitions(Terminal& terminal, const Summary& summary) {
+  NamedUnits runs;
+  for (const auto& [place, first, last, units] : summary.repetitions())
+    runs.add(fmt::format("{}, {} units: {} to {}", place_name(place), units, first, last));
+  print_names(terminal, "the same measurement in units in a row", runs);
 }
 
 void print_comparison(Terminal& terminal, const Summary& summary) {
   terminal.heading("What no single phone shows");
   print_names(terminal, "modules that are in another unit as well", summary.copied_modules);
   print_names(terminal, "lens-shading gains that another unit has as well", summary.copied_meshes);
-  for (const Repetition& run : summary.repetitions()) {
-    terminal.paragraph(fmt::format("the same {} in {} units in a row: {} to {}", place_name(run.place),
-                                   run.units, printable(run.first), printable(run.last)));
-  }
+  print_repetitions(terminal, summary);
   for (const auto& [place, units] : summary.older())
     print_names(terminal, fmt::format("an older version than most, {}", place_name(place)), units);
   for (const auto& [place, ratios] : summary.ratios) print_outliers(terminal, place, ratios);
@@ -321,7 +323,7 @@ int judge_fleet(const FleetArguments& arguments, Terminal& terminal) {
   const auto next = [&source] { return source.next(); };
   judge_units(next, judges, is_stopped, [&](Unit& unit) {
     outputs.take(unit);
-    progress.show(outputs.units());
+    if (!arguments.csv && !arguments.ndjson) progress.show(outputs.units());
   });
   return outputs.finish(terminal);
 }

