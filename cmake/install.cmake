@@ -58,6 +58,7 @@ if(TARGET awbcal)
   install(FILES ${tool_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES docs/completion/awbcal.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME awbcal)
   install(FILES docs/awbcal.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/awbcal)
+  install(DIRECTORY sql DESTINATION ${CMAKE_INSTALL_DATADIR}/awbcal)
   # It runs from wherever the tree was put, not from the system's folders alone.
   file(RELATIVE_PATH lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(awbcal PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
