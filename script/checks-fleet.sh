@@ -1,4 +1,31 @@
-# The server of many stations: a real one, in a folder of its own. Sourced by script/check.
+# Many units: one process, a real server in a folder of its own, a real cluster on this machine. Sourced by script/check.
+
+# Ten thousand units come to what they were made for, and a million need no more memory than there is.
+check_fleet() {
+  build release awbcal awb_benchmark
+  local folder awbcal=$PWD/build/release/awbcal
+  folder=$(mktemp -d)
+  "$awbcal" demo --units 10000 --bad 10 --spread 4 --dir "$folder/line" >/dev/null
+  "$awbcal" fleet "$folder/line/units" --csv >"$folder/rows" || true
+  awk -F, '$1 == "unit" { print $2 "," $4 "," $8 }' "$folder/rows" >"$folder/found"
+  tail -n +2 "$folder/line/truth.csv" | cut -d, -f1-3 | diff "$folder/found" - >"$folder/difference" ||
+    die "units are not judged as they were made: $(head -n 5 "$folder/difference")"
+  rm -rf "$folder"
+  build/release/awb_benchmark --benchmark_filter='record_areas|judge_' --benchmark_format=json 2>/dev/null \
+    >build/fleet.json
+  python3 - build/fleet.json <<'END' || die "a fleet is judged too slowly, or needs too much memory"
+import json, os, sys
+runs = {run["name"].split("/iter")[0]: run for run in json.load(open(sys.argv[1]))["benchmarks"]}
+least, most = 2000 * os.cpu_count(), 200
+for name, run in runs.items():
+    print(f"{name}: {run['units']:.0f} units a second", f"peak {run['peak_MB']:.0f} MB" if "peak_MB" in run else "")
+judging = [run for name, run in runs.items() if name.startswith("judge_")]
+sys.exit(len(judging) != 5 or any(run["units"] < least or run.get("peak_MB", 0) > most for run in judging))
+END
+  say "fleet: 10000 units come to what they were made for"
+}
+
+# ---- a server ---------------------------------------------------------------------------------------------------
 
 # What is typed as the user that a server may run as: never root.
 as_server_user() {
@@ -91,4 +118,41 @@ check_database() (
   [ "$(query 'SELECT count(*) FROM awbcal.unit')" = 4000 ] || die "units were lost or counted twice"
   compare_views
   say "database: eight stations and a killed server later, the views are what awbcal fleet sums up"
+)
+
+# ---- a cluster ------------------------------------------------------------------------------------------------
+
+# A scheduler and two workers of this machine come to what one process does.
+check_cluster() (
+  need_packages python3-distributed
+  build release awbcal
+  folder=$(mktemp -d)
+  trap 'kill $(jobs -p) 2>/dev/null || true; wait; rm -rf "$folder"' EXIT
+  awbcal=$PWD/build/release/awbcal
+  "$awbcal" demo --units 3000 --bad 10 --spread 4 --dir "$folder/line" >/dev/null
+  export DASK_DISTRIBUTED__LOGGING__DISTRIBUTED=error
+  /usr/bin/python3 -m distributed.cli.dask_scheduler --host 127.0.0.1 --port 0 --no-dashboard \
+    --scheduler-file "$folder/scheduler" 2>"$folder/log" &
+  for _ in 1 2; do
+    /usr/bin/python3 -m distributed.cli.dask_worker --scheduler-file "$folder/scheduler" --host 127.0.0.1 \
+      --nthreads 1 --no-dashboard --local-directory "$folder" 2>>"$folder/log" &
+  done
+  for _ in $(seq 60); do
+    [ -s "$folder/scheduler" ] && break
+    sleep 0.5
+  done
+  scheduler=$(/usr/bin/python3 -c 'import json, sys; print(json.load(open(sys.argv[1]))["address"])' "$folder/scheduler") ||
+    die "no scheduler: $(cat "$folder/log")"
+  find "$folder/line/units" -name '*.img' | timeout 120 examples/fleet_dask.py "$scheduler" --awbcal "$awbcal" --part 200 \
+    --limits "$folder/line/limits.csv" >"$folder/cluster" || die "the cluster does not answer: $(cat "$folder/log")"
+  find "$folder/line/units" -name '*.img' | "$awbcal" fleet - --limits "$folder/line/limits.csv" |
+    sed 's/^ *//; s/  */ /g' >"$folder/alone" || true
+  head -n 2 "$folder/alone" | diff - <(head -n 2 "$folder/cluster") || die "the cluster comes to another yield"
+  while read -r _ camera kind units median p95 p99; do
+    [ "$kind" = awb: ] || continue
+    grep -q "^$camera camera, AWB record $units $median $p95 $p99 " "$folder/alone" ||
+      die "the cluster comes to other margins: $camera $units $median $p95 $p99"
+  done < <(grep '^margin:' "$folder/cluster")
+  grep -c '^margin: .* awb:' "$folder/cluster" | grep -qx 3 || die "the cluster knows no margins"
+  say "cluster: two workers come to what one process does"
 )
