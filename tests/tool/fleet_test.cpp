@@ -208,7 +208,8 @@ TEST_F(Fleet, OutlivesAJudgeThatEnds) {
   const awbcal::UnitQuestion question{.verify = {.asks_library = true}};
   awbcal::JudgeProcess judge(question);
   EXPECT_EQ(judge.judged(folder).result, "PASS");
-  support::run_shell("pkill -KILL -P " + std::to_string(getpid()));
+  support::run_shell("kill -KILL $(grep -ls '^PPid:[^0-9]*" + std::to_string(getpid()) +
+                     "$' /proc/[0-9]*/status | cut -d/ -f3 | grep -vx $$)");
   const awbcal::Unit broken = judge.judged(folder);
   EXPECT_EQ(broken.result, awbcal::kBroken);
   EXPECT_EQ(broken.error, folder + ": judging it ended the process: Killed");
@@ -218,7 +219,7 @@ TEST_F(Fleet, OutlivesAJudgeThatEnds) {
 TEST_F(Fleet, SaysWhatIsDoneWhenItIsInterrupted) {
   phone("unit");
   const Outcome outcome = shell("mkfifo list; (exec 3<>list; echo unit >list; exec " AWBCAL
-                                " fleet - <&3) >out & sleep 1; "
+                                " fleet - <&3) >out & sleep 2; "
                                 "kill -INT $!; wait $!; echo $?; cat out");
   EXPECT_THAT(outcome.output, AllOf(Tells("2\nInterrupted: this is of the units judged until then."),
                                     Tells("1 unit: 1 PASS")));
