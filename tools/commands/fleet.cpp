@@ -107,10 +107,11 @@ void print_margins(Terminal& terminal, const Summary& summary) {
   if (summary.margins.empty())
     return terminal.paragraph("not known: --golden or --limits says what the records are judged against");
   Table table({"", ">units", ">median", ">95 %", ">99 %", ">worst", ">Ppk"});
+  const auto tenths = [](double of_limit) { return fmt::format("{:.1f}", of_limit); };
   for (const auto& [place, margin] : summary.margins) {
-    const auto cell = [&margin](double share) { return fmt::format("{:.1f}", margin.quantile(share)); };
-    table.row({place_name(place), std::to_string(margin.units), cell(0.5), cell(0.95), cell(0.99),
-               fmt::format("{:.1f}", margin.worst.front().first),
+    table.row({place_name(place), std::to_string(margin.units), tenths(margin.quantile(0.5)),
+               tenths(margin.quantile(0.95)), tenths(margin.quantile(0.99)),
+               tenths(margin.worst.front().first),
                margin.deviation() > 0 ? fmt::format("{:.2f}", margin.capability()) : "-"});
   }
   table.print(terminal, 2);
