@@ -27,7 +27,7 @@ class Fleet : public ToolTest {
     return path("fleet");
   }
   Outcome shell(const std::string& command) const {
-    return support::run_shell("cd " + path("") + " && " + command + " 2>&1");
+    return support::run_shell("cd " + path("") + " || exit; { " + command + "\n} 2>&1");
   }
 };
 
@@ -128,6 +128,16 @@ TEST(SeenOnce, KnowsWhereAKeyWasFirst) {
 }
 
 // ---- one by one -------------------------------------------------------------------------------------------
+
+// Scripts and tables are written by what the page says.
+TEST(Columns, StandInTheManual) {
+  const std::string page = support::read_text(SOURCE_DIR "/man/awbcal-fleet.1").value();
+  for (const auto columns : {awbcal::unit_columns(), awbcal::measurement_columns()}) {
+    for (const awbcal::Column& column : columns)
+      EXPECT_THAT(page,
+                  testing::ContainsRegex(fmt::format("\\.It ([a-z_]+, )?{}(, [a-z_]+)? Ta ", column.name)));
+  }
+}
 
 // What verify says of a unit is what its row says.
 TEST_F(Fleet, JudgesEachUnitAsVerifyDoes) {

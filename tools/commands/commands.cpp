@@ -1,7 +1,6 @@
 #include "commands/commands.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include "run/verification.h"
 
@@ -60,12 +59,12 @@ void show_input(Terminal& terminal, const Phone& phone) {
 
 void show_modules(Terminal& terminal, const Modules& modules, const Modules& assumed) {
   for (const auto& [camera, module] : modules) {
-    terminal.paragraph(fmt::format("{} module: fuse ID {:08x}", camera_name(camera), fmt::join(module, " ")));
+    terminal.paragraph(fmt::format("{} module: fuse ID {}", camera_name(camera), fuse_text(module)));
   }
   for (const auto& [camera, module] : assumed) {
     terminal.paragraph(fmt::format(
-        "{} module: not known; its record's own fuse ID, {:08x}, is assumed; give --fuse to say which it is",
-        camera_name(camera), fmt::join(module, " ")));
+        "{} module: not known; its record's own fuse ID, {}, is assumed; give --fuse to say which it is",
+        camera_name(camera), fuse_text(module)));
   }
   if (modules.empty() && assumed.empty())
     terminal.paragraph("modules: not known; give --fuse to say which are fitted");

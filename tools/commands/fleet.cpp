@@ -16,6 +16,7 @@
 #include "fleet/unit_source.h"
 #include "text/printable.h"
 #include "text/tables.h"
+#include "text/utc.h"
 
 namespace awbcal {
 
@@ -127,7 +128,7 @@ void print_margins(Terminal& terminal, const Summary& summary) {
 }
 
 std::string day_text(int64_t day) {
-  return time_text(day * 24 * 60 * 60).substr(0, 10);
+  return utc_text(day * 24 * 60 * 60).substr(0, 10);
 }
 
 /// A slope is a drift when it is not likely to be noise.

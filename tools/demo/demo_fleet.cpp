@@ -10,6 +10,7 @@
 
 #include "demo/demo_folder.h"
 #include "text/tables.h"
+#include "text/utc.h"
 
 namespace awbcal {
 
@@ -38,15 +39,6 @@ void write_unit(const fs::path& folder, const FleetUnit& unit) {
   utimensat(AT_FDCWD, path.c_str(), times, 0);
 }
 
-std::string time_of(const FleetUnit& unit) {
-  std::tm utc{};
-  const std::time_t time = unit.time;
-  gmtime_r(&time, &utc);
-  char text[32];
-  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-  return text;
-}
-
 void print_counts(Terminal& terminal, const char* title, const std::map<std::string, size_t>& counts) {
   Table table({title, ">units"});
   for (const auto& [what, count] : counts) table.row({what, std::to_string(count)});
@@ -66,7 +58,7 @@ void make_demo_fleet(const FleetPlan& plan, const fs::path& dir, Terminal& termi
   for (size_t i = 0; i < plan.units; ++i) {
     const FleetUnit unit = make_unit(plan, i);
     write_unit(units, unit);
-    truth << fmt::format("{},{},{},{},{:d}\n", unit.name, time_of(unit), unit.result,
+    truth << fmt::format("{},{},{},{},{:d}\n", unit.name, utc_text(unit.time), unit.result,
                          unit_fault_name(unit.fault), unit.is_out_of_limit);
     ++results[unit.result];
     ++faults[unit_fault_name(unit.fault)];

@@ -1,7 +1,6 @@
 #include "fleet/summary.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cmath>
@@ -23,10 +22,6 @@ constexpr size_t kMostRuns = 1000;
 constexpr size_t kMostCells = size_t{1} << 17;
 constexpr size_t kFewestForOutliers = 30;
 constexpr double kOutlier = 5.0;
-
-bool is_fault(const Measurement& measurement) {
-  return !measurement.is_good && measurement.verdict != Verdict::unreadable;
-}
 
 /// Centre and spread of points in a plane.
 struct Ellipse {
@@ -202,7 +197,7 @@ void Summary::add(const Unit& unit) {
   ++day.units;
   day.judged += has_passed || has_failed ? 1 : 0;
   day.passed += has_passed ? 1 : 0;
-  const auto fault = std::ranges::find_if(unit.measurements, is_fault);
+  const auto fault = std::ranges::find_if(unit.measurements, &Measurement::is_fault);
   if (has_failed && fault != unit.measurements.end())
     ++first_faults[fmt::format("{}: {}", place_name(place_of(*fault)), fault->rule())];
   seen_.begin_unit(unit.name);
@@ -211,8 +206,7 @@ void Summary::add(const Unit& unit) {
     add_measurement(unit, measurement);
     if (!measurement.module) continue;
     if (const auto other = seen_.add(key_of(*measurement.module)); other && others.insert(*other).second)
-      copied_modules.add(
-          fmt::format("{}: {:08x} is in {}", unit.name, fmt::join(*measurement.module, " "), *other));
+      copied_modules.add(fmt::format("{}: {} is in {}", unit.name, fuse_text(*measurement.module), *other));
   }
 }
 

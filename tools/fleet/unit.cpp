@@ -1,17 +1,16 @@
 #include "fleet/unit.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
-#include <ctime>
 
 #include "inspect/claims.h"
 #include "inspect/errors.h"
 #include "records/judgement.h"
+#include "text/utc.h"
 #include "text/version.h"
 
 namespace awbcal {
@@ -127,35 +126,17 @@ void judge(Unit& unit, const Phone& phone, const UnitQuestion& question) {
 // ---- rows -------------------------------------------------------------------------------------------------
 
 constexpr std::array kUnitColumns = {
-    Column{"unit", "TEXT", "The phone's serial number (ro.serialno), else the input's name"},
-    Column{"path", "TEXT", "Where it was read"},
-    Column{"time", "TEXT", "When its newest file was changed, UTC"},
-    Column{"lot", "TEXT", "What --lot says"},
-    Column{"input_sha256", "TEXT", "Of the input's bytes, as `awbcal verify --json` gives it"},
-    Column{"tool", "TEXT", "The version of awbcal that judged it"},
-    Column{"result", "TEXT", "PASS, FAIL, INCOMPLETE, NOTHING TO JUDGE or ERROR"},
-    Column{"error", "TEXT", "What could not be read, and why"},
+    Column{"unit", "TEXT"},         Column{"path", "TEXT"}, Column{"time", "TEXT"},   Column{"lot", "TEXT"},
+    Column{"input_sha256", "TEXT"}, Column{"tool", "TEXT"}, Column{"result", "TEXT"}, Column{"error", "TEXT"},
 };
 
 constexpr std::array kMeasurementColumns = {
-    Column{"kind", "TEXT", "The kind of record"},
-    Column{"camera", "TEXT", "main, front or sub; empty: of the whole phone, or not known"},
-    Column{"source", "TEXT", "Where the record was found"},
-    Column{"verdict", "TEXT", "As `awbcal verify` gives it"},
-    Column{"rule", "TEXT", "The rule that it breaks; record.limit: beyond the limit given here"},
-    Column{"found", "TEXT", "What was found"},
-    Column{"version", "INTEGER", "The version in its valid word"},
-    Column{"rg", "REAL", "R/G of an AWB record"},
-    Column{"bg", "REAL", "B/G of an AWB record"},
-    Column{"golden_rg", "REAL", "The golden sample's R/G that it was judged against here"},
-    Column{"golden_bg", "REAL", "The golden sample's B/G"},
-    Column{"delta", "REAL", "Its distance from the golden sample"},
-    Column{"delta_limit", "REAL", "The distance allowed"},
-    Column{"percent", "REAL", "delta in percent of delta_limit"},
-    Column{"good", "INTEGER", "1: good and within the limit"},
-    Column{"module", "TEXT", "The fuse ID in the record"},
-    Column{"content", "TEXT", "A digest of what was measured: equal measurements have equal ones"},
-    Column{"refused_by", "TEXT", "With --accept: the library's functions that refuse the record"},
+    Column{"kind", "TEXT"},        Column{"camera", "TEXT"},    Column{"source", "TEXT"},
+    Column{"verdict", "TEXT"},     Column{"rule", "TEXT"},      Column{"found", "TEXT"},
+    Column{"version", "INTEGER"},  Column{"rg", "REAL"},        Column{"bg", "REAL"},
+    Column{"golden_rg", "REAL"},   Column{"golden_bg", "REAL"}, Column{"delta", "REAL"},
+    Column{"delta_limit", "REAL"}, Column{"percent", "REAL"},   Column{"good", "INTEGER"},
+    Column{"module", "TEXT"},      Column{"content", "TEXT"},   Column{"refused_by", "TEXT"},
 };
 
 template <class Number>
@@ -187,15 +168,15 @@ Unit broken_unit(const std::string& path, const std::string& error) {
 void judge_again(Unit& unit, const Limits& limits) {
   bool is_bad = false;
   for (Measurement& each : unit.measurements) {
-    const bool is_measured = each.verdict == Verdict::good || each.verdict == Verdict::out_of_tolerance;
-    const Limit* limit = is_measured && each.words ? limits.find(each.camera, each.spec->kind) : nullptr;
+    const Limit* limit =
+        each.words && can_be_measured(each.verdict) ? limits.find(each.camera, each.spec->kind) : nullptr;
     each.limit = limit == nullptr ? std::nullopt : std::optional(*limit);
     each.margin.reset();
     if (limit != nullptr)
       each.margin = calib::margin_of(calib::ratios_of(each.words->first, each.words->second), limit->golden,
                                      calib::tolerance_of(static_cast<float>(limit->threshold)));
     each.is_good = each.verdict == Verdict::good && (!each.margin || each.margin->is_kept());
-    is_bad = is_bad || (!each.is_good && each.verdict != Verdict::unreadable);
+    is_bad = is_bad || each.is_fault();
   }
   const bool is_judged =
       unit.result == outcome_name(Outcome::pass) || unit.result == outcome_name(Outcome::fail);
@@ -234,8 +215,8 @@ std::span<const Column> measurement_columns() {
 }
 
 std::vector<Value> unit_values(const Unit& unit) {
-  return {unit.name,         unit.path, time_text(unit.time), text(unit.lot),
-          text(unit.digest), unit.tool, unit.result,          text(unit.error)};
+  return {unit.name,         unit.path, utc_text(unit.time), text(unit.lot),
+          text(unit.digest), unit.tool, unit.result,         text(unit.error)};
 }
 
 std::vector<Value> measurement_values(const Measurement& each) {
@@ -255,13 +236,9 @@ std::vector<Value> measurement_values(const Measurement& each) {
           has_limit ? Value(double{each.margin->limit}) : Value(),
           has_limit ? Value(percent_of_limit(*each.margin)) : Value(),
           int64_t{each.is_good},
-          each.module ? Value(fmt::format("{:08x}", fmt::join(*each.module, " "))) : Value(),
+          each.module ? Value(fuse_text(*each.module)) : Value(),
           each.content != 0 ? Value(fmt::format("{:016x}", each.content)) : Value(),
           text(each.refused_by)};
-}
-
-std::string time_text(int64_t time) {
-  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(time)));
 }
 
 }  // namespace awbcal

@@ -32,6 +32,8 @@ struct Measurement {
   uint64_t content = 0;  ///< of its bytes but for the module's and the checksum; 0: no whole record
   std::string refused_by = {};
 
+  /// Something is wrong with it: more than that it cannot be read.
+  bool is_fault() const { return !is_good && verdict != Verdict::unreadable; }
   /// The rule that it breaks: of its verdict, or that it is beyond the limit.
   std::string rule() const;
 };
@@ -70,10 +72,10 @@ Unit judged_unit(const std::string& path, const UnitQuestion& question);
 
 using Value = std::variant<std::monostate, std::string, int64_t, double>;
 
+/// awbcal-fleet(1) says what each means.
 struct Column {
   const char* name;
   const char* type;  ///< in SQL
-  const char* meaning;
 };
 
 /// What tells units apart and what they come to; then what a measurement adds.
@@ -82,9 +84,6 @@ std::span<const Column> measurement_columns();
 
 std::vector<Value> unit_values(const Unit& unit);
 std::vector<Value> measurement_values(const Measurement& measurement);
-
-/// "2026-11-21T18:00:00Z"
-std::string time_text(int64_t time);
 
 }  // namespace awbcal
 

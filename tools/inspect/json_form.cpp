@@ -1,6 +1,5 @@
 #include "inspect/json_form.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <cctype>
@@ -8,6 +7,7 @@
 #include <ctime>
 
 #include "inspect/verdict.h"
+#include "text/utc.h"
 #include "text/version.h"
 
 namespace awbcal {
@@ -136,7 +136,7 @@ Json json_document(const char* command) {
   const Json name = command == nullptr ? Json(nullptr) : Json(command);
   return {{"awbcal_json", kJsonVersion},
           {"tool", version_text()},
-          {"time", fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)))},
+          {"time", utc_text(std::time(nullptr))},
           {"command", name}};
 }
 

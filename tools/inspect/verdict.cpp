@@ -32,10 +32,6 @@ constexpr std::array<VerdictText, 11> kVerdicts = {{{"good", "record.good"},
                                                     {"overwritten", "record.overlap"},
                                                     {"hidden", "record.reachable"}}};
 
-std::string fuse_text(const calib::FuseWords& words) {
-  return fmt::format("{:08x} {:08x} {:08x} {:08x}", words[0], words[1], words[2], words[3]);
-}
-
 Finding verdict_on_version(const RecordSpec& spec, uint64_t valid_word) {
   const uint64_t version = valid_word / calib::kVersionUnit;
   const bool is_known = version >= 1 && version <= spec.rule.last_version;
@@ -218,6 +214,10 @@ std::vector<std::optional<Camera>> cameras_of(const Phone& phone, const RecordSp
 }
 
 }  // namespace
+
+std::string fuse_text(const calib::FuseWords& words) {
+  return fmt::format("{:08x} {:08x} {:08x} {:08x}", words[0], words[1], words[2], words[3]);
+}
 
 const char* verdict_name(Verdict verdict) {
   return kVerdicts.at(static_cast<size_t>(verdict)).name;

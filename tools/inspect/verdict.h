@@ -29,6 +29,9 @@ const char* verdict_name(Verdict verdict);
 /// The rule that a verdict stands for: a name that scripts may rely on.
 const char* verdict_rule(Verdict verdict);
 
+/// "11223344 55667788 99aabbcc ddeeff01"
+std::string fuse_text(const calib::FuseWords& words);
+
 struct Finding {
   Verdict verdict = Verdict::absent;
   std::string expected = {};

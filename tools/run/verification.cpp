@@ -45,12 +45,11 @@ void mark_required(Records& records, const VerifyQuestion& question) {
   }
 }
 
-bool can_be_measured(const VerifiedRecord& verified) {
+bool is_measured(const VerifiedRecord& verified) {
   const FoundRecord* record = verified.verdict.record;
   if (record == nullptr || record->is_truncated() || verified.verdict.is_missing()) return false;
   const bool is_awb = record->spec->kind == RecordKind::awb || record->spec->kind == RecordKind::a_light_awb;
-  // What damaged bytes are far from says nothing.
-  return is_awb && !verified.is(Verdict::bad_crc) && !verified.is(Verdict::overwritten);
+  return is_awb && can_be_measured(verified.verdict.finding.verdict);
 }
 
 bool is_chosen(const RecordVerdict& verdict, const std::vector<KindChoice>& choices) {
@@ -78,7 +77,7 @@ VerifiedRecord verified(RecordVerdict verdict, const VerifyQuestion& question,
   if (record != nullptr && !result.verdict.is_missing() && question.asks_library) {
     result.answers = answers_on(record->spec->kind, runs.at(record->camera.value_or(Camera::main)));
   }
-  if (!can_be_measured(result)) return result;
+  if (!is_measured(result)) return result;
   result.limit = question.limits.find(record->camera, record->spec->kind);
   if (result.limit != nullptr)
     result.margin =
@@ -117,6 +116,10 @@ Outcome Verification::outcome() const {
   if (has_good && std::ranges::any_of(records, is_truncated)) return Outcome::fail;
   if (!is_complete || std::ranges::any_of(records, is_unreadable)) return Outcome::incomplete;
   return has_good ? Outcome::pass : Outcome::nothing_to_judge;
+}
+
+bool can_be_measured(Verdict verdict) {
+  return verdict != Verdict::bad_crc && verdict != Verdict::overwritten;
 }
 
 double percent_of_limit(const calib::Margin& margin) {

@@ -60,6 +60,9 @@ struct Verification {
 /// The verdicts refer to records of the input, which has to stay.
 Verification verify(const Phone& phone, const VerifyQuestion& question);
 
+/// Whether a record of this verdict has a distance from a golden sample: what damaged bytes are far from says nothing.
+bool can_be_measured(Verdict verdict);
+
 /// "42 %": the distance in parts of the limit.
 double percent_of_limit(const calib::Margin& margin);
 
