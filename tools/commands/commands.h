@@ -33,6 +33,7 @@ Command add_pack(CLI::App& parent);
 Command add_redact(CLI::App& parent);
 Command add_replay(CLI::App& parent);
 Command add_fleet(CLI::App& parent);
+Command add_pull(CLI::App& parent);
 Command add_help(CLI::App& parent);
 
 // ---- what several of them have ----------------------------------------------------------------------------
