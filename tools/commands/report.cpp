@@ -1,0 +1,63 @@
+// awbcal report: one phone as a page for a browser.
+
+#include <memory>
+
+#include "commands/commands.h"
+#include "commands/options.h"
+#include "inspect/redaction.h"
+#include "page/unit_page.h"
+
+namespace awbcal {
+
+namespace {
+
+struct ReportArguments {
+  InputOptions input;
+  Modules modules;
+  LimitOptions limits;
+  ExplainQuestion question;
+  OutputTarget page;
+  bool redact = false;
+};
+
+int run_report(const ReportArguments& arguments, Terminal&) {
+  check_output(arguments.page, arguments.input.paths);
+  const Limits limits = limits_of(arguments.limits);
+  Phone phone = open_phone_of(arguments.input);
+  if (arguments.redact) {
+    redact(phone);
+    phone.name = "a phone";
+  }
+  UnitReport report{
+      .phone = phone, .title = phone.name, .modules = arguments.modules, .is_redacted = arguments.redact};
+  report.modules.merge(modules_of(phone));
+  const VerifyQuestion verify_question{.modules = report.modules, .limits = limits};
+  report.verification = verify(phone, verify_question);
+  ExplainQuestion question = arguments.question;
+  question.modules = report.modules;
+  for (const calib::Camera camera : fitted_cameras(report.verification.records, report.modules)) {
+    question.camera = camera;
+    const Limit* limit = limits.find(camera, RecordKind::awb);
+    question.golden = limit == nullptr ? kAssumedGolden : limit->golden;
+    report.starts.emplace(camera, ReportedStart{explain(phone, question), limit == nullptr});
+  }
+  write_output(arguments.page, unit_page(report), arguments.input.paths);
+  return exit_code_of(report.verification.outcome());
+}
+
+}  // namespace
+
+Command add_report(CLI::App& parent) {
+  const auto arguments = std::make_shared<ReportArguments>();
+  CLI::App* app = add_command(parent, "report", "Make a page of one phone: verdicts, corrections, charts");
+  add_input_options(*app, arguments->input);
+  add_page_options(*app, arguments->page)->required();
+  add_fuse_option(*app, arguments->modules);
+  add_limit_options(*app, arguments->limits);
+  add_tuning_options(*app, arguments->question);
+  app->add_flag("--redact", arguments->redact,
+                "Leave out what identifies the phone, its modules or its owner");
+  return {app, [arguments](Terminal& terminal) { return run_report(*arguments, terminal); }};
+}
+
+}  // namespace awbcal
