@@ -11,7 +11,7 @@ namespace {
 using namespace tool;
 
 const char* const kCommands[] = {"demo", "show",   "verify", "explain", "diff",
-                                 "pack", "redact", "replay", "fleet", "pull"};
+                                 "pack", "redact", "replay", "fleet",   "pull"};
 
 std::set<std::string> matches(const std::string& text, const char* pattern) {
   std::set<std::string> found;
