@@ -16,6 +16,7 @@ _awbcal() {
     [pack]="--output --force --seal --seal-only --help"
     [redact]="--output --check --force $input"
     [report]="--html --force --redact --golden --threshold --limits --fuse --tuning --mesh-tuning $input"
+    [pull]="--serial --whole --help"
     [help]="--help"
     [replay]="--json --html --force --golden --threshold --light-source --format --size --stride --bayer --black --white --grid --help"
   )

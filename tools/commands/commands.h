@@ -34,6 +34,7 @@ Command add_redact(CLI::App& parent);
 Command add_replay(CLI::App& parent);
 Command add_fleet(CLI::App& parent);
 Command add_report(CLI::App& parent);
+Command add_pull(CLI::App& parent);
 Command add_help(CLI::App& parent);
 
 // ---- what several of them have ----------------------------------------------------------------------------

@@ -127,8 +127,10 @@ int run_explain(ExplainArguments& arguments, Terminal& terminal) {
   } else {
     print_explanation(terminal, phone, arguments, explanation);
   }
+  const bool needs_partition = question.reboot || phone.kind == Layout::partition;
+  const bool is_complete = needs_partition ? phone.is_complete() : phone.is_complete_without_partition();
   const bool is_known =
-      phone.is_complete() && std::ranges::all_of(explanation.corrections, &CorrectionStory::is_known);
+      is_complete && std::ranges::all_of(explanation.corrections, &CorrectionStory::is_known);
   return is_known ? kDone : kBadInput;
 }
 
