@@ -198,7 +198,7 @@ void VirtualPhone::write_partition(uint64_t offset, const void* data, size_t siz
 }
 
 void VirtualPhone::reboot() {
-  power_nand_on();
+  power_on();
   const AreaPlace area = record_area(property("ro.pagesize"));
   if (!attached_nand()) return export_calibration(dir_, read_file(dir_ / kEmmcImage, area.offset, area.size));
   std::vector<uint8_t> bytes = partition();

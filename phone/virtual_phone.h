@@ -27,7 +27,8 @@
 //     the C library makes those calls where nobody can be put in between. The streams' calls that are
 //     intercepted are fopen, freopen, fclose, fread, fwrite, fgets, fputs, fseek, fflush; a fault leaves
 //     ferror() unset;
-//   - caches: what is written is on the medium at once, on eMMC also after a power cut;
+//   - caches: what is written is on the medium at once, on eMMC also after a power cut. A real kernel may not have
+//     written it yet;
 //   - NAND out-of-band data, page order within a block, wear, bit rot without a fault. The chip shows one erase
 //     region, as a NOR chip's driver would, so that MEMGETREGIONINFO can be tried;
 //   - two processes that use one NAND chip at the same time: each writes its own counters;
@@ -86,7 +87,9 @@ struct Call {
 /// or a prefix that ends in '*', or empty: any). The nth match fails; `from_then_on`, all later ones too.
 /// `transfer` >= 0 makes a read or write move that many bytes (at most what was asked) instead of failing;
 /// otherwise the call returns its failure value with `error` in errno, and has no effect. A close() or
-/// fclose() that fails has closed all the same, as on Linux. Names besides the C library's, which are not in
+/// fclose() that fails has closed all the same, as on Linux. With `power_cut` the power goes with the call: it
+/// has no effect but the `transfer`, and from then on every call of the journal but close() fails with EIO and
+/// has none, until reboot(), clear_faults() or the next attach. Names besides the C library's, which are not in
 /// the journal and which "*" does not mean: "property_get",
 /// "__system_property_get" (nothing is found), "property_set", with the property's name as path;
 /// "__android_log_print", with the tag as path (the line is lost); and, in programs that link
@@ -98,6 +101,7 @@ struct Fault {
   bool from_then_on = false;
   int error = 5;  // EIO
   long transfer = -1;
+  bool power_cut = false;
 };
 
 /// What goes wrong on the NAND chip when `op` reaches `block` for the nth time (from 1). A transfer reaches
@@ -112,14 +116,15 @@ struct NandFault {
               ///< now on (program) or in this transfer only (read)
     ecc_corrected,  ///< read: the data is right, the `corrected` counter moves by one
     ecc_failed,     ///< read: the data is as stored, the `failed` counter moves by one, the call succeeds
-    power_cut  ///< erase, program: half done, and from then on every call on the device but close() fails
-               ///< with EIO, until reboot(), Nand::clear_faults() or the next attach
+    power_cut  ///< erase, program: the call fails with what Fault::power_cut says; Nand::clear_faults() ends it
+               ///< as well
   } effect = Effect::fail;
   int64_t block = -1;  ///< -1: any block
   unsigned nth = 1;
   bool from_then_on = false;
-  int64_t byte = 0;  ///< for corrupt: which of the bytes moved in the block; from their end if negative, and
-                     ///< the nearest one if there is no such byte
+  int64_t byte = 0;   ///< for corrupt: which of the bytes moved in the block; from their end if negative, and
+                      ///< the nearest one if there is no such byte
+  int64_t done = -1;  ///< for power_cut: how many of the bytes moved in the block are done; negative: half
 };
 
 /// Something that a real chip or kernel would refuse or suffer from, and that correct software never asks
@@ -142,7 +147,8 @@ class Nand {
   virtual unsigned erase_count(uint32_t block) const = 0;
   virtual unsigned program_count(uint32_t block) const = 0;
   virtual void add_fault(const NandFault& fault) = 0;
-  virtual void clear_faults() = 0;  ///< also powers the chip on again after a power cut
+  virtual void clear_faults() = 0;    ///< also powers the phone on again
+  virtual void save_at_detach() = 0;  ///< the folder's file "nand" is written then alone: for long runs
   virtual std::vector<NandViolation> violations() const = 0;  ///< also those of earlier attaches
 };
 
@@ -194,7 +200,7 @@ class VirtualPhone {
 
   // ---- faults and what was called -------------------------------------------------------------------------
   void add_fault(const Fault& fault);
-  void clear_faults();              ///< those of calls; the NAND chip has its own
+  void clear_faults();              ///< those of calls, and a power cut; the NAND chip has its own
   unsigned struck_faults() const;   ///< how often a Fault struck since the last clear; a sweep ends at 0
   std::vector<Call> take_calls();   ///< the intercepted calls since the last take
   size_t open_descriptors() const;  ///< descriptors now open on redirected paths

@@ -23,10 +23,11 @@ const std::string_view kFaultFileHelp = R"(# Faults, one a line; read when a pro
 # CALL    open, read, write, ... as in "write"; * is any file call
 # PATH    the phone's path, or a prefix that ends in *; * alone is any. For property calls the property's name
 # NTH     the nth matching call from 1; with + also all later ones
-# EFFECT  an errno name (EIO), or short=N: the transfer moves N bytes
+# EFFECT  an errno name (EIO), or short=N: the transfer moves N bytes, or power_cut: the power goes before the
+#         call, or power_cut=N: after N bytes of its transfer
 # OP      erase, program, read, ask_bad, ecc_stats;  BLOCK is a number, or * for any
-#         EFFECT is fail, corrupt, corrupt=BYTE, ecc_corrected, ecc_failed or power_cut; BYTE counts what is
-#         moved in the block, from its end if negative (-1 is the last byte)
+#         EFFECT is fail, corrupt, corrupt=BYTE, ecc_corrected, ecc_failed, power_cut or power_cut=N; BYTE counts
+#         what is moved in the block, from its end if negative (-1 is the last byte); N of its bytes are done
 #
 #   write /dev/block/mmcblk0p6 3 EIO
 #   read /data/misc/camera/* 1+ short=10
@@ -47,6 +48,7 @@ struct State {
   std::recursive_mutex mutex;
   std::vector<Armed> armed;
   unsigned struck = 0;
+  bool powered = true;
   bool journal_kept = true;
   std::vector<Call> journal;
 };
@@ -76,6 +78,7 @@ CallEffect strike(std::string_view call, std::string_view path, bool any_name_co
     if (!due || std::exchange(decided, true)) continue;
     ++state().struck;
     effect = fault.transfer >= 0 ? CallEffect{.transfer = fault.transfer} : CallEffect{.error = fault.error};
+    if (fault.power_cut) state().powered = false;
   }
   return effect;
 }
@@ -109,14 +112,20 @@ bool take_count(std::string_view text, AnyFault& fault) {
   return true;
 }
 
+/// "NAME=N"; nothing when the effect is another.
+std::optional<int64_t> effect_number(std::string_view effect, std::string_view name) {
+  if (!effect.starts_with(name) || effect.substr(name.size(), 1) != "=") return std::nullopt;
+  return number(effect.substr(name.size() + 1));
+}
+
 std::optional<Fault> call_fault(const Words& words) {
-  constexpr std::string_view kShort = "short=";
   Fault fault{.call = words.call, .path = words.place == "*" ? "" : words.place};
   if (!take_count(words.nth, fault)) return std::nullopt;
-  if (words.effect.starts_with(kShort)) {
-    fault.transfer = number(std::string_view(words.effect).substr(kShort.size())).value_or(-1);
-    return fault.transfer < 0 ? std::nullopt : std::optional(fault);
-  }
+  fault.power_cut = words.effect.starts_with("power_cut");
+  if (words.effect == "power_cut") return fault;
+  const auto part = effect_number(words.effect, fault.power_cut ? "power_cut" : "short");
+  fault.transfer = part.value_or(-1);
+  if (fault.transfer >= 0) return fault;
   const auto error = errno_named(words.effect);
   fault.error = error.value_or(0);
   return error ? std::optional(fault) : std::nullopt;
@@ -141,24 +150,24 @@ std::optional<NandFault> nand_fault(Words words) {
                                                               {"ecc_corrected", Effect::ecc_corrected},
                                                               {"ecc_failed", Effect::ecc_failed},
                                                               {"power_cut", Effect::power_cut}};
-  constexpr std::string_view kCorruptByte = "corrupt=";
   NandFault fault;
-  std::optional<int64_t> byte = 0;
-  if (words.effect.starts_with(kCorruptByte)) {
-    byte = number(std::string_view(words.effect).substr(kCorruptByte.size()));
-    words.effect = "corrupt";
-  }
+  const auto byte = effect_number(words.effect, "corrupt");
+  const auto done = effect_number(words.effect, "power_cut");
+  if (byte) words.effect = "corrupt";
+  if (done) words.effect = "power_cut";
   const auto op = named(kOps, words.op);
   const auto effect = named(kEffects, words.effect);
   const bool any_block = words.place == "*";
   const auto block = any_block ? std::optional<int64_t>(-1) : number(words.place);
-  if (!op || !effect || !byte || !block || (*block < 0 && !any_block) || !take_count(words.nth, fault)) {
+  if (!op || !effect || (done && *done < 0) || !block || (*block < 0 && !any_block) ||
+      !take_count(words.nth, fault)) {
     return std::nullopt;
   }
   fault.op = *op;
   fault.effect = *effect;
   fault.block = *block;
-  fault.byte = *byte;
+  fault.byte = byte.value_or(0);
+  fault.done = done.value_or(-1);
   return fault;
 }
 
@@ -185,7 +194,19 @@ CallEffect effect_on_file_call(std::string_view call, std::string_view path, con
   const std::lock_guard lock(state().mutex);
   const std::string_view name = journal_name != nullptr ? journal_name : call;
   if (state().journal_kept) state().journal.push_back({std::string(name), std::string(path)});
-  return strike(call, path, true);
+  const bool was_powered = state().powered;
+  const CallEffect effect = strike(call, path, true);
+  return was_powered || call == "close" ? effect : CallEffect{.error = EIO};
+}
+
+void cut_power() {
+  const std::lock_guard lock(state().mutex);
+  state().powered = false;
+}
+
+void power_on() {
+  const std::lock_guard lock(state().mutex);
+  state().powered = true;
 }
 
 CallEffect effect_on_service_call(std::string_view call, std::string_view subject) {
@@ -208,6 +229,7 @@ void VirtualPhone::clear_faults() {
   state().armed.clear();
   __atomic_store_n(&any_fault_armed, false, __ATOMIC_RELEASE);
   state().struck = 0;
+  state().powered = true;
 }
 
 unsigned VirtualPhone::struck_faults() const {

@@ -23,6 +23,10 @@ struct CallEffect {
 CallEffect effect_on_file_call(std::string_view call, std::string_view path,
                                const char* journal_name = nullptr);
 
+/// The phone's power, which a fault of a call or of the NAND chip may cut.
+void cut_power();
+void power_on();
+
 /// A call that is no file call ("property_get", "malloc", ...): not in the journal, and never struck by "*".
 CallEffect effect_on_service_call(std::string_view call, std::string_view subject);
 

@@ -97,9 +97,6 @@ INTERPOSE(int, openat, (int dir, const char* path, int flags, ...)) {
   va_end(arguments);
   return on_path("open", path, phone::links_for(flags), [&](const char* at, const std::string* phone_path) {
     const int how = phone_path != nullptr ? phone::flags_for(*phone_path, flags) : flags;
-    if (phone_path != nullptr && phone::is_nand_path(*phone_path) && !phone::nand_powered()) {
-      return fail<int>(EIO);
-    }
     return phone::opened(NEXT(openat)(dir, at, how, mode), phone_path);
   });
 }

@@ -91,8 +91,7 @@ auto on_descriptor(const char* call, int fd, size_t size, Real&& real, const cha
   const int error = decide([&] {
     const CallEffect effect = effect_on_file_call(call, node->path, journal_name);
     if (effect.transfer >= 0) size = std::min(size, static_cast<size_t>(effect.transfer));
-    if (effect.error != 0) return effect.error;
-    return node->kind == NodeKind::nand && !nand_powered() ? EIO : 0;
+    return effect.error;
   });
   return error != 0 ? fail<decltype(real(node, size))>(error) : real(node, size);
 }

@@ -27,7 +27,7 @@ ssize_t with_chip(ssize_t result, Use&& use) {
     const ErrnoKeeper keeper;
     const NandLock lock(nand_mutex);
     try {
-      error = inserted == nullptr || !inserted->powered() ? EIO : use(*inserted);
+      error = inserted == nullptr ? EIO : use(*inserted);
     } catch (const std::exception&) {
       error = EIO;
     }
@@ -164,16 +164,6 @@ const char* nand_request_name(unsigned long request) {
     default:
       return nullptr;
   }
-}
-
-bool nand_powered() {
-  const NandLock lock(nand_mutex);
-  return inserted == nullptr || inserted->powered();
-}
-
-void power_nand_on() {
-  const NandLock lock(nand_mutex);
-  if (inserted != nullptr) inserted->power_on();
 }
 
 ssize_t nand_read(int fd, void* buffer, size_t size, const off_t* offset) {

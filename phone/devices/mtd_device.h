@@ -26,8 +26,6 @@ int nand_ioctl(int fd, unsigned long request, void* argument);
 /// "ioctl MEMERASE" and the like; null for a request of another kind.
 const char* nand_request_name(unsigned long request);
 
-bool nand_powered();
-void power_nand_on();
 bool is_nand_path(const std::string& phone_path);
 
 }  // namespace phone

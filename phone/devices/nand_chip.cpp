@@ -44,6 +44,11 @@ void flip_bit(uint8_t* bytes, size_t size, int64_t byte) {
   bytes[std::clamp<int64_t>(byte < 0 ? count + byte : byte, 0, count - 1)] ^= 1;
 }
 
+/// How much of an erase or program that breaks off is done.
+size_t done_before(const NandFault& fault, size_t size) {
+  return fault.done < 0 ? size / 2 : std::min(size, static_cast<size_t>(fault.done));
+}
+
 bool makes_sense(Op op, Effect effect) {
   switch (effect) {
     case Effect::fail:
@@ -74,6 +79,12 @@ Chip::Chip(const fs::path& dir) : dir_(dir), state_(read_nand_state(dir)) {
 }
 
 Chip::~Chip() {
+  if (saves_at_detach_) {
+    try {
+      save_nand_state(dir_, state_);
+    } catch (const std::exception&) {  // the folder is gone, and the chip with it
+    }
+  }
   munmap(content_, size());
 }
 
@@ -108,7 +119,7 @@ std::optional<NandFault> Chip::strike(Op op, int64_t block) {
     const bool due = armed.matches == fault.nth || (fault.from_then_on && armed.matches > fault.nth);
     if (due && !striking) striking = fault;
   }
-  if (striking && striking->effect == Effect::power_cut) powered_ = false;
+  if (striking && striking->effect == Effect::power_cut) cut_power();
   return striking;
 }
 
@@ -135,13 +146,13 @@ int Chip::program_segment(const NandSegment& part, const uint8_t* from) {
   }
   const auto fault = strike(Op::program, part.block);
   const bool corrupts = fault && fault->effect == Effect::corrupt;
-  const bool half_done = fault && !corrupts;
-  const size_t programmed = half_done ? part.size / 2 : part.size;
+  const bool breaks_off = fault && !corrupts;
+  const size_t programmed = breaks_off ? done_before(*fault, part.size) : part.size;
   // A cell that was discharged stays so until its block is erased.
   for (size_t i = 0; i < programmed; ++i) to[i] = static_cast<uint8_t>(to[i] & from[i]);
   if (corrupts) flip_bit(to, part.size, fault->byte);
   ++block.programs;
-  return half_done ? EIO : 0;
+  return breaks_off ? EIO : 0;
 }
 
 int Chip::program(uint64_t at, const uint8_t* from, size_t size) {
@@ -163,11 +174,11 @@ int Chip::erase_block(uint32_t block) {
     record_violation("erase of a bad block", start_of(block));
     return EIO;
   }
-  const bool half_done = strike(Op::erase, block).has_value();
-  std::fill_n(content_ + start_of(block), half_done ? geometry().erase_size / 2 : geometry().erase_size,
-              kErased);
+  const auto fault = strike(Op::erase, block);
+  const size_t size = geometry().erase_size;
+  std::fill_n(content_ + start_of(block), fault ? done_before(*fault, size) : size, kErased);
   ++state_.blocks[block].erases;
-  return half_done ? EIO : 0;
+  return fault ? EIO : 0;
 }
 
 int Chip::erase(uint64_t at, uint64_t length) {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <vector>
 
+#include "phone/calls/faults.h"
 #include "phone/devices/nand_state.h"
 #include "phone/virtual_phone.h"
 
@@ -58,7 +59,11 @@ class Chip final : public Nand {
   void clear_faults() override {
     const NandLock lock(nand_mutex);
     faults_.clear();
-    powered_ = true;
+    power_on();
+  }
+  void save_at_detach() override {
+    const NandLock lock(nand_mutex);
+    saves_at_detach_ = true;
   }
   std::vector<NandViolation> violations() const override {
     const NandLock lock(nand_mutex);
@@ -67,8 +72,6 @@ class Chip final : public Nand {
 
   uint64_t size() const { return uint64_t{geometry().erase_size} * geometry().blocks; }
   uint32_t page_size() const { return std::min<uint32_t>(2048, geometry().erase_size); }
-  bool powered() const { return powered_; }
-  void power_on() { powered_ = true; }
 
   // Each returns 0 or an errno value. The ranges are within the chip.
   int read(uint64_t at, uint8_t* to, size_t size);
@@ -88,7 +91,9 @@ class Chip final : public Nand {
     static_cast<void>(state_.blocks.at(block));
     return uint64_t{block} * geometry().erase_size;
   }
-  void save() const { save_nand_state(dir_, state_); }
+  void save() const {
+    if (!saves_at_detach_) save_nand_state(dir_, state_);
+  }
   std::optional<NandFault> strike(NandFault::Op op, int64_t block);
   int program_segment(const NandSegment& part, const uint8_t* from);
   int erase_block(uint32_t block);
@@ -99,7 +104,7 @@ class Chip final : public Nand {
   NandState state_;
   uint8_t* content_ = nullptr;
   std::vector<Armed> faults_;
-  bool powered_ = true;
+  bool saves_at_detach_ = false;
 };
 
 }  // namespace phone

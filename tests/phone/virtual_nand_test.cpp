@@ -204,18 +204,19 @@ TEST_F(VirtualNandTest, CorruptionIsSilentAndLastsOnlyWhereItIsStored) {
 
 TEST_F(VirtualNandTest, AfterAPowerCutNothingAnswersUntilTheNextBoot) {
   ASSERT_EQ(program(1, 0x00), kErase);
-  nand().add_fault({.op = Op::erase, .effect = Effect::power_cut, .block = 1});
+  nand().add_fault({.op = Op::erase, .effect = Effect::power_cut, .block = 1, .done = 100});
   char byte = 0;
   expect_calls({{"the cut", [&] { return erase(kErase); }, -1, EIO},
                 {"pread", [&] { return pread(fd, &byte, 1, 0); }, -1, EIO},
                 {"pwrite", [&] { return program(3, 0x00); }, -1, EIO},
                 {"lseek", [&] { return lseek(fd, 0, SEEK_SET); }, -1, EIO},
                 {"ioctl", [&] { return is_bad(0); }, -1, EIO},
-                {"open", [&] { return open(kDevice, O_RDONLY); }, -1, EIO}});
+                {"open", [&] { return open(kDevice, O_RDONLY); }, -1, EIO},
+                {"another file", [&] { return access("/proc/mtd", F_OK); }, -1, EIO}});
   EXPECT_EQ(nand().block_bytes(3), Bytes(kErase, 0xFF));
   phone->reboot();
   EXPECT_EQ(is_bad(0), 0);
-  EXPECT_EQ(nand().block_bytes(1), block_of(0xFF, 0x00));
+  EXPECT_EQ(nand().block_bytes(1), block_of(0xFF, 0x00, 100));
 }
 
 TEST_F(VirtualNandTest, SenselessFaultsAreRefused) {

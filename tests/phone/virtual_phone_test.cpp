@@ -182,6 +182,8 @@ TEST_F(VirtualPhoneTest, AFaultStrikesTheNthMatchingCall) {
       {{.call = "write", .path = kCache}, {8, 8, 8, 8}},
       {{.call = "read"}, {8, 8, 8, 8}},
       {{.call = "write", .error = EINTR}, {-1, 8, 8, 8}},
+      {{.call = "write", .nth = 2, .power_cut = true}, {8, -1, -1, -1}},
+      {{.call = "write", .nth = 2, .transfer = 3, .power_cut = true}, {8, 3, -1, -1}},
   };
   for (const auto& row : rows) {
     phone->clear_faults();
@@ -221,16 +223,22 @@ TEST_F(VirtualPhoneTest, EveryInterceptedCallCanFail) {
 TEST_F(VirtualPhoneTest, FaultsAreReadFromTheFileAndMistakesNamed) {
   const fs::path dir = phone->dir();
   phone.reset();
-  std::ofstream(dir / "faults", std::ios::app) << "open " << kDevice << " 2 EBUSY\nread * 1+ short=10\n";
+  std::ofstream(dir / "faults", std::ios::app)
+      << "open " << kDevice << " 2 EBUSY\nread * 1+ short=10\nwrite * 2 power_cut=4\n";
   phone.emplace(VirtualPhone::attach(dir));
   const Open block(kDevice);
   char bytes[32];
   EXPECT_EQ(read(block.fd, bytes, 32), 10);
   EXPECT_EQ(open(kDevice, O_RDONLY), -1);
   EXPECT_EQ(errno, EBUSY);
+  for (const ssize_t written : {32, 4, -1}) EXPECT_EQ(write(block.fd, bytes, 32), written);
+  EXPECT_EQ(access(kDevice, F_OK), -1) << "without power";
+  phone->reboot();
+  EXPECT_EQ(access(kDevice, F_OK), 0);
   phone.reset();
   for (const char* wrong : {"read", "read * 0 EIO", "read * 1 EWHAT", "read * x EIO", "read * 1 short=-1",
-                            "read * 1 EIO again", "read * 1 short=", "nand program 1 1 corrupt"}) {
+                            "read * 1 EIO again", "read * 1 short=", "nand program 1 1 corrupt",
+                            "write * 1 power_cut=-1", "write * 1 power_cut=", "write * 1 power_cuts"}) {
     write_text(dir / "faults", wrong);
     EXPECT_THROW(VirtualPhone::attach(dir), std::runtime_error) << wrong;
   }
