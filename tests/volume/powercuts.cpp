@@ -302,6 +302,7 @@ class StepUnderCuts {
     bench_.boot();
     list_cuts();
     after_ = bench_.save();
+    expect_only_writes();
     after_view_ = view_of(after_);
     after_wiped_ = view_of({.files = {}, .pieces = after_.pieces});
   }
@@ -314,6 +315,7 @@ class StepUnderCuts {
   void list_cuts();
   void list_call(const phone::Call& call, unsigned nth, size_t& partition_writes);
   void list_chip_cuts(unsigned erases, unsigned programs);
+  void expect_only_writes();
   State state_after(const Cut& cut);
   std::vector<State> sector_choices(const State& cut);
   void examine_state(const State& cut, const std::string& what);
@@ -416,6 +418,17 @@ void StepUnderCuts::list_cuts() {
   } else if (partition_writes != step_.writes.size()) {
     broken("writes the partition another time than it says");
   }
+}
+
+/// Without a cut not even the block that a record lies in changes beside it.
+void StepUnderCuts::expect_only_writes() {
+  Bytes expected = in_order(before_);
+  const Bytes now = in_order(after_);
+  for (const Place& place : step_.writes) {
+    std::copy_n(now.begin() + static_cast<ptrdiff_t>(place.offset), place.size,
+                expected.begin() + static_cast<ptrdiff_t>(place.offset));
+  }
+  if (now != expected) broken("without a cut, bytes beside those written have changed");
 }
 
 State StepUnderCuts::state_after(const Cut& cut) {
