@@ -165,7 +165,8 @@ class Planner {
       step.text = "an image of the partition has no place for it";
       return;
     }
-    const There on_partition = for_partition ? there(*record.spec, record, Source::partition) : There::itself;
+    const There on_partition =
+        for_partition ? there(*record.spec, record, phone_.partition()->source) : There::itself;
     const There in_cache = for_cache ? there(*record.spec, record, Source::cache) : There::itself;
     const bool is_under_partner = for_partition && on_partition != There::itself && is_over_partner(record);
     if (!force_ && (on_partition == There::good || in_cache == There::good || is_under_partner)) {
@@ -185,7 +186,7 @@ class Planner {
   bool is_over_partner(const BackupRecord& record) const {
     if (!shares_bytes(*record.spec)) return false;
     const FoundRecord* found =
-        phone_.find(record_spec(partner_of(record.spec->kind)), record.camera, Source::partition);
+        phone_.find(record_spec(partner_of(record.spec->kind)), record.camera, phone_.partition()->source);
     return found != nullptr && !is_blank_record(phone_, *found) &&
            verdict_on(phone_, *found, modules_).verdict == Verdict::good;
   }
@@ -207,7 +208,7 @@ class Planner {
         const int camid = camid_of(step.record->camera.value_or(Camera::main));
         writer.write(area_offset(*step.record->spec, camid), step.record->bytes);
       }
-      plan.files = writer.files();
+      plan.files = {writer.file()};
       note_blocks(plan);
     }
     for (const RestoreStep& step : plan.steps) {

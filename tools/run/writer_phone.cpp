@@ -70,10 +70,8 @@ void WriterPhone::write(uint32_t offset_in_area, const Bytes& bytes) {
   if (phone_->partition() != expected) throw std::runtime_error("the library wrote more than the record");
 }
 
-std::vector<OutputFile> WriterPhone::files() const {
-  std::vector<OutputFile> files = {{.path = file_, .bytes = read_file(phone_->dir() / device_).bytes}};
-  if (is_nand_) files.push_back({.path = "nand", .bytes = read_file(phone_->dir() / "nand").bytes});
-  return files;
+OutputFile WriterPhone::file() const {
+  return {.path = file_, .bytes = read_file(phone_->dir() / device_).bytes};
 }
 
 }  // namespace awbcal

@@ -21,8 +21,8 @@ class WriterPhone {
   /// there afterwards, or any other byte of the partition is another one.
   void write(uint32_t offset_in_area, const Bytes& bytes);
 
-  /// What became of the partition's file, and on NAND of the chip's state.
-  std::vector<OutputFile> files() const;
+  /// What became of the partition's file.
+  OutputFile file() const;
 
  private:
   std::string device_;  ///< in the copy's folder
