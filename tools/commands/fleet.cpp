@@ -211,8 +211,7 @@ class Outputs {
   }
 
   int finish(Terminal& terminal) const {
-    const bool has_stdout = arguments_.csv || arguments_.ndjson || arguments_.page.path == "-";
-    if (!has_stdout) print_summary(terminal, summary_, is_stopped);
+    if (!arguments_.csv && !arguments_.ndjson) print_summary(terminal, summary_, is_stopped);
     if (has_page())
       write_output(arguments_.page, fleet_page(summary_, points_, {title(arguments_), is_stopped}),
                    arguments_.paths);

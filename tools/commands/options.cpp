@@ -173,7 +173,10 @@ Limits limits_of(const LimitOptions& options) {
 
 CLI::Option* add_page_options(CLI::App& app, OutputTarget& page) {
   app.add_flag("--force", page.force, "Replace an existing page");
-  return app.add_option("--html", page.path, "Page for a browser to make; - is stdout")->type_name("FILE");
+  const CLI::Validator is_file(
+      [](const std::string& path) { return path.empty() || path == "-" ? "a page is a file: name it" : ""; },
+      "");
+  return app.add_option("--html", page.path, "Page for a browser to make")->check(is_file)->type_name("FILE");
 }
 
 void add_tuning_options(CLI::App& app, ExplainQuestion& question) {

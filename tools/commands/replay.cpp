@@ -74,7 +74,7 @@ int run_replay(ReplayArguments& arguments, Terminal& terminal) {
   const Replay result = replay(frames, arguments.settings);
   if (arguments.json) {
     print_json(replay_json(frames, result));
-  } else if (arguments.page.path != "-") {
+  } else {
     print_replay(terminal, frames, result);
   }
   if (has_page)

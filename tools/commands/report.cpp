@@ -1,10 +1,10 @@
 // awbcal report: one phone as a page for a browser.
 
+#include <algorithm>
 #include <memory>
 
 #include "commands/commands.h"
 #include "commands/options.h"
-#include "inspect/redaction.h"
 #include "page/unit_page.h"
 
 namespace awbcal {
@@ -20,14 +20,26 @@ struct ReportArguments {
   bool redact = false;
 };
 
+/// What a person called the phone may tell whose it is.
+void hide_names(Phone& phone, const std::vector<std::string>& paths) {
+  std::vector<std::string> names = paths;
+  for (const std::string& path : paths) names.emplace_back(leaf_of(path));
+  names.push_back(phone.name);
+  const auto hide = [&names](std::string& text) {
+    const std::string first = text.substr(0, text.find(':'));
+    if (std::ranges::find(names, first) != names.end()) text.replace(0, first.size(), "the input");
+  };
+  std::ranges::for_each(phone.notes, hide);
+  std::ranges::for_each(phone.unknown, hide);
+  for (PhoneFile& file : phone.files) hide(file.path);
+  phone.name = "a phone";
+}
+
 int run_report(const ReportArguments& arguments, Terminal&) {
   check_output(arguments.page, arguments.input.paths);
   const Limits limits = limits_of(arguments.limits);
   Phone phone = open_phone_of(arguments.input);
-  if (arguments.redact) {
-    redact(phone);
-    phone.name = "a phone";
-  }
+  if (arguments.redact) hide_names(phone, arguments.input.paths);
   UnitReport report{
       .phone = phone, .title = phone.name, .modules = arguments.modules, .is_redacted = arguments.redact};
   report.modules.merge(modules_of(phone));
@@ -55,8 +67,7 @@ Command add_report(CLI::App& parent) {
   add_fuse_option(*app, arguments->modules);
   add_limit_options(*app, arguments->limits);
   add_tuning_options(*app, arguments->question);
-  app->add_flag("--redact", arguments->redact,
-                "Leave out what identifies the phone, its modules or its owner");
+  app->add_flag("--redact", arguments->redact, "Shorten fuse IDs, and leave out what the input is called");
   return {app, [arguments](Terminal& terminal) { return run_report(*arguments, terminal); }};
 }
 

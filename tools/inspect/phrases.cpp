@@ -50,18 +50,14 @@ std::vector<std::string> input_lines(const Phone& phone) {
   return lines;
 }
 
-std::vector<std::string> module_lines(const Modules& modules, const Modules& assumed, bool is_short) {
-  const auto text_of = [is_short](const calib::FuseWords& module) {
-    const std::string text = fuse_text(module);
-    return is_short ? text.substr(0, text.find(' ')) + "..." : text;
-  };
+std::vector<std::string> module_lines(const Modules& modules, const Modules& assumed) {
   std::vector<std::string> lines;
   for (const auto& [camera, module] : modules)
-    lines.push_back(fmt::format("{} module: fuse ID {}", camera_name(camera), text_of(module)));
+    lines.push_back(fmt::format("{} module: fuse ID {}", camera_name(camera), fuse_text(module)));
   for (const auto& [camera, module] : assumed) {
     lines.push_back(fmt::format(
         "{} module: not known; its record's own fuse ID, {}, is assumed; give --fuse to say which it is",
-        camera_name(camera), text_of(module)));
+        camera_name(camera), fuse_text(module)));
   }
   if (lines.empty()) lines.emplace_back("modules: not known; give --fuse to say which are fitted");
   return lines;

@@ -21,8 +21,8 @@ std::string place_text(const Phone& phone, const FoundRecord& record);
 /// What the input is, what was found in it that is not as expected, and which record area was taken; a line each.
 std::vector<std::string> input_lines(const Phone& phone);
 
-/// Which modules are fitted, and where that is only assumed; with `is_short`, the first word of their fuse IDs.
-std::vector<std::string> module_lines(const Modules& modules, const Modules& assumed, bool is_short = false);
+/// Which modules are fitted, and where that is only assumed.
+std::vector<std::string> module_lines(const Modules& modules, const Modules& assumed);
 
 }  // namespace awbcal
 

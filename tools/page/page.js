@@ -17,7 +17,11 @@
   });
   const options = (scales, more) => ({
     animation: false, scales,
-    plugins: { legend: { labels: { color: colour('ink'), usePointStyle: true, boxWidth: 8, boxHeight: 8 } }, ...more },
+    plugins: {
+      legend: { labels: {
+        color: colour('ink'), usePointStyle: true, boxWidth: 8, boxHeight: 8,
+        filter: (item, { datasets }) => datasets.findIndex(set => set.label === item.text) === item.datasetIndex } },
+      ...more },
   });
 
   // Names beside the points of a data set that has them, where there is room.
@@ -66,7 +70,7 @@
       pointStyle: 'triangle', radius: 6, backgroundColor: colour('beyond'), borderColor: colour('paper'), isNamed: true });
     add('passes', passing, {
       pointStyle: 'circle', radius: points.length > 300 ? 2 : 4, backgroundColor: colour('within') + 'b0',
-      borderWidth: 0 });
+      borderWidth: 0, isNamed: points.length < 10 });
     const most = Math.max(1, ...density.map(cell => cell.units));
     const step = parseFloat(figure.querySelector('[data-step]')?.dataset.step ?? '0');
     add('units', density, {

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <regex>
 
 #include "inspect/phrases.h"
 #include "page/ratio_chart.h"
@@ -155,6 +156,12 @@ void add_start(Page& page, const UnitReport& report, calib::Camera camera) {
   }
 }
 
+/// Enough of each fuse ID stays to tell modules of a phone apart, and not enough to know them by.
+std::string without_fuse_ids(const std::string& html) {
+  static const std::regex kFuseId("([0-9a-f]{4})[0-9a-f]{4} [0-9a-f]{8} [0-9a-f]{8} [0-9a-f]{8}");
+  return std::regex_replace(html, kFuseId, "$1...");
+}
+
 }  // namespace
 
 std::string unit_page(const UnitReport& report) {
@@ -165,11 +172,11 @@ std::string unit_page(const UnitReport& report) {
               outcome == Outcome::pass ? Style::good : Style::bad);
   page.list(input_lines(report.phone));
   page.heading("Modules");
-  page.list(module_lines(report.modules, verification.assumed, report.is_redacted));
+  page.list(module_lines(report.modules, verification.assumed));
   add_verdicts(page, report);
   add_answers(page, verification);
   for (const auto& [camera, start] : report.starts) add_start(page, report, camera);
-  return page.html();
+  return report.is_redacted ? without_fuse_ids(page.html()) : page.html();
 }
 
 }  // namespace awbcal

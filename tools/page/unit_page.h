@@ -22,7 +22,7 @@ struct UnitReport {
   Modules modules = {};
   Verification verification = {};
   std::map<calib::Camera, ReportedStart> starts = {};  ///< of each camera that is fitted
-  bool is_redacted = false;  ///< the fuse IDs are replaced, and not worth their length
+  bool is_redacted = false;                            ///< of every fuse ID only the first digits are shown
 };
 
 std::string unit_page(const UnitReport& report);
