@@ -12,7 +12,7 @@ class Walk : public StandInPhones {
  protected:
   /// A phone that the production line made, connected.
   void connect_demo(const std::string& serial = kSerial) const {
-    ASSERT_THAT(run("demo --seed 1 --dir '" + phone_dir(serial) + "'"), Exits(0));
+    ASSERT_THAT(run("demo --seed 1 --dir " + phone_dir(serial)), Exits(0));
   }
 
   /// Every command of the walk does what is shown below it, in the order of the document; "..." is what was left out.
@@ -27,7 +27,7 @@ class Walk : public StandInPhones {
     size_t commands = 0;
     while (std::getline(lines, line) && line != "```") {
       if (line.starts_with("$ ")) {
-        printed = in_shell("cd '" + path("") + "' && " + line.substr(2) + " 2>&1").output;
+        printed = in_shell("cd " + path("") + " && " + line.substr(2) + " 2>&1").output;
         ++commands;
       } else if (line != "...") {
         EXPECT_THAT("\n" + printed, HasSubstr("\n" + line + "\n")) << document << ": " << walk;
