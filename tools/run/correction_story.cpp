@@ -73,7 +73,8 @@ const FoundRecord* taken_record(const Phone& phone, const RecordSpec& spec, Came
   return nullptr;
 }
 
-/// The number of the test that the verdict stands for.
+}  // namespace
+
 int test_of(Verdict verdict) {
   switch (verdict) {
     case Verdict::good:
@@ -107,6 +108,8 @@ std::string refusal_text(const RecordSpec& spec, const Finding& finding) {
   return fmt::format("the {} is {}: expected {}, found {} ({})", spec.name, verdict_name(finding.verdict),
                      finding.expected, finding.found, tests);
 }
+
+namespace {
 
 /// The library's own words, where the record itself is good.
 std::string last_error(const CameraRun& run, const char* function) {
