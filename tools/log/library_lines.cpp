@@ -4,6 +4,9 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <map>
+#include <set>
+#include <tuple>
 #include <vector>
 
 namespace awbcal {
@@ -151,37 +154,50 @@ size_t first_with_format(size_t index) {
   return static_cast<size_t>(found - kLibraryLines);
 }
 
+/// What tells most lines apart: the priority, whether a name comes first, and the character there or behind it.
+using Mark = std::tuple<char, bool, char>;
+using Patterns = std::map<Mark, std::vector<Pattern>>;
+
+Mark mark_of(char priority, bool is_named, std::string_view text, size_t at) {
+  return {priority, is_named, at < text.size() ? text[at] : '\0'};
+}
+
+void add_pattern(Patterns& patterns, size_t i, std::string_view format) {
+  const bool is_named = format.starts_with("%s");
+  patterns[mark_of(kLibraryLines[i].priority, is_named, format, is_named ? 2 : 0)].push_back(
+      {i, first_with_format(i), format, literals_of(format)});
+}
+
 /// What says most of itself comes first.
-std::vector<Pattern> make_patterns() {
-  std::vector<Pattern> patterns;
+Patterns make_patterns() {
+  Patterns patterns;
   for (size_t i = 0; i < kLibraryLineCount; ++i) {
     std::string_view format = without_end(kLibraryLines[i].format);
     while (!format.empty()) {
       const size_t end = std::min(format.find('\n'), format.size());
       const std::string_view part = without_end(format.substr(0, end));
-      if (!part.empty()) patterns.push_back({i, first_with_format(i), part, literals_of(part)});
+      if (!part.empty()) add_pattern(patterns, i, part);
       format.remove_prefix(std::min(end + 1, format.size()));
     }
   }
-  std::stable_sort(patterns.begin(), patterns.end(),
-                   [](const Pattern& a, const Pattern& b) { return a.literals > b.literals; });
+  for (auto& [mark, alike] : patterns) {
+    std::stable_sort(alike.begin(), alike.end(),
+                     [](const Pattern& a, const Pattern& b) { return a.literals > b.literals; });
+  }
   return patterns;
 }
 
-/// The character that tells most lines apart: the first, or the one behind a name.
-char telling(std::string_view text, size_t name) {
-  return name < text.size() ? text[name] : '\0';
-}
-
-bool begins_with_name(const Pattern& pattern) {
-  return pattern.format.starts_with("%s");
+std::set<std::string_view> library_tags() {
+  std::set<std::string_view> tags;
+  for (const LibraryLine& line : kLibraryLines) tags.insert(line.tag);
+  return tags;
 }
 
 }  // namespace
 
 bool is_library_tag(std::string_view tag) {
-  return std::any_of(std::begin(kLibraryLines), std::end(kLibraryLines),
-                     [tag](const LibraryLine& line) { return line.tag == tag; });
+  static const std::set<std::string_view> kTags = library_tags();
+  return kTags.contains(tag);
 }
 
 int64_t LineMatch::number(size_t i) const {
@@ -208,19 +224,25 @@ double LineMatch::real(size_t i) const {
 }
 
 std::optional<LineMatch> match_line(std::string_view tag, char priority, std::string_view text) {
-  static const std::vector<Pattern> kPatterns = make_patterns();
+  static const Patterns kPatterns = make_patterns();
   text = without_end(text);
   const size_t name = count_while(text, is_name_character);
+  std::optional<LineMatch> best;
+  size_t most = 0;
   LineMatch match;
-  for (const Pattern& pattern : kPatterns) {
-    const bool is_named = begins_with_name(pattern);
-    if (telling(text, is_named ? name : 0) != telling(pattern.format, is_named ? 2 : 0)) continue;
-    const LibraryLine& line = kLibraryLines[pattern.index];
-    if (line.priority != priority || line.tag != tag || !scan(pattern.format, text, match)) continue;
-    match.index_ = pattern.first;
-    return match;
+  for (const bool is_named : {false, true}) {
+    const auto alike = kPatterns.find(mark_of(priority, is_named, text, is_named ? name : 0));
+    if (alike == kPatterns.end()) continue;
+    for (const Pattern& pattern : alike->second) {
+      if (best && pattern.literals <= most) break;
+      if (kLibraryLines[pattern.index].tag != tag || !scan(pattern.format, text, match)) continue;
+      match.index_ = pattern.first;
+      best = match;
+      most = pattern.literals;
+      break;
+    }
   }
-  return std::nullopt;
+  return best;
 }
 
 }  // namespace awbcal

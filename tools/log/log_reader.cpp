@@ -91,15 +91,9 @@ void LogReader::finish_file() {
   is_in_message_ = is_in_properties_ = false;
 }
 
-/// What Windows writes has two bytes a character; in a log the second is 0.
 void LogReader::feed(std::string_view bytes) {
-  if (file_bytes_ == 0 && bytes.starts_with("\xFF\xFE")) {
-    is_utf16_ = true;
-    bytes.remove_prefix(2);
-    file_bytes_ = 2;
-  }
-  file_bytes_ += bytes.size();
   for (const char c : bytes) {
+    ++file_bytes_;
     if (c == '\n') {
       end_line();
     } else if (is_utf16_ && c == '\0') {
@@ -108,6 +102,11 @@ void LogReader::feed(std::string_view bytes) {
       pending_ += c;
     } else {
       is_too_long_ = true;
+    }
+    // What Windows writes has two bytes a character; in a log the second is 0.
+    if (file_bytes_ == 2 && pending_ == "\xFF\xFE") {
+      is_utf16_ = true;
+      pending_.clear();
     }
   }
 }
