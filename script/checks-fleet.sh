@@ -1,4 +1,5 @@
-# Many units: one process, a real server in a folder of its own, a real cluster on this machine. Sourced by script/check.
+# Many units: one process, a real server in a folder of its own, a real cluster on this machine, pages in a real
+# browser. Sourced by script/check.
 
 # Ten thousand units come to what they were made for, and a million need no more memory than there is.
 check_fleet() {
@@ -155,4 +156,15 @@ check_cluster() (
   done < <(grep '^margin:' "$folder/cluster")
   grep -c '^margin: .* awb:' "$folder/cluster" | grep -qx 3 || die "the cluster knows no margins"
   say "cluster: two workers come to what one process does"
+)
+
+# ---- pages ------------------------------------------------------------------------------------------------------
+
+# Pages in a real browser. PICTURES=docs/pictures script/check page takes the README's pictures anew.
+check_page() (
+  need_packages chromium chromium-driver fonts-dejavu-core python3-selenium
+  build release awbcal
+  folder=$(mktemp -d)
+  trap 'rm -rf "$folder"' EXIT
+  /usr/bin/python3 script/page_in_browser.py "$PWD/build/release/awbcal" "$folder" ${PICTURES:+"$PICTURES"}
 )

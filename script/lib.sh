@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 BUILD_PACKAGES="cmake g++ ninja-build googletest libarchive-dev libbenchmark-dev libcli11-dev libfmt-dev
-  libmd-dev libraw-dev libsqlite3-dev nlohmann-json3-dev pkgconf
+  libjs-chart.js libmd-dev libraw-dev libsqlite3-dev nlohmann-json3-dev pkgconf
   python3-jsonschema xz-utils"
 ARM64_PACKAGES="g++-aarch64-linux-gnu qemu-user-static"
 

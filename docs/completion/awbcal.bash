@@ -7,16 +7,18 @@ _awbcal() {
   local input="--as --base --camera --help"
   declare -A options=(
     [demo]="--dir --seed --frames --storage --units --spread --bad --drift --help"
-    [fleet]="--csv --ndjson --golden --threshold --limits --lot --strict --accept --jobs --db --from --since --until
+    [fleet]="--csv --ndjson --html --force --golden --threshold --limits --lot --strict --accept --jobs --db --from --since --until
       --help"
     [show]="--json --raw $input"
-    [verify]="--json --fuse --require --only --ignore --golden --threshold --strict --no-accept $input"
+    [verify]="--json --fuse --require --only --ignore --golden --threshold --limits --strict --no-accept $input"
     [explain]="--json --log --tuning --mesh-tuning --golden --fuse --reboot --verbose $input"
     [diff]="--json --as-a --as-b --help"
     [pack]="--output --force --seal --seal-only --help"
     [redact]="--output --check --force $input"
+    [report]="--html --force --redact --golden --threshold --limits --fuse --tuning --mesh-tuning $input"
+    [pull]="--serial --whole --help"
     [help]="--help"
-    [replay]="--json --golden --threshold --light-source --format --size --stride --bayer --black --white --grid --help"
+    [replay]="--json --html --force --golden --threshold --light-source --format --size --stride --bayer --black --white --grid --help"
   )
   local words=""
   if [ "$COMP_CWORD" -eq 1 ]; then

@@ -33,21 +33,14 @@ Command add_pack(CLI::App& parent);
 Command add_redact(CLI::App& parent);
 Command add_replay(CLI::App& parent);
 Command add_fleet(CLI::App& parent);
+Command add_report(CLI::App& parent);
+Command add_pull(CLI::App& parent);
 Command add_help(CLI::App& parent);
 
 // ---- what several of them have ----------------------------------------------------------------------------
 
 /// Prints the document on standard output, past the terminal.
 void print_json(const Json& document);
-
-/// "2 records", "1 record".
-std::string counted(size_t count, const char* noun);
-
-/// "main camera, AWB record"
-std::string record_title(const RecordSpec& spec, std::optional<calib::Camera> camera);
-
-/// Where the record stands, for people.
-std::string place_text(const Phone& phone, const FoundRecord& record);
 
 /// The first lines about an input: what it is, and which record area was taken.
 void show_input(Terminal& terminal, const Phone& phone);
@@ -60,11 +53,6 @@ Json number_json(double value);
 
 int exit_code_of(Outcome outcome);
 
-/// "PASS" or "FAIL", coloured.
-std::string pass_or_fail(const Terminal& terminal, bool passed);
-
-/// How far from the golden sample, and of what is allowed.
-std::string margin_text(const calib::Margin& margin);
 Json margin_json(const calib::Margin& margin);
 
 }  // namespace awbcal

@@ -9,6 +9,7 @@
 #include "commands/commands.h"
 #include "commands/options.h"
 #include "inspect/comparison.h"
+#include "inspect/phrases.h"
 #include "text/tables.h"
 
 namespace awbcal {

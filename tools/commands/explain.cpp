@@ -17,9 +17,6 @@ namespace awbcal {
 
 namespace {
 
-/// Typical of a camera: for those who do not know theirs.
-constexpr calib::GoldenRatios kAssumedGolden{0.7539F, 0.5625F};
-
 struct ExplainArguments {
   std::string log;     ///< a log to read, instead of a camera to start
   std::string camera;  ///< with a log, it may be the first of the inputs
@@ -31,23 +28,9 @@ struct ExplainArguments {
   bool json = false;
 };
 
-void print_sources(Terminal& terminal, const Explanation& explanation) {
-  Table table({"", "", ""});
-  const RecordSpec* last = nullptr;
-  for (const SourceStory& story : explanation.sources) {
-    table.row({story.spec == last ? "" : story.spec->id, story.place, story.fate});
-    last = story.spec;
-  }
-  table.print(terminal, 2);
-}
-
 void print_answer(Terminal& terminal, const ExplainArguments& arguments, const Explanation& explanation) {
   for (const CorrectionStory& story : explanation.corrections) terminal.paragraph(story.sentence, 0);
-  if (!arguments.golden) {
-    terminal.paragraph(fmt::format("golden sample {:.4f}, {:.4f} assumed: give --golden",
-                                   arguments.question.golden.rg, arguments.question.golden.bg),
-                       0);
-  }
+  if (!arguments.golden) terminal.paragraph(assumed_golden_text(), 0);
 }
 
 void print_log(Terminal& terminal, const Explanation& explanation) {
@@ -66,7 +49,7 @@ void print_explanation(Terminal& terminal, const Phone& phone, const ExplainArgu
   show_modules(terminal, arguments.question.modules, explanation.assumed);
   terminal.heading(
       fmt::format("{} camera: where its records come from", camera_name(arguments.question.camera)));
-  print_sources(terminal, explanation);
+  source_table(explanation).print(terminal, 2);
   terminal.heading("The tuning before, after, ratio");
   show_tuning(terminal, explanation.before, explanation.after);
   if (arguments.verbose) print_log(terminal, explanation);
@@ -152,8 +135,10 @@ int run_explain(ExplainArguments& arguments, Terminal& terminal) {
   } else {
     print_explanation(terminal, phone, arguments, explanation);
   }
+  const bool needs_partition = question.reboot || phone.kind == Layout::partition;
+  const bool is_complete = needs_partition ? phone.is_complete() : phone.is_complete_without_partition();
   const bool is_known =
-      phone.is_complete() && std::ranges::all_of(explanation.corrections, &CorrectionStory::is_known);
+      is_complete && std::ranges::all_of(explanation.corrections, &CorrectionStory::is_known);
   return is_known ? kDone : kBadInput;
 }
 
@@ -184,11 +169,7 @@ Command add_explain(CLI::App& parent) {
           ->type_name("FILE");
   add_fuse_option(*app, arguments->modules);
   add_golden_option(*app, arguments->golden);
-  app->add_option("--tuning", question.tuning_file, "AWB tuning block to correct; otherwise a typical one")
-      ->type_name("FILE");
-  app->add_option("--mesh-tuning", question.mesh_tuning_file,
-                  "Sensor's tuning block with the meshes; otherwise a typical one")
-      ->type_name("FILE");
+  add_tuning_options(*app, question);
   app->add_flag("--reboot", question.reboot, "First let the kernel export the partition again, as at a boot");
   app->add_flag("-v,--verbose", arguments->verbose, "Print what the library logged as well");
   add_json_option(*app, arguments->json);

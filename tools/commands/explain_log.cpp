@@ -5,6 +5,7 @@
 #include <map>
 
 #include "commands/commands.h"
+#include "inspect/phrases.h"
 #include "log/log_comparison.h"
 #include "log/log_story.h"
 

@@ -12,8 +12,9 @@
 #include "fleet/judge_process.h"
 #include "fleet/judging.h"
 #include "fleet/rows.h"
-#include "fleet/summary.h"
+#include "fleet/summary_tables.h"
 #include "fleet/unit_source.h"
+#include "page/fleet_page.h"
 #include "text/printable.h"
 #include "text/tables.h"
 #include "text/utc.h"
@@ -31,9 +32,8 @@ struct FleetArguments {
   bool strict = false;
   unsigned jobs = 0;
   std::string lot;
-  std::optional<calib::GoldenRatios> golden;
-  uint32_t threshold = Limit{}.threshold;
-  std::string limits_file;
+  LimitOptions limits;
+  OutputTarget page;
   std::string db;
   std::string from;
   HistoryChoice choice;
@@ -51,11 +51,6 @@ void stop_at_ctrl_c() {
 
 // ---- text -------------------------------------------------------------------------------------------------
 
-std::string percent(size_t part, size_t whole) {
-  return whole == 0 ? "-"
-                    : fmt::format("{:.1f} %", 100.0 * static_cast<double>(part) / static_cast<double>(whole));
-}
-
 void print_names(Terminal& terminal, const std::string& what, const NamedUnits& units) {
   if (units.count == 0) return;
   terminal.paragraph(fmt::format("{}: {}", what, units.count));
@@ -65,133 +60,51 @@ void print_names(Terminal& terminal, const std::string& what, const NamedUnits& 
 }
 
 void print_results(Terminal& terminal, const Summary& summary) {
-  if (summary.units == 0) return terminal.line("no unit");
-  std::vector<std::string> parts;
-  for (const auto& [result, count] : summary.results) parts.push_back(fmt::format("{} {}", count, result));
-  terminal.line(fmt::format("{}: {}", counted(summary.units, "unit"), fmt::join(parts, ", ")));
-  const auto passed = summary.results.find(outcome_name(Outcome::pass));
-  const size_t passes = passed == summary.results.end() ? 0 : passed->second;
-  terminal.line(fmt::format("Yield: {} of the {} that could be judged", percent(passes, summary.judged()),
-                            summary.judged()));
+  terminal.line(results_text(summary));
+  if (summary.units == 0) return;
+  terminal.line(yield_text(summary));
   print_names(terminal, "broken", summary.broken);
 }
 
-void print_yields(Terminal& terminal, const Summary& summary) {
-  terminal.heading("Yield per camera and kind");
-  Table table({"", ">units", ">good", ">yield"});
-  for (const auto& [place, yield] : summary.yields) {
-    table.row({place_name(place), std::to_string(yield.units), std::to_string(yield.good),
-               percent(yield.good, yield.units)});
-  }
-  table.print(terminal, 2);
-}
-
-void print_faults(Terminal& terminal, const Summary& summary) {
-  if (summary.first_faults.empty()) return;
-  terminal.heading("What fails first");
-  std::vector<std::pair<std::string, size_t>> faults(summary.first_faults.begin(),
-                                                     summary.first_faults.end());
-  std::ranges::stable_sort(faults, std::greater(), &std::pair<std::string, size_t>::second);
-  size_t failed = 0;
-  for (const auto& [fault, count] : faults) failed += count;
-  size_t so_far = 0;
-  Table table({">units", ">share", ">together", ""});
-  for (const auto& [fault, count] : faults) {
-    so_far += count;
-    table.row({std::to_string(count), percent(count, failed), percent(so_far, failed), fault});
-  }
-  table.print(terminal, 2);
-}
-
 void print_margins(Terminal& terminal, const Summary& summary) {
-  terminal.heading("Margins, in percent of the limit");
-  if (summary.margins.empty())
-    return terminal.paragraph("not known: --golden or --limits says what the records are judged against");
-  Table table({"", ">units", ">median", ">95 %", ">99 %", ">worst", ">Ppk"});
-  const auto tenths = [](double of_limit) { return fmt::format("{:.1f}", of_limit); };
-  for (const auto& [place, margin] : summary.margins) {
-    table.row({place_name(place), std::to_string(margin.units), tenths(margin.quantile(0.5)),
-               tenths(margin.quantile(0.95)), tenths(margin.quantile(0.99)),
-               tenths(margin.worst.front().first),
-               margin.deviation() > 0 ? fmt::format("{:.2f}", margin.capability()) : "-"});
-  }
-  table.print(terminal, 2);
-  terminal.paragraph("Ppk, the process capability against the limit: (100 - mean) / 3 standard deviations");
+  terminal.heading(kMarginsTitle);
+  if (summary.margins.empty()) return terminal.paragraph(kNoMargins);
+  margin_table(summary).print(terminal, 2);
+  terminal.paragraph(kCapabilityNote);
   for (const auto& [place, margin] : summary.margins) {
     terminal.line();
     terminal.paragraph(fmt::format("{}: the worst", place_name(place)));
     for (const auto& [of_limit, name] : margin.worst)
       terminal.paragraph(fmt::format("{:7.1f} %  {}", of_limit, printable(name)), 4);
-    print_names(terminal, "passed in the factory, fail these limits", margin.would_have_failed);
-    print_names(terminal, "failed in the factory, pass these limits", margin.passes_now);
+    for (const NamedList& list : judged_otherwise(margin)) print_names(terminal, list.what, list.units);
   }
-}
-
-std::string day_text(int64_t day) {
-  return utc_text(day * 24 * 60 * 60).substr(0, 10);
-}
-
-/// A slope is a drift when it is not likely to be noise.
-std::string slope_text(const Line& line) {
-  constexpr double kErrors = 4.0;
-  const bool is_drift = std::abs(line.slope()) > kErrors * line.slope_error();
-  return is_drift ? fmt::format("{:+.5f}", line.slope()) : "-";
 }
 
 void print_trend(Terminal& terminal, const Summary& summary) {
-  terminal.heading("Over time");
-  Table days({"day", ">units", ">yield"});
-  for (const auto& [number, day] : summary.days)
-    days.row({day_text(number), std::to_string(day.units), percent(day.passed, day.judged)});
-  days.print(terminal, 2);
+  terminal.heading(kTrendTitle);
+  day_table(summary).print(terminal, 2);
   if (summary.ratios.empty()) return;
   terminal.line();
-  Table drift({"", ">R/G", ">a day", ">B/G", ">a day"});
-  for (const auto& [place, ratios] : summary.ratios) {
-    drift.row({place_name(place), fmt::format("{:.4f}", ratios.rg_over_days.mean()),
-               slope_text(ratios.rg_over_days), fmt::format("{:.4f}", ratios.bg_over_days.mean()),
-               slope_text(ratios.bg_over_days)});
-  }
-  drift.print(terminal, 2);
-  terminal.paragraph("-: no drift that is more than noise");
-}
-
-void print_outliers(Terminal& terminal, const Place& place, const RatioStatistics& ratios) {
-  NamedUnits units;
-  for (const auto& [rg, bg, deviations, cell] : ratios.outliers()) {
-    units.add(fmt::format("{}: R/G {:.4f}, B/G {:.4f}, {:.1f} standard deviations", cell.first, rg / 1024.0,
-                          bg / 1024.0, deviations));
-    units.count += cell.count - 1;  // those that share its ratios, and are not named
-  }
-  print_names(terminal, fmt::format("far from where the others are, {}", place_name(place)), units);
-}
-
-void print_repetitions(Terminal& terminal, const Summary& summary) {
-  NamedUnits runs;
-  for (const auto& [place, first, last, units] : summary.repetitions())
-    runs.add(fmt::format("{}, {} units: {} to {}", place_name(place), units, first, last));
-  print_names(terminal, "the same measurement in units in a row", runs);
+  drift_table(summary).print(terminal, 2);
+  terminal.paragraph(kDriftNote);
 }
 
 void print_comparison(Terminal& terminal, const Summary& summary) {
-  terminal.heading("What no single phone shows");
-  print_names(terminal, "modules that are in another unit as well", summary.copied_modules);
-  print_names(terminal, "lens-shading gains that another unit has as well", summary.copied_meshes);
-  print_repetitions(terminal, summary);
-  for (const auto& [place, units] : summary.older())
-    print_names(terminal, fmt::format("an older version than most, {}", place_name(place)), units);
-  for (const auto& [place, ratios] : summary.ratios) print_outliers(terminal, place, ratios);
-  if (summary.not_compared() > 0)
-    terminal.paragraph(
-        fmt::format("{} module IDs and meshes too many to be compared", summary.not_compared()));
+  terminal.heading(kComparisonTitle);
+  for (const NamedList& list : comparison(summary)) print_names(terminal, list.what, list.units);
+  if (summary.not_compared() > 0) terminal.paragraph(not_compared_text(summary));
 }
 
 void print_summary(Terminal& terminal, const Summary& summary, bool was_stopped) {
   if (was_stopped) terminal.line("Interrupted: this is of the units judged until then.");
   print_results(terminal, summary);
   if (summary.units == 0) return;
-  print_yields(terminal, summary);
-  print_faults(terminal, summary);
+  terminal.heading(kYieldTitle);
+  yield_table(summary).print(terminal, 2);
+  if (!summary.first_faults.empty()) {
+    terminal.heading(kFaultTitle);
+    fault_table(summary).print(terminal, 2);
+  }
   print_margins(terminal, summary);
   print_trend(terminal, summary);
   print_comparison(terminal, summary);
@@ -204,13 +117,7 @@ UnitQuestion question_of(const FleetArguments& arguments) {
                         .with_digests = arguments.csv || arguments.ndjson || !arguments.db.empty()};
   question.verify.asks_library = arguments.accept;
   question.verify.is_strict = arguments.strict;
-  if (!arguments.limits_file.empty()) {
-    const FileContent content = read_file(arguments.limits_file);
-    if (content.trouble)
-      throw InputError(fmt::format("{}: cannot be read: {}", arguments.limits_file, *content.trouble));
-    question.verify.limits = parse_limits(arguments.limits_file, text_of(content.bytes));
-  }
-  if (arguments.golden) question.verify.limits.set({*arguments.golden, arguments.threshold});
+  question.verify.limits = limits_of(arguments.limits);
   return question;
 }
 
@@ -276,31 +183,49 @@ int exit_code(const Summary& summary, bool was_stopped) {
 }
 
 /// Where the units go, each as it comes.
+/// "Fleet: line.db, lot A17, since 2026-11-01"
+std::string title(const FleetArguments& arguments) {
+  std::string text = "Fleet";
+  if (!arguments.from.empty()) text += ": " + arguments.from;
+  if (arguments.paths.size() == 1 && arguments.paths[0] != "-") text += ": " + arguments.paths[0];
+  if (!arguments.lot.empty()) text += ", lot " + arguments.lot;
+  if (!arguments.choice.since.empty()) text += ", since " + arguments.choice.since;
+  if (!arguments.choice.until.empty()) text += ", until " + arguments.choice.until;
+  return text;
+}
+
 class Outputs {
  public:
-  explicit Outputs(const FleetArguments& arguments) : csv_(arguments.csv), ndjson_(arguments.ndjson) {
+  explicit Outputs(const FleetArguments& arguments) : arguments_(arguments) {
+    if (has_page()) check_output(arguments.page, arguments.paths);
     if (!arguments.db.empty()) history_.emplace(arguments.db, History::Access::write);
-    if (csv_) write(csv_title());
+    if (arguments.csv) write(csv_title());
   }
 
   void take(const Unit& unit) {
     if (history_) history_->add(unit);
-    if (csv_) write(csv_rows(unit));
-    if (ndjson_) write(json_rows(unit));
+    if (arguments_.csv) write(csv_rows(unit));
+    if (arguments_.ndjson) write(json_rows(unit));
+    if (has_page()) points_.add(unit);
     summary_.add(unit);
   }
 
   int finish(Terminal& terminal) const {
-    if (!csv_ && !ndjson_) print_summary(terminal, summary_, is_stopped);
+    if (!arguments_.csv && !arguments_.ndjson) print_summary(terminal, summary_, is_stopped);
+    if (has_page())
+      write_output(arguments_.page, fleet_page(summary_, points_, {title(arguments_), is_stopped}),
+                   arguments_.paths);
     return exit_code(summary_, is_stopped);
   }
   size_t units() const { return summary_.units; }
 
  private:
-  bool csv_;
-  bool ndjson_;
+  bool has_page() const { return !arguments_.page.path.empty(); }
+
+  const FleetArguments& arguments_;
   std::optional<History> history_;
   Summary summary_;
+  FleetPoints points_;
 };
 
 int read_history(const FleetArguments& arguments, Terminal& terminal) {
@@ -354,11 +279,7 @@ Command add_fleet(CLI::App& parent) {
       app->add_flag("--csv", arguments->csv, "Print a line per unit and per record as CSV");
   app->add_flag("--ndjson", arguments->ndjson, "The same as a JSON object a line")
       ->excludes(app->get_option(csv->get_name()));
-  const CLI::Option* golden = add_golden_option(*app, arguments->golden);
-  const CLI::Option* threshold = add_threshold_option(*app, arguments->threshold);
-  app->add_option("--limits", arguments->limits_file,
-                  "CSV of golden samples and thresholds per camera and light")
-      ->type_name("FILE");
+  add_limit_options(*app, arguments->limits);
   app->add_option("--lot", arguments->lot, "What these units belong to; with --from: only units of this lot")
       ->type_name("NAME");
   app->add_flag("--strict", arguments->strict, "Fail an overwritten record even if its cache file is good");
@@ -366,6 +287,7 @@ Command add_fleet(CLI::App& parent) {
   app->add_option("--jobs", arguments->jobs, "Units at once; 0: one per core")
       ->check(whole_number(0, 256))
       ->type_name("NUMBER");
+  add_page_options(*app, arguments->page);
   app->add_option("--db", arguments->db, "SQLite file to which the units are added")->type_name("FILE");
   CLI::Option* from = app->add_option("--from", arguments->from, "The units of such a file, not new ones");
   from->type_name("FILE");
@@ -376,9 +298,7 @@ Command add_fleet(CLI::App& parent) {
   };
   add_day("--since", arguments->choice.since, "With --from: units of this day and later");
   add_day("--until", arguments->choice.until, "With --from: units of this day and before");
-  return {app, [arguments, golden, threshold](Terminal& terminal) {
-            if (threshold->count() > 0 && golden->count() == 0)
-              throw CLI::ValidationError("--threshold", "needs --golden: percent of what?");
+  return {app, [arguments](Terminal& terminal) {
             if (arguments->from.empty() && arguments->paths.empty())
               throw CLI::RequiredError("PATH or --from");
             arguments->choice.lot = arguments->lot;

@@ -69,6 +69,13 @@ CLI::Option* add_golden(CLI::App& app, const std::function<void(calib::GoldenRat
       ->type_name("RG,BG");
 }
 
+template <class Percent>
+CLI::Option* add_threshold(CLI::App& app, Percent& percent) {
+  return app.add_option("--threshold", percent, "Allowed distance in percent of the golden sample")
+      ->check(whole_number(0, INT32_MAX))
+      ->type_name("PERCENT");
+}
+
 }  // namespace
 
 CLI::Validator whole_number(uint64_t least, uint64_t most) {
@@ -136,9 +143,44 @@ CLI::Option* add_golden_option(CLI::App& app, std::optional<calib::GoldenRatios>
 }
 
 CLI::Option* add_threshold_option(CLI::App& app, uint32_t& percent) {
-  return app.add_option("--threshold", percent, "Allowed distance in percent of the golden sample")
-      ->check(whole_number(0, INT32_MAX))
-      ->type_name("PERCENT");
+  return add_threshold(app, percent);
+}
+
+void add_limit_options(CLI::App& app, LimitOptions& options) {
+  add_golden_option(app, options.golden);
+  add_threshold(app, options.threshold);
+  app.add_option("--limits", options.file, "CSV of golden samples and thresholds per camera and light")
+      ->type_name("FILE");
+}
+
+Limits limits_of(const LimitOptions& options) {
+  if (options.threshold && !options.golden)
+    throw CLI::ValidationError("--threshold", "needs --golden: percent of what?");
+  Limits limits;
+  if (!options.file.empty()) {
+    const FileContent content = read_file(options.file);
+    if (content.trouble)
+      throw InputError(fmt::format("{}: cannot be read: {}", options.file, *content.trouble));
+    limits = parse_limits(options.file, text_of(content.bytes));
+  }
+  if (options.golden) limits.set({*options.golden, options.threshold.value_or(Limit{}.threshold)});
+  return limits;
+}
+
+CLI::Option* add_page_options(CLI::App& app, OutputTarget& page) {
+  app.add_flag("--force", page.force, "Replace an existing page");
+  const CLI::Validator is_file(
+      [](const std::string& path) { return path.empty() || path == "-" ? "a page is a file: name it" : ""; },
+      "");
+  return app.add_option("--html", page.path, "Page for a browser to make")->check(is_file)->type_name("FILE");
+}
+
+void add_tuning_options(CLI::App& app, ExplainQuestion& question) {
+  app.add_option("--tuning", question.tuning_file, "AWB tuning block to correct; otherwise a typical one")
+      ->type_name("FILE");
+  app.add_option("--mesh-tuning", question.mesh_tuning_file,
+                 "Sensor's tuning block with the meshes; otherwise a typical one")
+      ->type_name("FILE");
 }
 
 void add_fuse_option(CLI::App& app, Modules& modules) {

@@ -10,6 +10,8 @@
 #include "inspect/open_phone.h"
 #include "inspect/verdict.h"
 #include "records/golden_sample.h"
+#include "run/explanation.h"
+#include "run/limits.h"
 #include "text/terminal.h"
 
 namespace awbcal {
@@ -44,6 +46,23 @@ void add_colour_option(CLI::App& app, Colour& colour);
 CLI::Option* add_golden_option(CLI::App& app, calib::GoldenRatios& golden);
 CLI::Option* add_golden_option(CLI::App& app, std::optional<calib::GoldenRatios>& golden);
 CLI::Option* add_threshold_option(CLI::App& app, uint32_t& percent);
+
+/// What records are judged against.
+struct LimitOptions {
+  std::optional<calib::GoldenRatios> golden = {};
+  std::optional<uint32_t> threshold = {};
+  std::string file = {};
+};
+/// --golden, --threshold and --limits.
+void add_limit_options(CLI::App& app, LimitOptions& options);
+/// None where no option says so. Throws InputError for a file that is none.
+Limits limits_of(const LimitOptions& options);
+
+/// --html and --force.
+CLI::Option* add_page_options(CLI::App& app, OutputTarget& page);
+
+/// --tuning and --mesh-tuning.
+void add_tuning_options(CLI::App& app, ExplainQuestion& question);
 
 /// "1,2,3,4" for all cameras, or "front=1,2,3,4"; decimal, or hexadecimal with 0x.
 void add_fuse_option(CLI::App& app, Modules& modules);

@@ -10,6 +10,7 @@
 #include "commands/commands.h"
 #include "commands/options.h"
 #include "inspect/errors.h"
+#include "inspect/phrases.h"
 #include "inspect/redaction.h"
 #include "text/printable.h"
 

@@ -6,15 +6,11 @@
 
 #include "commands/commands.h"
 #include "commands/options.h"
+#include "page/replay_page.h"
 #include "run/factory_replay.h"
 #include "run/frame_files.h"
-#include "run/verification.h"
-#include "text/printable.h"
-#include "text/tables.h"
 
 namespace awbcal {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -24,72 +20,19 @@ struct ReplayArguments {
   std::pair<size_t, size_t> size;
   std::pair<size_t, size_t> grid = {32, 24};
   ReplaySettings settings;
+  OutputTarget page;
   bool json = false;
 };
 
-Outcome outcome_of(const Replay& replay) {
-  if (!replay.record) return Outcome::nothing_to_judge;
-  return replay.passed() ? Outcome::pass : Outcome::fail;
-}
-
-const char* part_text(FramePart part) {
-  switch (part) {
-    case FramePart::summed:
-      return "summed";
-    case FramePart::judged:
-      return "judges";
-    case FramePart::after_the_run:
-      break;
-  }
-  return "after the run";
-}
-
-using Frames = std::vector<FrameOfFile>;
-
-bool is_without_samples(const FrameOfFile& frame) {
-  return frame.sums.frame.count == 0;
-}
-
-void print_frames(Terminal& terminal, const Frames& frames, const Replay& replay) {
-  Table table({">frame", ">samples", ">dark", ">bright", ">R/G", ">B/G", ">delta", ">of limit", "", "file"});
-  for (size_t i = 0; i < frames.size(); ++i) {
-    const ReplayedFrame& frame = replay.frames[i];
-    const GridSums& sums = frames[i].sums;
-    table.row({std::to_string(i + 1), std::to_string(sums.frame.count), std::to_string(sums.dark_cells),
-               std::to_string(sums.saturated_cells), fmt::format("{:.4f}", frame.rg / 1024.0),
-               fmt::format("{:.4f}", frame.bg / 1024.0), fmt::format("{:.4f}", frame.margin.delta),
-               fmt::format("{:.0f} %", percent_of_limit(frame.margin)), part_text(frame.part),
-               printable(fs::path(frames[i].place).filename().string())});
-  }
-  table.print(terminal, 0);
-  terminal.line();
-}
-
-/// What pulls a run's mean down without being seen in it.
-void warn_of_empty_frames(Terminal& terminal, const Frames& frames) {
-  for (size_t i = 0; i < frames.size(); ++i) {
-    if (!is_without_samples(frames[i])) continue;
-    terminal.paragraph(
-        fmt::format("warning: frame {} ({}) has no usable sample and counts as 0, as on the phone", i + 1,
-                    printable(frames[i].place)),
-        0);
-  }
-}
-
 void print_replay(Terminal& terminal, const Frames& frames, const Replay& replay) {
-  print_frames(terminal, frames, replay);
-  warn_of_empty_frames(terminal, frames);
-  if (!replay.record) {
-    terminal.line(fmt::format("{}: {}; ten are summed, the eleventh judges",
-                              terminal.styled(outcome_name(outcome_of(replay)), Style::bad),
-                              counted(frames.size(), "frame")));
-    return;
-  }
-  const auto& [record, margin] = *replay.record;
-  terminal.paragraph(fmt::format("Record: valid word {}, R/G {} ({:.4f}), B/G {} ({:.4f})", record.valid_word,
-                                 record.rg, record.rg / 1024.0, record.bg, record.bg / 1024.0),
-                     0);
-  terminal.line(fmt::format("{}: {}", pass_or_fail(terminal, replay.passed()), margin_text(margin)));
+  frame_table(frames, replay).print(terminal, 0);
+  terminal.line();
+  for (const std::string& warning : frame_warnings(frames)) terminal.paragraph(warning, 0);
+  if (replay.record) terminal.paragraph(record_text(*replay.record), 0);
+  const Outcome outcome = outcome_of(replay);
+  terminal.line(fmt::format(
+      "{}: {}", terminal.styled(outcome_name(outcome), outcome == Outcome::pass ? Style::good : Style::bad),
+      outcome_text(replay)));
 }
 
 Json frame_json(const FrameOfFile& of, const ReplayedFrame& frame) {
@@ -125,6 +68,8 @@ Json replay_json(const Frames& frames, const Replay& replay) {
 int run_replay(ReplayArguments& arguments, Terminal& terminal) {
   std::tie(arguments.format.format.width, arguments.format.format.height) = arguments.size;
   std::tie(arguments.format.grid.columns, arguments.format.grid.rows) = arguments.grid;
+  const bool has_page = !arguments.page.path.empty();
+  if (has_page) check_output(arguments.page, arguments.files);
   const Frames frames = read_frame_files(arguments.files, arguments.format);
   const Replay result = replay(frames, arguments.settings);
   if (arguments.json) {
@@ -132,6 +77,8 @@ int run_replay(ReplayArguments& arguments, Terminal& terminal) {
   } else {
     print_replay(terminal, frames, result);
   }
+  if (has_page)
+    write_output(arguments.page, replay_page(frames, result, arguments.settings), arguments.files);
   return exit_code_of(outcome_of(result));
 }
 
@@ -171,6 +118,7 @@ Command add_replay(CLI::App& parent) {
       ->delimiter('x')
       ->default_str("32x24")
       ->type_name("CxR");
+  add_page_options(*app, arguments->page);
   add_json_option(*app, arguments->json);
   return {app, [arguments](Terminal& terminal) { return run_replay(*arguments, terminal); }};
 }

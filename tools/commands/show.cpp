@@ -7,6 +7,7 @@
 
 #include "commands/commands.h"
 #include "commands/options.h"
+#include "inspect/phrases.h"
 #include "inspect/verdict.h"
 #include "text/tables.h"
 

@@ -9,7 +9,8 @@
 
 #include "commands/commands.h"
 #include "commands/options.h"
-#include "run/verification.h"
+#include "inspect/phrases.h"
+#include "run/verification_phrases.h"
 #include "text/tables.h"
 
 namespace awbcal {
@@ -19,8 +20,7 @@ namespace {
 struct VerifyArguments {
   InputOptions input;
   VerifyQuestion question;
-  std::optional<calib::GoldenRatios> golden;
-  uint32_t threshold = Limit{}.threshold;
+  LimitOptions limits;
   bool json = false;
 };
 
@@ -57,28 +57,17 @@ void add_choice_option(CLI::App& app, const std::string& name, std::vector<KindC
 
 void print_answers(Terminal& terminal, const std::vector<Answer>& answers, Acceptance acceptance,
                    const char* what) {
-  std::vector<std::string> names;
-  for (const Answer& answer : answers) {
-    // A refusal of whatever comes says nothing of this record: print_never_passes().
-    const bool is_of_record = answer.reader->never_passes == nullptr || acceptance != Acceptance::refused;
-    if (answer.acceptance == acceptance && is_of_record) names.emplace_back(answer.reader->function);
-  }
+  const std::vector<std::string> names = answering(answers, acceptance);
   if (!names.empty()) terminal.paragraph(fmt::format("{} {}", what, fmt::join(names, ", ")), 6);
 }
 
 void print_record(Terminal& terminal, const Phone& phone, const VerifiedRecord& verified) {
   const RecordVerdict& verdict = verified.verdict;
-  const Finding& finding = verdict.finding;
-  const bool is_good = finding.verdict == Verdict::good;
-  const std::string name =
-      verified.is_out_of_limit() && is_good ? "out of limit" : verdict_name(finding.verdict);
+  const std::string name = verdict_text(verified);
   terminal.line(fmt::format("  {}{}{}", terminal.styled(name, verified.is_good() ? Style::good : Style::bad),
                             std::string(25 - name.size(), ' '), record_title(*verdict.spec, verdict.camera)));
   terminal.paragraph(verdict.record != nullptr ? place_text(phone, *verdict.record) : verdict.file, 6);
-  terminal.paragraph(is_good ? finding.found
-                             : fmt::format("rule {}: expected {}, found {}", verdict_rule(finding.verdict),
-                                           finding.expected, finding.found),
-                     6);
+  terminal.paragraph(reason_text(verdict), 6);
   for (const std::string& other : verdict.others) terminal.paragraph(other, 6);
   if (verified.margin) {
     terminal.paragraph(fmt::format("{}{}", verified.is_out_of_limit() ? "out of limit: " : "",
@@ -90,53 +79,6 @@ void print_record(Terminal& terminal, const Phone& phone, const VerifiedRecord& 
   print_answers(terminal, verified.answers, Acceptance::not_reached, "not reached by");
 }
 
-/// Nothing more can be said of it than its verdict: the reason, if any, stands with the input.
-bool is_of_group(const RecordVerdict& verdict) {
-  const bool is_anywhere = verdict.record != nullptr || !verdict.file.empty();
-  return verdict.is_missing() || (verdict.finding.verdict == Verdict::unreadable && !is_anywhere);
-}
-
-/// "camera: kinds", the required ones marked.
-void print_group(Terminal& terminal, const Verification& verification, Verdict verdict) {
-  std::map<int, std::pair<std::string, std::vector<std::string>>> lines;
-  for (const VerifiedRecord& verified : verification.records) {
-    if (verified.verdict.finding.verdict != verdict || !is_of_group(verified.verdict)) continue;
-    const auto camera = verified.verdict.camera;
-    auto& [name, kinds] = lines[camera ? camid_of(*camera) : 3];
-    name = camera ? fmt::format("{} camera", camera_name(*camera)) : "phone";
-    kinds.push_back(verified.verdict.spec->id + std::string(verified.is_required ? " (required)" : ""));
-  }
-  for (const auto& [order, line] : lines) {
-    terminal.paragraph(
-        fmt::format("{}: {}: {}", verdict_name(verdict), line.first, fmt::join(line.second, ", ")));
-  }
-}
-
-/// "12 good, 2 not, 1 unreadable, 3 left out"
-std::string summary(const Verification& verification) {
-  const std::vector<VerifiedRecord>& records = verification.records;
-  const auto unreadable =
-      std::ranges::count_if(records, [](const VerifiedRecord& each) { return each.is(Verdict::unreadable); });
-  const auto bad = std::ranges::count_if(
-      records, [](const VerifiedRecord& each) { return each.is_bad() || each.is(Verdict::truncated); });
-  std::string text = fmt::format("{} good", std::ranges::count_if(records, &VerifiedRecord::is_good));
-  if (bad > 0) text += fmt::format(", {} not", bad);
-  if (unreadable > 0) text += fmt::format(", {} unreadable", unreadable);
-  if (verification.left_out > 0) text += fmt::format(", {} left out", verification.left_out);
-  return text;
-}
-
-/// The functions that were asked and can accept nothing, each once with its reason.
-std::map<std::string, std::string> never_passing(const Verification& verification) {
-  std::map<std::string, std::string> reasons;
-  for (const VerifiedRecord& verified : verification.records) {
-    for (const auto& [reader, acceptance] : verified.answers) {
-      if (reader->never_passes != nullptr) reasons.emplace(reader->function, reader->never_passes);
-    }
-  }
-  return reasons;
-}
-
 void print_verification(Terminal& terminal, const Phone& phone, const Modules& modules,
                         const Verification& verification) {
   show_input(terminal, phone);
@@ -145,15 +87,14 @@ void print_verification(Terminal& terminal, const Phone& phone, const Modules& m
   for (const VerifiedRecord& verified : verification.records) {
     if (!is_of_group(verified.verdict)) print_record(terminal, phone, verified);
   }
-  for (const Verdict verdict : {Verdict::blank, Verdict::absent, Verdict::unreadable})
-    print_group(terminal, verification, verdict);
+  for (const std::string& line : group_lines(verification)) terminal.paragraph(line);
   for (const auto& [function, reason] : never_passing(verification))
     terminal.paragraph(fmt::format("note: {} {}", function, reason));
   terminal.line();
   const Outcome outcome = verification.outcome();
   terminal.line(fmt::format(
       "{}: {}", terminal.styled(outcome_name(outcome), outcome == Outcome::pass ? Style::good : Style::bad),
-      summary(verification)));
+      summary_text(verification)));
 }
 
 // ---- JSON -------------------------------------------------------------------------------------------------
@@ -204,7 +145,7 @@ Json verification_json(const Phone& phone, const Modules& modules, const Verific
 
 int run_verify(VerifyArguments& arguments, Terminal& terminal) {
   arguments.input.with_digests = arguments.json;
-  if (arguments.golden) arguments.question.limits.set({*arguments.golden, arguments.threshold});
+  arguments.question.limits = limits_of(arguments.limits);
   const Phone phone = open_phone_of(arguments.input);
   Modules& modules = arguments.question.modules;
   modules.merge(modules_of(phone));
@@ -229,18 +170,13 @@ Command add_verify(CLI::App& parent) {
                     "Kinds that must be there, such as awb,aec or front:awb");
   add_choice_option(*app, "--only", question.only, "Kinds to judge; the others are left out");
   add_choice_option(*app, "--ignore", question.ignored, "Kinds to leave out");
-  add_golden_option(*app, arguments->golden);
-  const CLI::Option* threshold = add_threshold_option(*app, arguments->threshold);
+  add_limit_options(*app, arguments->limits);
   app->add_flag("--strict", question.is_strict, "Fail an overwritten record even if its cache file is good");
   app->add_flag_callback(
       "--no-accept", [&question] { question.asks_library = false; },
       "Do not run the library to see what accepts a record");
   add_json_option(*app, arguments->json);
-  return {app, [arguments, threshold](Terminal& terminal) {
-            if (threshold->count() > 0 && !arguments->golden)
-              throw CLI::ValidationError("--threshold", "needs --golden: percent of what?");
-            return run_verify(*arguments, terminal);
-          }};
+  return {app, [arguments](Terminal& terminal) { return run_verify(*arguments, terminal); }};
 }
 
 }  // namespace awbcal

@@ -7,6 +7,8 @@
 #include <limits>
 #include <set>
 
+#include "inspect/phrases.h"
+
 namespace awbcal {
 
 namespace {
@@ -50,10 +52,6 @@ struct Ellipse {
     return std::sqrt(std::max(0.0, (var_y * dx * dx - 2 * cov * dx * dy + var_x * dy * dy) / determinant));
   }
 };
-
-std::pair<uint32_t, uint32_t> words_of(uint64_t key) {
-  return {static_cast<uint32_t>(key >> 32), static_cast<uint32_t>(key)};
-}
 
 /// Of the points within the last round's spread: outliers would widen it until they are none.
 Ellipse ellipse_of(const RatioStatistics& ratios) {
@@ -173,10 +171,9 @@ Place place_of(const Measurement& measurement) {
 }
 
 std::string place_name(const Place& place) {
-  const char* record = record_spec(place.kind).name;
-  return place.camera == kWholePhone
-             ? record
-             : fmt::format("{} camera, {}", camera_name(static_cast<calib::Camera>(place.camera)), record);
+  const bool has_camera = place.camera != kWholePhone;
+  return record_title(record_spec(place.kind),
+                      has_camera ? std::optional(static_cast<calib::Camera>(place.camera)) : std::nullopt);
 }
 
 size_t Summary::judged() const {
@@ -215,13 +212,11 @@ void Summary::add_measurement(const Unit& unit, const Measurement& measurement) 
   Yield& yield = yields[place];
   ++yield.units;
   yield.good += measurement.is_good ? 1 : 0;
-  const bool is_measured =
-      measurement.verdict == Verdict::good || measurement.verdict == Verdict::out_of_tolerance;
-  if (measurement.words && is_measured) {
+  if (measurement.words && measurement.is_measured()) {
     const double day = static_cast<double>(unit.time) / static_cast<double>(kSecondsADay);
     ratios[place].add(unit.name, day, *measurement.words);
   }
-  if (measurement.margin && is_measured) {
+  if (measurement.margin && measurement.is_measured()) {
     MarginStatistics& margin = margins[place];
     margin.add(unit.name, percent_of_limit(*measurement.margin));
     const bool was_kept = measurement.verdict == Verdict::good;

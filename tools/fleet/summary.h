@@ -67,6 +67,11 @@ struct Line {
   double slope_error() const;  ///< standard error; infinite where there is no line
 };
 
+/// Of a key of RatioStatistics::cells: R/G and B/G, times 1024.
+inline std::pair<uint32_t, uint32_t> words_of(uint64_t key) {
+  return {static_cast<uint32_t>(key >> 32), static_cast<uint32_t>(key)};
+}
+
 /// The R/G and B/G of one place, as many times as they were measured.
 struct RatioStatistics {
   struct Cell {

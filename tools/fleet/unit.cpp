@@ -10,6 +10,7 @@
 #include "inspect/claims.h"
 #include "inspect/errors.h"
 #include "records/judgement.h"
+#include "run/verification_phrases.h"
 #include "text/utc.h"
 #include "text/version.h"
 
@@ -81,25 +82,16 @@ void add_claims(Measurement& measurement, const Bytes& bytes) {
   measurement.words = {record.rg, record.bg};
 }
 
-std::string refusing(const VerifiedRecord& verified) {
-  if (verified.answers.empty()) return "";
-  std::vector<std::string> names;
-  for (const auto& [reader, acceptance] : verified.answers) {
-    if (acceptance == Acceptance::refused && reader->never_passes == nullptr)
-      names.emplace_back(reader->function);
-  }
-  return fmt::format("{}", fmt::join(names, " "));
-}
-
 Measurement measurement_of(VerifiedRecord& verified) {
   RecordVerdict& verdict = verified.verdict;
-  Measurement measurement{.spec = verdict.spec,
-                          .camera = verdict.camera,
-                          .verdict = verdict.finding.verdict,
-                          .is_good = verified.is_good(),
-                          .found = std::move(verdict.finding.found),
-                          .margin = verified.margin,
-                          .refused_by = refusing(verified)};
+  Measurement measurement{
+      .spec = verdict.spec,
+      .camera = verdict.camera,
+      .verdict = verdict.finding.verdict,
+      .is_good = verified.is_good(),
+      .found = std::move(verdict.finding.found),
+      .margin = verified.margin,
+      .refused_by = fmt::format("{}", fmt::join(answering(verified.answers, Acceptance::refused), " "))};
   if (verified.limit != nullptr) measurement.limit = *verified.limit;
   if (verdict.record == nullptr) return measurement;
   measurement.source = source_name(verdict.record->source);

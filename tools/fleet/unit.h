@@ -32,6 +32,8 @@ struct Measurement {
   uint64_t content = 0;  ///< of its bytes but for the module's and the checksum; 0: no whole record
   std::string refused_by = {};
 
+  /// Its ratios, if it has any, are those of a run that was finished.
+  bool is_measured() const { return verdict == Verdict::good || verdict == Verdict::out_of_tolerance; }
   /// Something is wrong with it: more than that it cannot be read.
   bool is_fault() const { return !is_good && verdict != Verdict::unreadable; }
   /// The rule that it breaks: of its verdict, or that it is beyond the limit.

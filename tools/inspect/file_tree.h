@@ -41,8 +41,9 @@ class FileTree {
   const std::string& name() const { return name_; }
 
   const std::map<std::string, Entry>& entries() const { return entries_; }
-  /// Folders that cannot be looked into, and why: what they hold is not known.
+  /// Folders that cannot be looked into, and links that cannot be read, and why: what is there is not known.
   const std::map<std::string, std::string>& unreadable() const { return unreadable_; }
+  void add_unreadable(const std::string& path, const std::string& trouble) { unreadable_[path] = trouble; }
 
   /// Links are followed as the phone would: an absolute one from the root of the tree.
   FileContent read(const std::string& path) const;

@@ -9,6 +9,7 @@
 
 #include "inspect/archive.h"
 #include "inspect/partition_search.h"
+#include "inspect/pull_state.h"
 #include "inspect/recognise.h"
 #include "inspect/search.h"
 #include "phone/services/properties_file.h"
@@ -198,7 +199,7 @@ Layout layout_of_place(const std::string& path) {
   const std::string leaf = fs::path(path).filename().string();
   if (path == "properties" || leaf == "getprop.txt" || leaf.ends_with(".prop")) return Layout::properties;
   // What the partition is found by belongs to the phone as much as its reports do.
-  static const std::set<std::string> kTables = {"proc/emmc", "proc/mtd", "nand", "faults"};
+  static const std::set<std::string> kTables = {"proc/emmc", "proc/mtd", "nand", "faults", kPullStateFile};
   const bool is_report = leaf.ends_with(".txt") && leaf.find("alibration") != std::string::npos;
   return is_report || kTables.contains(path) ? Layout::text : Layout::other;
 }
@@ -324,7 +325,26 @@ void add_file(Phone& phone, const FileTree& tree, const std::string& path, const
   add_part(phone, std::move(file));
 }
 
-void add_tree(Phone& phone, const std::string& name, const FileTree& tree, bool with_digests) {
+/// What a pull could not read is not absent, nor is what it had no time for.
+void take_pull_state(Phone& phone, FileTree& tree) {
+  if (!tree.entries().contains(kPullStateFile)) return;
+  const FileContent content = tree.read(kPullStateFile);
+  const auto state = parse_pull_state(text_of(content.bytes));
+  if (!state) return;
+  for (const auto& [path, reason] : state->unreadable) {
+    if (!tree.entries().contains(path)) tree.add(path, {.content = FileContent{{}, reason}});
+  }
+  for (const auto& [path, reason] : state->unreadable_links) tree.add_unreadable(path, reason);
+  phone.notes.insert(phone.notes.end(), state->notes.begin(), state->notes.end());
+  if (state->is_finished) return;
+  const std::string reason = fmt::format("{}: not whole: run awbcal pull again", tree.name());
+  phone.unknown.push_back(reason);
+  for (const Source source : {Source::cache, Source::kernel_export, Source::partition})
+    phone.unknown_sources.emplace(source, reason);
+}
+
+void add_tree(Phone& phone, const std::string& name, FileTree& tree, bool with_digests) {
+  take_pull_state(phone, tree);
   const FoundPartition partition = find_partition(tree);
   phone.notes.insert(phone.notes.end(), partition.notes.begin(), partition.notes.end());
   const size_t before = phone.files.size();
@@ -338,7 +358,8 @@ void add_tree(Phone& phone, const std::string& name, const FileTree& tree, bool 
                                    phone.files.end(), is_of_a_phone);
   if (!has_any && phone.unknown_sources.empty())
     throw InputError(fmt::format("{}: no file of a phone's calibration in it", name));
-  if (partition.path.empty() && !partition.is_not_known) phone.notes.emplace_back("partition: absent");
+  if (partition.path.empty() && !phone.unknown_sources.contains(Source::partition))
+    phone.notes.emplace_back("partition: absent");
 }
 
 // ---- a file by itself -------------------------------------------------------------------------------------
@@ -431,8 +452,7 @@ void give_source(PhoneFile& file) {
 void add_input(Phone& phone, Opened& input, const InputOptions& options) {
   const bool of_files = options.with_digests && input.digest.empty();
   if (!input.digest.empty()) phone.digests.emplace(input.name, input.digest);
-  if (const auto* tree = std::get_if<FileTree>(&input.content))
-    return add_tree(phone, input.name, *tree, of_files);
+  if (auto* tree = std::get_if<FileTree>(&input.content)) return add_tree(phone, input.name, *tree, of_files);
   Bytes& bytes = std::get<Bytes>(input.content);
   const std::string leaf = fs::path(input.name).filename().string();
   if (options.paths.size() > 1 && layout_of_place(leaf) == Layout::properties) {

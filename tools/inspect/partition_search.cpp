@@ -44,10 +44,8 @@ std::string by_emmc_table(const FileTree& tree) {
 }
 
 std::string by_link(const FileTree& tree, std::vector<std::string>& notes) {
-  for (int i = 0; i <= calib::emmc::kLastController; ++i) {
-    char folder[64];
-    calib::emmc::set_by_name_folder(folder, i);
-    const auto link = tree.entries().find(in_tree(folder) + kPartition);
+  for (const std::string& path : partition_links()) {
+    const auto link = tree.entries().find(path);
     if (link == tree.entries().end() || link->second.target.empty()) continue;
     const FileTree::Resolved device = tree.resolve(link->first);
     if (device.trouble) {
@@ -61,15 +59,14 @@ std::string by_link(const FileTree& tree, std::vector<std::string>& notes) {
   return "";
 }
 
-std::string by_mtd_table(const FileTree& tree) {
-  const FileContent content = tree.read(in_tree(calib::mtd::kTable));
-  if (content.trouble) return "";
-  std::string text(text_of(content.bytes).substr(0, calib::mtd::kBackEndWindow - 1));
-  calib::mtd::ProcMtdEntry entry{};
-  if (!calib::mtd::find_entry(text.data(), kPartition, &entry)) return "";
-  char path[256];
-  calib::mtd::set_device_path(path, entry.number);
-  return in_tree(path);
+/// Where the first link points, not followed any further.
+std::string by_link_target(const FileTree& tree) {
+  for (const std::string& path : partition_links()) {
+    const auto link = tree.entries().find(path);
+    if (link != tree.entries().end() && link->second.target.starts_with('/'))
+      return in_tree(link->second.target);
+  }
+  return "";
 }
 
 /// Whether the tree knows the path, even if it cannot be read.
@@ -109,13 +106,45 @@ bool has_content(const PhoneFile& file, uint32_t block) {
 
 }  // namespace
 
+std::vector<std::string> partition_links() {
+  std::vector<std::string> links;
+  for (int i = 0; i <= calib::emmc::kLastController; ++i) {
+    char folder[64];
+    calib::emmc::set_by_name_folder(folder, i);
+    links.push_back(in_tree(folder) + kPartition);
+  }
+  return links;
+}
+
+std::optional<MtdPartition> mtd_partition(const FileTree& tree) {
+  const FileContent content = tree.read(in_tree(calib::mtd::kTable));
+  if (content.trouble) return std::nullopt;
+  std::string text(text_of(content.bytes).substr(0, calib::mtd::kBackEndWindow - 1));
+  calib::mtd::ProcMtdEntry entry{};
+  if (!calib::mtd::find_entry(text.data(), kPartition, &entry)) return std::nullopt;
+  char path[256];
+  calib::mtd::set_device_path(path, entry.number);
+  return MtdPartition{in_tree(path), entry.number, entry.size, entry.erase_size};
+}
+
+std::vector<std::string> named_devices(const FileTree& tree, bool is_certain) {
+  std::vector<std::string> devices;
+  std::string device = by_emmc_table(tree);
+  if (device.empty()) device = by_link_target(tree);
+  if (device.empty() && is_certain) device = in_tree(calib::emmc::kFixedDevice);
+  if (!device.empty()) devices.push_back(device);
+  if (const auto mtd = mtd_partition(tree)) devices.push_back(mtd->device);
+  return devices;
+}
+
 FoundPartition find_partition(const FileTree& tree) {
   FoundPartition found;
   // The first place that names a device decides; when that does not open, MTD is tried.
   std::string device = by_emmc_table(tree);
   if (device.empty()) device = by_link(tree, found.notes);
   if (device.empty()) device = in_tree(calib::emmc::kFixedDevice);
-  for (const std::string& path : {device, by_mtd_table(tree)}) {
+  const auto mtd = mtd_partition(tree);
+  for (const std::string& path : {device, mtd ? mtd->device : ""}) {
     if (is_listed(tree, path)) {
       found.path = path;
       return found;

@@ -84,6 +84,16 @@ const PhoneFile* Phone::partition() const {
   return found == files.end() ? nullptr : &*found;
 }
 
+bool Phone::is_complete_without_partition() const {
+  const bool has_unknown_source =
+      std::any_of(unknown_sources.begin(), unknown_sources.end(),
+                  [](const auto& entry) { return entry.first != Source::partition; });
+  const bool has_trouble = std::any_of(files.begin(), files.end(), [](const PhoneFile& file) {
+    return file.content.trouble && file.source != Source::partition && !file.path.starts_with("proc/");
+  });
+  return !has_unknown_source && !has_trouble;
+}
+
 bool Phone::holds_calibration() const {
   return std::any_of(records.begin(), records.end(), [this](const FoundRecord& record) {
     return !record.bytes.empty() && !is_blank_record(*this, record);

@@ -92,6 +92,8 @@ struct Phone {
 
   /// False: what was not found may be there all the same, and the answer is incomplete.
   bool is_complete() const { return unknown.empty(); }
+  /// The same of all but the partition and what leads to it: a camera start reads neither.
+  bool is_complete_without_partition() const;
   /// Whether anything but blank bytes stands where a record belongs.
   bool holds_calibration() const;
   const FoundRecord* find(const RecordSpec& spec, std::optional<calib::Camera> camera, Source source) const;

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "inspect/claims.h"
+#include "inspect/phrases.h"
 
 namespace awbcal {
 
@@ -77,8 +78,7 @@ std::string fuse_of(const FoundRecord& record) {
 
 LogComparison compare_record(const Key& key, const ActStory& told, const Phone& phone) {
   const auto& [camera, spec] = key;
-  const std::string title =
-      camera ? fmt::format("{} camera, {}", camera_name(*camera), spec->name) : spec->name;
+  const std::string title = record_title(*spec, camera);
   const FoundRecord* first = nullptr;
   for (const Source source : {Source::cache, Source::kernel_export, Source::partition, Source::file}) {
     const FoundRecord* record = phone.find(*spec, camera, source);

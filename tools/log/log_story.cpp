@@ -7,7 +7,7 @@
 #include "run/camera_start.h"
 #include "run/correction_story.h"
 #include "run/readers.h"
-#include "run/verification.h"
+#include "run/verification_phrases.h"
 
 namespace awbcal {
 
@@ -296,9 +296,7 @@ void tell_writer(ActStory& story) {
 
 std::string margin_of(const Act& act) {
   if (!act.delta || !act.limit) return "its distance from the golden sample is not in the log";
-  const calib::Margin margin{static_cast<float>(*act.delta), static_cast<float>(*act.limit)};
-  return fmt::format("{:.4f} from the golden sample, {:.4f} allowed ({:.0f} % of it)", margin.delta,
-                     margin.limit, percent_of_limit(margin));
+  return margin_text({static_cast<float>(*act.delta), static_cast<float>(*act.limit)});
 }
 
 std::optional<bool> is_good_run(const Act& act) {

@@ -48,6 +48,11 @@ Phone booted(Phone phone) {
 
 }  // namespace
 
+std::string assumed_golden_text() {
+  return fmt::format("golden sample {:.4f}, {:.4f} assumed: give --golden", kAssumedGolden.rg,
+                     kAssumedGolden.bg);
+}
+
 Explanation explain(const Phone& phone, const ExplainQuestion& question) {
   const bool boots = question.reboot || phone.kind == Layout::partition;
   const Phone read = boots ? booted(phone) : phone;
@@ -65,6 +70,16 @@ Explanation explain(const Phone& phone, const ExplainQuestion& question) {
   result.calls = start_camera(copy.phone(), question.camera, question.golden, result.after);
   result.corrections = tell_corrections(read, question.camera, question.modules, result.calls);
   return result;
+}
+
+Table source_table(const Explanation& explanation) {
+  Table table({"", "", ""});
+  const RecordSpec* last = nullptr;
+  for (const SourceStory& story : explanation.sources) {
+    table.row({story.spec == last ? "" : story.spec->id, story.place, story.fate});
+    last = story.spec;
+  }
+  return table;
 }
 
 }  // namespace awbcal

@@ -8,8 +8,15 @@
 
 #include "run/camera_start.h"
 #include "run/correction_story.h"
+#include "text/tables.h"
 
 namespace awbcal {
+
+/// Typical of a camera: for those who do not know theirs.
+inline constexpr calib::GoldenRatios kAssumedGolden{0.7539F, 0.5625F};
+
+/// "golden sample 0.7539, 0.5625 assumed: give --golden"
+std::string assumed_golden_text();
 
 struct ExplainQuestion {
   calib::Camera camera = calib::Camera::main;
@@ -31,6 +38,9 @@ struct Explanation {
 
 /// Throws InputError for a tuning file that is no tuning block.
 Explanation explain(const Phone& phone, const ExplainQuestion& question);
+
+/// Where the camera's records come from: kind, place, and what becomes of it.
+Table source_table(const Explanation& explanation);
 
 }  // namespace awbcal
 

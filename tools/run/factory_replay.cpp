@@ -1,8 +1,14 @@
 #include "run/factory_replay.h"
 
+#include <fmt/format.h>
+
+#include <filesystem>
+
 #include "awb_calibration/factory.h"
 #include "inspect/claims.h"
+#include "inspect/phrases.h"
 #include "run/scratch_phone.h"
+#include "run/verification_phrases.h"
 #include "text/terminal.h"
 
 namespace awbcal {
@@ -42,7 +48,7 @@ ReplayedRecord stored_record(const phone::VirtualPhone& phone, const ReplaySetti
 
 }  // namespace
 
-Replay replay(const std::vector<FrameOfFile>& frames, const ReplaySettings& settings) {
+Replay replay(const Frames& frames, const ReplaySettings& settings) {
   ConsoleCapture console;
   ScratchPhone scratch;
   begin_run(settings);
@@ -50,6 +56,63 @@ Replay replay(const std::vector<FrameOfFile>& frames, const ReplaySettings& sett
   for (const FrameOfFile& each : frames) result.frames.push_back(run_frame(each.sums.frame, settings));
   if (awb_if_enabled() == 0) result.record = stored_record(scratch.phone(), settings);
   return result;
+}
+
+Outcome outcome_of(const Replay& replay) {
+  if (!replay.record) return Outcome::nothing_to_judge;
+  return replay.passed() ? Outcome::pass : Outcome::fail;
+}
+
+const char* part_text(FramePart part) {
+  switch (part) {
+    case FramePart::summed:
+      return "summed";
+    case FramePart::judged:
+      return "judges";
+    case FramePart::after_the_run:
+      break;
+  }
+  return "after the run";
+}
+
+bool is_without_samples(const FrameOfFile& frame) {
+  return frame.sums.frame.count == 0;
+}
+
+Table frame_table(const Frames& frames, const Replay& replay) {
+  Table table({">frame", ">samples", ">dark", ">bright", ">R/G", ">B/G", ">delta", ">of limit", "", "file"});
+  for (size_t i = 0; i < frames.size(); ++i) {
+    const ReplayedFrame& frame = replay.frames[i];
+    const GridSums& sums = frames[i].sums;
+    table.row({std::to_string(i + 1), std::to_string(sums.frame.count), std::to_string(sums.dark_cells),
+               std::to_string(sums.saturated_cells), fmt::format("{:.4f}", frame.rg / 1024.0),
+               fmt::format("{:.4f}", frame.bg / 1024.0), fmt::format("{:.4f}", frame.margin.delta),
+               fmt::format("{:.0f} %", percent_of_limit(frame.margin)), part_text(frame.part),
+               std::filesystem::path(frames[i].place).filename().string()});
+  }
+  return table;
+}
+
+std::vector<std::string> frame_warnings(const Frames& frames) {
+  std::vector<std::string> warnings;
+  for (size_t i = 0; i < frames.size(); ++i) {
+    if (!is_without_samples(frames[i])) continue;
+    warnings.push_back(
+        fmt::format("warning: frame {} ({}) has no usable sample and counts as 0, as on the phone", i + 1,
+                    frames[i].place));
+  }
+  return warnings;
+}
+
+std::string record_text(const ReplayedRecord& replayed) {
+  const calib::AwbRecord& record = replayed.record;
+  return fmt::format("Record: valid word {}, R/G {} ({:.4f}), B/G {} ({:.4f})", record.valid_word, record.rg,
+                     record.rg / 1024.0, record.bg, record.bg / 1024.0);
+}
+
+std::string outcome_text(const Replay& replay) {
+  if (replay.record) return margin_text(replay.record->margin);
+  return fmt::format("{}; ten are summed, the eleventh judges", counted(replay.frames.size(), "frame"));
 }
 
 }  // namespace awbcal

@@ -9,6 +9,8 @@
 #include "factory/run_arithmetic.h"
 #include "inspect/decode.h"
 #include "run/frame_files.h"
+#include "run/verification.h"
+#include "text/tables.h"
 
 namespace awbcal {
 
@@ -43,7 +45,25 @@ struct Replay {
   bool passed() const { return record && record->passed(); }
 };
 
-Replay replay(const std::vector<FrameOfFile>& frames, const ReplaySettings& settings);
+using Frames = std::vector<FrameOfFile>;
+
+Replay replay(const Frames& frames, const ReplaySettings& settings);
+
+Outcome outcome_of(const Replay& replay);
+
+// ---- for people -------------------------------------------------------------------------------------------
+
+const char* part_text(FramePart part);
+
+/// Counts as 0 for both ratios, which pulls a run's mean down without being seen in it.
+bool is_without_samples(const FrameOfFile& frame);
+
+Table frame_table(const Frames& frames, const Replay& replay);
+std::vector<std::string> frame_warnings(const Frames& frames);
+std::string record_text(const ReplayedRecord& replayed);
+
+/// What decided: the margin, or that there are too few frames.
+std::string outcome_text(const Replay& replay);
 
 }  // namespace awbcal
 

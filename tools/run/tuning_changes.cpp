@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "text/tables.h"
-
 namespace awbcal {
 
 namespace {
@@ -71,11 +69,6 @@ struct Change {
   float after;
 };
 
-void show_if_changed(Terminal& terminal, const char* title, const Table& table, bool has_changed) {
-  terminal.paragraph(fmt::format("{}{}", title, has_changed ? "" : ": unchanged"));
-  if (has_changed) table.print(terminal);
-}
-
 /// Rows of values before, after and their ratio.
 class ChangeTable {
  public:
@@ -91,9 +84,7 @@ class ChangeTable {
     table_.row(std::move(cells));
   }
 
-  void show(Terminal& terminal, const char* title) const {
-    show_if_changed(terminal, title, table_, has_changed_);
-  }
+  TuningTable as(TuningPart part, const char* title) const { return {part, title, table_, has_changed_}; }
 
  private:
   static std::vector<std::string> with_changes(std::vector<std::string> names,
@@ -106,20 +97,20 @@ class ChangeTable {
   bool has_changed_ = false;
 };
 
-void show_reference_points(Terminal& terminal, const TuningBlock& before, const TuningBlock& after) {
+TuningTable reference_points_of(const TuningBlock& before, const TuningBlock& after) {
   ChangeTable table({">point"}, {"R/G", "B/G"});
   for (size_t i = 0; i < calib::kReferencePointCount; ++i) {
     const size_t at = calib::kReferencePoints + 2 * i;
     table.row({std::to_string(i)}, {{before[at], after[at]}, {before[at + 1], after[at + 1]}});
   }
-  table.show(terminal, "Reference points");
+  return table.as(TuningPart::reference_points, "Reference points");
 }
 
 std::string triple_text(float r, float g, float b) {
   return fmt::format("{:.4f} {:.4f} {:.4f}", r, g, b);
 }
 
-void show_triples(Terminal& terminal, const TuningBlock& before, const TuningBlock& after) {
+TuningTable triples_of(const TuningBlock& before, const TuningBlock& after) {
   Table table({"r g b", ">before", ">after", ">ratio"});
   bool has_changed = false;
   for (const auto& [name, at] : kTriplePlaces) {
@@ -130,19 +121,17 @@ void show_triples(Terminal& terminal, const TuningBlock& before, const TuningBlo
                triple_text(after[at] / before[at], after[g] / before[g], after[b] / before[b])});
     has_changed = has_changed || before[at] != after[at] || before[g] != after[g] || before[b] != after[b];
   }
-  show_if_changed(terminal, "Gain triples", table, has_changed);
-  if (has_changed)
-    terminal.paragraph("Triple 4: its g became its r, and triple 1's g its g, as documented.", 4);
+  return {TuningPart::triples, "Gain triples", table, has_changed};
 }
 
-void show_flash_gains(Terminal& terminal, const TuningBlock& before, const TuningBlock& after) {
+TuningTable flash_gains_of(const TuningBlock& before, const TuningBlock& after) {
   constexpr size_t r = calib::kLedFlashWhiteBalance;
   ChangeTable table({}, {"r", "b"});
   table.row({}, {{before[r], after[r]}, {before[r + 2], after[r + 2]}});
-  table.show(terminal, "Flash gains");
+  return table.as(TuningPart::flash_gains, "Flash gains");
 }
 
-void show_led_table(Terminal& terminal, const TuningBlock& before, const TuningBlock& after) {
+TuningTable led_table_of(const TuningBlock& before, const TuningBlock& after) {
   ChangeTable table({">entry", ">LED 1", ">LED 2"}, {"R/G", "B/G"});
   for (size_t i = 0; i < led_entries(before); ++i) {
     const size_t at = calib::kCctLedTable + i * sizeof(calib::CctLedEntry);
@@ -151,10 +140,10 @@ void show_led_table(Terminal& terminal, const TuningBlock& before, const TuningB
     table.row({std::to_string(i), std::to_string(old.led1), std::to_string(old.led2)},
               {{old.x, now.x}, {old.y, now.y}});
   }
-  table.show(terminal, "Dual-LED table");
+  return table.as(TuningPart::led_table, "Dual-LED table");
 }
 
-void show_meshes(Terminal& terminal, const TuningBlock& before, const TuningBlock& after) {
+TuningTable meshes_of(const TuningBlock& before, const TuningBlock& after) {
   ChangeTable table({"mesh"}, {"corner", "centre"});
   for (const auto& [name, at] : kMeshPlaces) {
     const auto old = before.get<calib::MeshTable>(at);
@@ -162,15 +151,15 @@ void show_meshes(Terminal& terminal, const TuningBlock& before, const TuningBloc
     table.row({name}, {{old.gains[0][kMeshCorner], now.gains[0][kMeshCorner]},
                        {old.gains[0][kMeshCentre], now.gains[0][kMeshCentre]}});
   }
-  table.show(terminal, "Lens shading, first channel");
+  return table.as(TuningPart::meshes, "Lens shading, first channel");
 }
 
-void show_ratios(Terminal& terminal, const CameraTuning& before, const CameraTuning& after) {
+TuningTable ratios_of(const CameraTuning& before, const CameraTuning& after) {
   ChangeTable table({"of"}, {"R/G", "B/G"});
   for (const RatioPair& pair : ratio_pairs(before, after)) {
     table.row({pair.name}, {{pair.before[0], pair.after[0]}, {pair.before[1], pair.after[1]}});
   }
-  table.show(terminal, "Ratios handed out");
+  return table.as(TuningPart::ratios, "Ratios handed out");
 }
 
 }  // namespace
@@ -187,16 +176,25 @@ std::vector<TuningValue> tuning_values(const CameraTuning& before, const CameraT
   return values;
 }
 
+std::vector<TuningTables> tuning_tables(const CameraTuning& before, const CameraTuning& after) {
+  return {{"A tuning whose white points the library moves",
+           {reference_points_of(before.moved, after.moved), triples_of(before.moved, after.moved)}},
+          {"A tuning that carries its own golden sample",
+           {flash_gains_of(before.own_golden, after.own_golden),
+            led_table_of(before.own_golden, after.own_golden)}},
+          {"For every tuning", {meshes_of(before.mesh, after.mesh), ratios_of(before, after)}}};
+}
+
 void show_tuning(Terminal& terminal, const CameraTuning& before, const CameraTuning& after) {
-  terminal.paragraph("A tuning whose white points the library moves:");
-  show_reference_points(terminal, before.moved, after.moved);
-  show_triples(terminal, before.moved, after.moved);
-  terminal.paragraph("A tuning that carries its own golden sample:");
-  show_flash_gains(terminal, before.own_golden, after.own_golden);
-  show_led_table(terminal, before.own_golden, after.own_golden);
-  terminal.paragraph("For every tuning:");
-  show_meshes(terminal, before.mesh, after.mesh);
-  show_ratios(terminal, before, after);
+  for (const auto& [of, tables] : tuning_tables(before, after)) {
+    terminal.paragraph(fmt::format("{}:", of));
+    for (const auto& [part, title, table, has_changed] : tables) {
+      terminal.paragraph(fmt::format("{}{}", title, has_changed ? "" : ": unchanged"));
+      if (!has_changed) continue;
+      table.print(terminal);
+      if (part == TuningPart::triples) terminal.paragraph(kTripleNote, 4);
+    }
+  }
 }
 
 }  // namespace awbcal

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <set>
 
 #include "run/phone_copy.h"
 
@@ -12,19 +11,6 @@ namespace {
 
 using calib::Camera;
 using Records = std::vector<VerifiedRecord>;
-
-/// A camera that the properties name, or that has a record; the main one when there is none.
-std::set<Camera> fitted_cameras(const Records& records, const Modules& modules) {
-  std::set<Camera> cameras;
-  for (const auto& [camera, module] : modules) {
-    if (module != calib::FuseWords{}) cameras.insert(camera);
-  }
-  for (const VerifiedRecord& record : records) {
-    if (!record.verdict.is_missing() && record.verdict.camera) cameras.insert(*record.verdict.camera);
-  }
-  if (cameras.empty()) cameras.insert(Camera::main);
-  return cameras;
-}
 
 void mark_required(Records& records, const VerifyQuestion& question) {
   if (question.required.empty()) return;
@@ -43,13 +29,6 @@ void mark_required(Records& records, const VerifyQuestion& question) {
     if (is_there) continue;
     records.push_back({.verdict = {.spec = required.spec, .camera = required.camera}, .is_required = true});
   }
-}
-
-bool is_measured(const VerifiedRecord& verified) {
-  const FoundRecord* record = verified.verdict.record;
-  if (record == nullptr || record->is_truncated() || verified.verdict.is_missing()) return false;
-  const bool is_awb = record->spec->kind == RecordKind::awb || record->spec->kind == RecordKind::a_light_awb;
-  return is_awb && can_be_measured(verified.verdict.finding.verdict);
 }
 
 bool is_chosen(const RecordVerdict& verdict, const std::vector<KindChoice>& choices) {
@@ -87,6 +66,18 @@ VerifiedRecord verified(RecordVerdict verdict, const VerifyQuestion& question,
 
 }  // namespace
 
+std::set<Camera> fitted_cameras(const std::vector<VerifiedRecord>& records, const Modules& modules) {
+  std::set<Camera> cameras;
+  for (const auto& [camera, module] : modules) {
+    if (module != calib::FuseWords{}) cameras.insert(camera);
+  }
+  for (const VerifiedRecord& record : records) {
+    if (!record.verdict.is_missing() && record.verdict.camera) cameras.insert(*record.verdict.camera);
+  }
+  if (cameras.empty()) cameras.insert(Camera::main);
+  return cameras;
+}
+
 const char* outcome_name(Outcome outcome) {
   constexpr std::array kNames = {"PASS", "FAIL", "INCOMPLETE", "NOTHING TO JUDGE"};
   return kNames.at(static_cast<size_t>(outcome));
@@ -120,6 +111,13 @@ Outcome Verification::outcome() const {
 
 bool can_be_measured(Verdict verdict) {
   return verdict != Verdict::bad_crc && verdict != Verdict::overwritten;
+}
+
+bool is_measured(const VerifiedRecord& verified) {
+  const FoundRecord* record = verified.verdict.record;
+  if (record == nullptr || record->is_truncated() || verified.verdict.is_missing()) return false;
+  const bool is_awb = record->spec->kind == RecordKind::awb || record->spec->kind == RecordKind::a_light_awb;
+  return is_awb && can_be_measured(verified.verdict.finding.verdict);
 }
 
 double percent_of_limit(const calib::Margin& margin) {

@@ -4,6 +4,7 @@
 #define RUN_VERIFICATION_H
 
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "factory/run_arithmetic.h"
@@ -60,8 +61,14 @@ struct Verification {
 /// The verdicts refer to records of the input, which has to stay.
 Verification verify(const Phone& phone, const VerifyQuestion& question);
 
+/// The cameras that the properties name, or that have a record; the main one when there is none.
+std::set<calib::Camera> fitted_cameras(const std::vector<VerifiedRecord>& records, const Modules& modules);
+
 /// Whether a record of this verdict has a distance from a golden sample: what damaged bytes are far from says nothing.
 bool can_be_measured(Verdict verdict);
+
+/// A whole AWB or A-light record that has.
+bool is_measured(const VerifiedRecord& verified);
 
 /// "42 %": the distance in parts of the limit.
 double percent_of_limit(const calib::Margin& margin);

@@ -29,6 +29,10 @@ class Table {
   void row(std::vector<Cell> cells) { rows_.push_back(std::move(cells)); }
   void print(Terminal& terminal, size_t indent = 4) const;
 
+  const std::vector<std::string>& titles() const { return titles_; }
+  bool is_number(size_t column) const { return is_number_[column]; }
+  const std::vector<std::vector<Cell>>& rows() const { return rows_; }
+
  private:
   std::vector<size_t> column_widths() const;
   void print_row(Terminal& terminal, const std::vector<Cell>& cells, const std::vector<size_t>& widths,
