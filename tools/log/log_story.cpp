@@ -105,7 +105,7 @@ std::string reason_text(const Act& act, const RecordSpec* spec, int test) {
   const std::string name = spec != nullptr ? spec->name : "record";
   if (test == 0) return fmt::format("the library refused the {}, and lost lines would say why", name);
   const auto finding = spec != nullptr && test > 2 ? finding_on(act, *spec, test) : std::nullopt;
-  if (finding) return refusal_text(*spec, *finding);
+  if (finding) return refusal_text(name + source_text(act), *finding);
   return fmt::format("{}{} ({})", fault_text(act, name, test), test == 5 ? fuses_text(act) : "",
                      test_text(test));
 }

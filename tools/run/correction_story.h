@@ -29,8 +29,8 @@ inline constexpr int kRecordTests = 5;
 int test_of(Verdict verdict);
 /// "fifth of five tests"
 std::string test_text(int test);
-/// What is wrong with a record that was refused.
-std::string refusal_text(const RecordSpec& spec, const Finding& finding);
+/// What is wrong with a record that was refused; `name` is what it is called.
+std::string refusal_text(const std::string& name, const Finding& finding);
 
 struct CorrectionStory {
   const RecordSpec* spec;
