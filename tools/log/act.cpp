@@ -80,9 +80,10 @@ const Value* common(Deeds candidates, const Value* (*of)(const DeedSpec&)) {
   return result;
 }
 
-/// Where the first fuse word stands among the 32-bit words of the record; none: it has 64-bit ones, or bytes.
-std::optional<size_t> fuse_index(RecordKind kind) {
-  switch (kind) {
+/// Where the first fuse word stands among the 32-bit words of the record; 0: it has 64-bit ones, or bytes.
+size_t fuse_index(const RecordSpec* spec) {
+  if (spec == nullptr) return 0;
+  switch (spec->kind) {
     case RecordKind::awb:
     case RecordKind::a_light_awb:
     case RecordKind::flash:
@@ -92,7 +93,7 @@ std::optional<size_t> fuse_index(RecordKind kind) {
     case RecordKind::dual_flash:
       return 7;
     default:
-      return std::nullopt;
+      return 0;
   }
 }
 
@@ -127,12 +128,12 @@ std::optional<uint64_t> Act::known_valid_word() const {
 
 std::optional<calib::FuseWords> Act::known_fuse() const {
   calib::FuseWords result{};
-  const std::optional<size_t> first = record() != nullptr ? fuse_index(record()->kind) : std::nullopt;
+  const size_t first = fuse_index(record());
   for (size_t i = 0; i < result.size(); ++i) {
     if (fuse[i]) {
       result[i] = *fuse[i];
-    } else if (first && words[*first + i]) {
-      result[i] = *words[*first + i];
+    } else if (first != 0 && words[first + i]) {
+      result[i] = *words[first + i];
     } else {
       return std::nullopt;
     }
@@ -151,13 +152,13 @@ std::optional<calib::FuseWords> Act::known_module() const {
 
 std::optional<std::vector<uint8_t>> Act::bytes() const {
   const RecordSpec* spec = record();
-  const std::optional<size_t> first_fuse = spec != nullptr ? fuse_index(spec->kind) : std::nullopt;
-  if (!first_fuse) return std::nullopt;
+  const size_t first_fuse = fuse_index(spec);
+  if (first_fuse == 0) return std::nullopt;
   const size_t word_count = spec->size / sizeof(uint32_t);
   std::vector<uint8_t> result(spec->size);
   for (size_t i = 0; i < word_count; ++i) {
     std::optional<uint32_t> word = words[i];
-    const size_t at = i - *first_fuse;
+    const size_t at = i - first_fuse;
     if (!word && at < fuse.size() && fuse[at]) word = static_cast<uint32_t>(*fuse[at]);
     if (!word && i == 0 && valid_word) word = static_cast<uint32_t>(*valid_word);
     if (!word && i + 1 == word_count && stored_crc) word = static_cast<uint32_t>(*stored_crc);
