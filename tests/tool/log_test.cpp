@@ -225,6 +225,33 @@ TEST_F(LogStories, AreRightInWhatTheySayOfLogsWithLinesLost) {
   EXPECT_GT(lossy.done + lossy.refused, 4 * lossy.open) << "a story that leaves all open is no story";
 }
 
+// What is left of two calls is not taken for one.
+TEST_F(LogStories, KeepCallsApartWhoseBordersAreLost) {
+  const auto told = [](const std::vector<std::string>& messages) {
+    Log log;
+    for (const std::string& message : messages)
+      log.push_back({"camera_calibration", message.find("Not load") == message.npos ? 4 : 6, message});
+    return tell(text_of(log, Form::brief));
+  };
+  const auto fuse = [](int i, int word) {
+    return fmt::format("[AWB Calibration] sfuse.fuse_id_word{}:0x{:x}\n", i, word);
+  };
+  const std::string good = "[AWB Calibration] caBuff[0]:3099\n";
+  const std::string used = "[AWB Calibration] valid bit and fuseID pass, use new white points\n";
+  EXPECT_THAT(told({good, good}).acts, ::testing::SizeIs(2)) << "a line that comes again is the next call's";
+  EXPECT_THAT(told({used, good}).acts, ::testing::SizeIs(2)) << "and so is one that belongs before it";
+  EXPECT_THAT(told({good, fuse(1, 5), used}).acts, ::testing::SizeIs(2)) << "every call asks for the fuse ID";
+  EXPECT_THAT(told({good, used}).acts, ::testing::SizeIs(1));
+
+  const LogStory mixed =
+      told({fuse(1, 1), fuse(2, 2), fuse(3, 3), fuse(2, 12), fuse(3, 13), fuse(4, 14), good});
+  ASSERT_THAT(mixed.acts, ::testing::SizeIs(1));
+  EXPECT_EQ(mixed.acts[0].act.known_module(), std::nullopt)
+      << "the first word of one module, the rest of another";
+  const LogStory whole = told({fuse(1, 1), fuse(2, 2), fuse(3, 3), fuse(4, 4), good});
+  EXPECT_EQ(whole.acts.at(0).act.known_module(), (calib::FuseWords{1, 2, 3, 4}));
+}
+
 // ---- against the factory -----------------------------------------------------------------------------------
 
 /// A calibration run and two writers as the seed has them, and what they left in the phone.

@@ -85,7 +85,8 @@ void tell_pair_apart(Act& first, Act& second) {
 
 /// A line that any of several acts begins with, and nothing else.
 bool says_nothing(const Act& act) {
-  return !act.is_certain() && !act.from && !act.is_crc_good && !act.is_taken && !act.words[0] && !act.fuse[0];
+  return !act.is_certain() && !act.from && !act.is_crc_good && !act.is_taken && !act.known_valid_word() &&
+         !act.fuse[0];
 }
 
 }  // namespace
