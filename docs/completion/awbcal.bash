@@ -15,6 +15,8 @@ _awbcal() {
     [diff]="--json --as-a --as-b --help"
     [pack]="--output --force --seal --seal-only --help"
     [redact]="--output --check --force $input"
+    [backup]="--base --fuse --force --help"
+    [restore]="--dry-run --force --base --fuse --help"
     [report]="--html --force --redact --golden --threshold --limits --fuse --tuning --mesh-tuning $input"
     [pull]="--serial --whole --help"
     [help]="--help"

@@ -35,6 +35,8 @@ Command add_replay(CLI::App& parent);
 Command add_fleet(CLI::App& parent);
 Command add_report(CLI::App& parent);
 Command add_pull(CLI::App& parent);
+Command add_backup(CLI::App& parent);
+Command add_restore(CLI::App& parent);
 Command add_help(CLI::App& parent);
 
 // ---- what several of them have ----------------------------------------------------------------------------
