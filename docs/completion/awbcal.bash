@@ -11,7 +11,7 @@ _awbcal() {
       --help"
     [show]="--json --raw $input"
     [verify]="--json --fuse --require --only --ignore --golden --threshold --limits --strict --no-accept $input"
-    [explain]="--json --tuning --mesh-tuning --golden --fuse --reboot --verbose $input"
+    [explain]="--json --log --tuning --mesh-tuning --golden --fuse --reboot --verbose $input"
     [diff]="--json --as-a --as-b --help"
     [pack]="--output --force --seal --seal-only --help"
     [redact]="--output --check --force $input"
