@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <cstring>
 #include <map>
 
 #include "awb_calibration/factory.h"
@@ -565,28 +564,6 @@ TEST_F(LogCommand, SaysWhatALogDoesNotTell) {
   EXPECT_THAT(run("explain"), Exits(2, HasSubstr("CAMERA is required")));
   EXPECT_THAT(run("explain main"), Exits(2, HasSubstr("INPUT is required")));
   EXPECT_THAT(run("explain top phone"), Exits(2, HasSubstr("top: no camera")));
-}
-
-/// The commands of the page, with the lines that it shows of each; "..." stands for what is left out.
-TEST_F(LogCommand, PrintsWhatThePageShows) {
-  ASSERT_EQ(run("demo --seed 1 --dir " + path("phone")).exit_code, 0);
-  fs::create_directory_symlink(fs::path(SOURCE_DIR) / "examples", path("examples"));
-  std::istringstream page(support::read_text(fs::path(SOURCE_DIR) / "docs/logs.md").value_or(""));
-  std::string printed;
-  size_t shown = 0;
-  for (std::string line; std::getline(page, line);) {
-    constexpr const char* kPrompt = "$ awbcal ";
-    if (line.starts_with("```")) printed.clear();
-    if (line.starts_with(kPrompt)) {
-      printed =
-          "\n" +
-          support::run_shell("cd " + path("") + " && " AWBCAL " " + line.substr(strlen(kPrompt))).output;
-    } else if (!printed.empty() && line != "...") {
-      EXPECT_THAT(printed, HasSubstr("\n" + line + "\n"));
-      ++shown;
-    }
-  }
-  EXPECT_GT(shown, 20U);
 }
 
 }  // namespace
