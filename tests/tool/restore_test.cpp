@@ -12,8 +12,8 @@ namespace {
 
 using namespace tool;
 
-constexpr size_t kBase = 0x20000;
-constexpr size_t kAreaEnd = kBase + 0x4000;
+constexpr std::ptrdiff_t kBase = 0x20000;
+constexpr std::ptrdiff_t kAreaEnd = kBase + 0x4000;
 
 class Restore : public ToolTest {
  protected:
@@ -96,7 +96,7 @@ TEST_F(Restore, BringsBackWhatWasGoodAndChangesNothingElse) {
     ASSERT_EQ(now.size(), blank.size());
     size_t brought = 0;
     for (size_t i = 0; i < now.size(); ++i) {
-      const bool is_in_area = i >= kBase && i < kAreaEnd;
+      const bool is_in_area = i >= size_t{kBase} && i < size_t{kAreaEnd};
       if (now[i] == blank[i]) continue;
       ++brought;
       ASSERT_TRUE(is_in_area && now[i] == was[i]) << i;
@@ -132,7 +132,7 @@ TEST_F(Restore, OfAnImageIsThePartitionsPartAlone) {
   Bytes expected(0x30000);
   const Bytes old = bytes("old/dev/block/mmcblk0p6");
   for (const auto& [at, size] :
-       {std::pair<size_t, size_t>{0, 32}, {0xE08, 32 + 36}, {0xE6C, 48}, {0xEA0, 48}})
+       {std::pair<std::ptrdiff_t, std::ptrdiff_t>{0, 32}, {0xE08, 32 + 36}, {0xE6C, 48}, {0xEA0, 48}})
     std::copy_n(old.begin() + kBase + at, size, expected.begin() + kBase + at);
   EXPECT_EQ(bytes("new.img"), expected);
 }
