@@ -49,6 +49,12 @@ TEST_F(Walk, FromAPhoneByHand) {
   follow("real-phone.md", "by hand");
 }
 
+TEST_F(Walk, FromABugReportToAnExplanation) {
+  ASSERT_THAT(run("demo --seed 1 --dir " + path("phone")), Exits(0));
+  fs::create_directory_symlink(fs::path(SOURCE_DIR) / "examples", path("examples"));
+  follow("logs.md", "bug report");
+}
+
 TEST_F(Walk, FromAnOldBoardToANewOneWithOneModuleExchanged) {
   connect_demo("OLD");
   connect_demo("NEW");
