@@ -4,8 +4,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 
 #include "awb_calibration/factory.h"
@@ -127,8 +130,26 @@ int mode_of(const fs::path& path) {
   return stat(path.c_str(), &status) == 0 ? static_cast<int>(status.st_mode & 07777) : -1;
 }
 
+/// One word for the shell wherever the command names the folder for temporary files, whatever that is called.
+static std::string with_quoted_folder(std::string command) {
+  const char* folder = std::getenv("TMPDIR");
+  if (folder == nullptr || *folder == '\0') return command;
+  std::string quoted;
+  for (const char* each = folder; *each != '\0'; ++each) {
+    const bool is_plain =
+        std::isalnum(static_cast<unsigned char>(*each)) != 0 || std::strchr("/._-", *each) != nullptr;
+    if (!is_plain) quoted += '\\';
+    quoted += *each;
+  }
+  const size_t length = std::strlen(folder);
+  for (size_t at = command.find(folder); at != std::string::npos;
+       at = command.find(folder, at + quoted.size()))
+    command.replace(at, length, quoted);
+  return command;
+}
+
 Outcome run_shell(const std::string& command) {
-  std::FILE* pipe = popen(command.c_str(), "r");
+  std::FILE* pipe = popen(with_quoted_folder(command).c_str(), "r");
   std::string output;
   char part[4096];
   for (size_t count; (count = std::fread(part, 1, sizeof part, pipe)) > 0;) output.append(part, count);

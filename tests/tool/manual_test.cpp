@@ -10,8 +10,8 @@ namespace {
 
 using namespace tool;
 
-const char* const kCommands[] = {"demo",   "show",   "verify", "explain", "diff", "pack",
-                                 "redact", "replay", "fleet",  "report",  "pull"};
+const char* const kCommands[] = {"demo",   "show",  "verify", "explain", "diff",   "pack",   "redact",
+                                 "replay", "fleet", "report", "pull",    "backup", "restore"};
 
 std::set<std::string> matches(const std::string& text, const char* pattern) {
   std::set<std::string> found;

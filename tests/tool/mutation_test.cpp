@@ -69,7 +69,7 @@ class Mutation : public ToolTest {
     file("awb_cal.zst", zstd_of(awb()));
     file("bad/data/misc/camera/awb_cal", damaged(awb(4099, 800, 600, {1, 2, 3, 4}), 5));
     fs::copy(path("phone/getprop.txt"), path("bad/getprop.txt"));
-    fs::permissions(path(""), fs::perms::others_all, fs::perm_options::add);
+    in_folder("chmod a+rwx .");
   }
 
   Outcome in_folder(const std::string& command) const {
@@ -165,12 +165,13 @@ TEST_F(Mutation, NoUntruthIsTold) {
 
 TEST_F(Mutation, UnreadableIsNotAbsent) {
   const std::string as =
-      geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : std::string();
+      geteuid() == 0 ? "env -u TMPDIR setpriv --reuid=65534 --regid=65534 --clear-groups" : std::string();
   if (in_folder(as + " " AWBCAL " --version").exit_code != 0)
     GTEST_SKIP() << "no other user can run the tool";
   Bytes behind(calib::kExportSize);
   put(behind, calib::kExportAwb, awb());
   file("phone/sys/android_camera_awb_cal/awb_cal", behind);
+  in_folder("chmod -R a+rX .");
   const Untruth rows[] = {
       {"chmod 0 phone/data/misc/camera/awb_cal &&", "verify phone", 2, "awb_cal: Permission denied",
        "absent: main camera: awb"},

@@ -106,6 +106,18 @@ TEST_F(Pull, QuotesWhatThePhoneNames) {
   expect_like_the_phone();
 }
 
+TEST_F(Pull, IsNotLedOutOfTheFolder) {
+  connect();
+  const fs::path link = phone_dir() + "/dev/block/platform/msm_sdcc.1/by-name/mfg";
+  fs::remove(link);
+  fs::create_symlink(path("mine"), link);
+  file("mine/awb_cal", awb());
+  const std::string device = "platform/msm_sdcc.1/by-name/mfg/awb_cal";
+  text_file(std::string("adb/") + kSerial + "/proc/emmc", device + ": 00000400 00000200 \"mfg\"\n");
+  EXPECT_THAT(pull(), Exits(2, Tells("a path that leads out of the folder")));
+  EXPECT_EQ(bytes("mine/awb_cal"), awb());
+}
+
 TEST_F(Pull, SaysWhatItCouldNotRead) {
   const std::string no_partition =
       "no root: the partition is missing, cache files and exports suffice for explain";

@@ -38,7 +38,8 @@ TEST_F(Transform, PacksAPhoneIntoAFolder) {
   ASSERT_EQ(run(repack(path("phone")) + " --output " + path("copy"), "").exit_code, 0);
   EXPECT_EQ(run("verify " + path("copy"), "| tail -n +2").output,
             run("verify " + path("phone"), "| tail -n +2").output);
-  EXPECT_EQ(std::system(("diff -r -x .made-by-awbcal " + path("phone") + " " + path("copy")).c_str()), 0);
+  EXPECT_THAT(support::run_shell("diff -r -x .made-by-awbcal " + path("phone") + " " + path("copy")),
+              Exits(0, ""));
   EXPECT_EQ(run("pack " + path("no")).exit_code, 2);
 }
 

@@ -11,7 +11,9 @@ using namespace tool;
 class Walk : public StandInPhones {
  protected:
   /// A phone that the production line made, connected.
-  void connect_demo() const { ASSERT_THAT(run("demo --seed 1 --dir '" + phone_dir() + "'"), Exits(0)); }
+  void connect_demo(const std::string& serial = kSerial) const {
+    ASSERT_THAT(run("demo --seed 1 --dir " + phone_dir(serial)), Exits(0));
+  }
 
   /// Every command of the walk does what is shown below it, in the order of the document; "..." is what was left out.
   void follow(const std::string& document, const std::string& walk) const {
@@ -25,7 +27,7 @@ class Walk : public StandInPhones {
     size_t commands = 0;
     while (std::getline(lines, line) && line != "```") {
       if (line.starts_with("$ ")) {
-        printed = in_shell("cd '" + path("") + "' && " + line.substr(2) + " 2>&1").output;
+        printed = in_shell("cd " + path("") + " && " + line.substr(2) + " 2>&1").output;
         ++commands;
       } else if (line != "...") {
         EXPECT_THAT("\n" + printed, HasSubstr("\n" + line + "\n")) << document << ": " << walk;
@@ -45,6 +47,31 @@ TEST_F(Walk, FromAPhoneByHand) {
   connect_demo();
   refuse("/dev/block/*", "0");
   follow("real-phone.md", "by hand");
+}
+
+TEST_F(Walk, FromABugReportToAnExplanation) {
+  ASSERT_THAT(run("demo --seed 1 --dir " + path("phone")), Exits(0));
+  fs::create_directory_symlink(fs::path(SOURCE_DIR) / "examples", path("examples"));
+  follow("logs.md", "bug report");
+}
+
+TEST_F(Walk, FromAnOldBoardToANewOneWithOneModuleExchanged) {
+  connect_demo("OLD");
+  connect_demo("NEW");
+  text_file("adb/devices", "OLD\tdevice\nNEW\tdevice\n");
+  text_file("adb/su", "0");
+  const fs::path board = phone_dir("NEW");
+  Bytes partition = support::pattern(1024 * 1024);
+  std::fill_n(partition.begin() + 0x20000, 0x4000, 0);
+  support::write_bytes(board / "dev/block/mmcblk0p6", partition);
+  for (const char* folder : {"data/misc/camera", "sys/android_camera_awb_cal"}) {
+    for (const auto& entry : fs::directory_iterator(board / folder)) fs::remove(entry.path());
+  }
+  std::string properties = *support::read_text(board / "properties");
+  support::write_text(board / "properties", support::replaced(properties, "front_fuse1=", "front_fuse1=1"));
+  for (const char* serial : {"OLD", "NEW"})
+    fs::create_directory_symlink(phone_dir(serial), phone_dir(serial) + ".root");
+  follow("service.md", "old board to new board");
 }
 
 }  // namespace

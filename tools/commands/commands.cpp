@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
+
 #include "inspect/phrases.h"
 
 namespace awbcal {
@@ -23,6 +25,11 @@ Json modules_json(const Modules& modules) {
   Json json = Json::object();
   for (const auto& [camera, module] : modules) json[camera_name(camera)] = module;
   return json;
+}
+
+Json number_json(double value) {
+  if (std::isfinite(value)) return value;
+  return std::isnan(value) ? "nan" : value > 0 ? "infinity" : "-infinity";
 }
 
 int exit_code_of(Outcome outcome) {

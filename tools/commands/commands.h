@@ -35,6 +35,8 @@ Command add_replay(CLI::App& parent);
 Command add_fleet(CLI::App& parent);
 Command add_report(CLI::App& parent);
 Command add_pull(CLI::App& parent);
+Command add_backup(CLI::App& parent);
+Command add_restore(CLI::App& parent);
 Command add_help(CLI::App& parent);
 
 // ---- what several of them have ----------------------------------------------------------------------------
@@ -48,6 +50,8 @@ void show_input(Terminal& terminal, const Phone& phone);
 /// Which modules are fitted, and where that is only assumed.
 void show_modules(Terminal& terminal, const Modules& modules, const Modules& assumed);
 Json modules_json(const Modules& modules);
+/// A number, or its name where JSON has none for it.
+Json number_json(double value);
 
 int exit_code_of(Outcome outcome);
 

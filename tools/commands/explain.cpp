@@ -1,12 +1,13 @@
-// awbcal explain: a camera start on a copy of the phone, told from the library's own log.
+// awbcal explain: a camera start on a copy of the phone, told from the library's own log; or what a log of a phone
+// tells.
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 
 #include "commands/commands.h"
+#include "commands/explain_log.h"
 #include "commands/options.h"
 #include "run/explanation.h"
 #include "run/tuning_changes.h"
@@ -17,6 +18,8 @@ namespace awbcal {
 namespace {
 
 struct ExplainArguments {
+  std::string log;     ///< a log to read, instead of a camera to start
+  std::string camera;  ///< with a log, it may be the first of the inputs
   InputOptions input;
   ExplainQuestion question;
   std::optional<calib::GoldenRatios> golden;
@@ -50,12 +53,6 @@ void print_explanation(Terminal& terminal, const Phone& phone, const ExplainArgu
   terminal.heading("The tuning before, after, ratio");
   show_tuning(terminal, explanation.before, explanation.after);
   if (arguments.verbose) print_log(terminal, explanation);
-}
-
-/// A number, or its name where JSON has none for it.
-Json number_json(float value) {
-  if (std::isfinite(value)) return value;
-  return std::isnan(value) ? "nan" : value > 0 ? "infinity" : "-infinity";
 }
 
 Json call_json(const LibraryCall& call) {
@@ -112,8 +109,19 @@ Json explanation_json(const Phone& phone, const ExplainArguments& arguments, con
   return document;
 }
 
+int run_log(ExplainArguments& arguments, Terminal& terminal) {
+  LogQuestion question{.file = arguments.log, .phone = arguments.input, .json = arguments.json};
+  question.camera = camera_of_name(arguments.camera);
+  if (!question.camera && !arguments.camera.empty())
+    question.phone.paths.insert(question.phone.paths.begin(), arguments.camera);
+  question.phone.with_digests = arguments.json;
+  return run_explain_log(question, terminal);
+}
+
 int run_explain(ExplainArguments& arguments, Terminal& terminal) {
+  if (!arguments.log.empty()) return run_log(arguments, terminal);
   ExplainQuestion& question = arguments.question;
+  question.camera = camera_of_name(arguments.camera).value();
   // A file that does not name its camera is of the one that is asked for.
   if (!arguments.input.camera) arguments.input.camera = question.camera;
   arguments.input.with_digests = arguments.json;
@@ -134,6 +142,15 @@ int run_explain(ExplainArguments& arguments, Terminal& terminal) {
   return is_known ? kDone : kBadInput;
 }
 
+/// Without a log both are needed, and the camera has to be one.
+void check_arguments(const CLI::App& app, const ExplainArguments& arguments) {
+  if (!arguments.log.empty()) return;
+  if (arguments.camera.empty()) throw CLI::RequiredError("CAMERA");
+  if (!camera_of_name(arguments.camera))
+    throw CLI::ValidationError("CAMERA", fmt::format("{}: no camera: main, front or sub", arguments.camera));
+  if (app.get_option("INPUT")->count() == 0) throw CLI::RequiredError("INPUT");
+}
+
 }  // namespace
 
 Command add_explain(CLI::App& parent) {
@@ -141,18 +158,24 @@ Command add_explain(CLI::App& parent) {
   ExplainQuestion& question = arguments->question;
   CLI::App* app =
       add_command(parent, "explain", "Start a camera on a copy of the phone and explain the result");
-  app->add_option("CAMERA", question.camera, "main, front or sub")
-      ->required()
-      ->transform(camera_names())
+  app->add_option("CAMERA", arguments->camera, "main, front or sub; needed without --log")
       ->default_str("")
       ->type_name("");
   add_input_options(*app, arguments->input);
+  app->get_option("INPUT")->required(false);
+  CLI::Option* log =
+      app->add_option("--log", arguments->log,
+                      "Tell what a log, a bug report or - for stdin says; INPUT is compared with it")
+          ->type_name("FILE");
   add_fuse_option(*app, arguments->modules);
   add_golden_option(*app, arguments->golden);
   add_tuning_options(*app, question);
   app->add_flag("--reboot", question.reboot, "First let the kernel export the partition again, as at a boot");
   app->add_flag("-v,--verbose", arguments->verbose, "Print what the library logged as well");
   add_json_option(*app, arguments->json);
+  for (const char* of_a_start : {"--fuse", "--golden", "--tuning", "--mesh-tuning", "--reboot", "--verbose"})
+    log->excludes(app->get_option(of_a_start));
+  app->parse_complete_callback([app, arguments] { check_arguments(*app, *arguments); });
   return {app, [arguments](Terminal& terminal) { return run_explain(*arguments, terminal); }};
 }
 

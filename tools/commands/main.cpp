@@ -18,9 +18,9 @@ namespace {
 
 using namespace awbcal;
 
-constexpr Command (*kCommands[])(CLI::App&) = {add_demo,  add_show,   add_verify, add_explain,
-                                               add_diff,  add_pack,   add_redact, add_replay,
-                                               add_fleet, add_report, add_pull,   add_help};
+constexpr Command (*kCommands[])(CLI::App&) = {add_demo, add_show,   add_verify,  add_explain, add_diff,
+                                               add_pack, add_redact, add_replay,  add_fleet,   add_report,
+                                               add_pull, add_backup, add_restore, add_help};
 
 /// The arguments as they were typed: they say how errors are wanted before anything was parsed, or when it cannot
 /// be.

@@ -114,12 +114,16 @@ void add_input_options(CLI::App& app, InputOptions& options) {
       ->default_str("");
   app.add_option("--as", options.as, "What INPUT is: phone, partition, export, node or a kind of record")
       ->type_name("KIND");
-  app.add_option("--base", options.base, "Page size, which decides where the record area is: 4k or 2k")
-      ->transform(named_values<uint32_t>({{"4k", calib::kAreaBase4k}, {"2k", calib::kAreaBase2k}}))
-      ->type_name("SIZE");
+  add_base_option(app, options.base);
   app.add_option("--camera", options.camera, "Camera of a single file: main, front or sub")
       ->transform(camera_names())
       ->type_name("NAME");
+}
+
+void add_base_option(CLI::App& app, std::optional<uint32_t>& base) {
+  app.add_option("--base", base, "Page size, which decides where the record area is: 4k or 2k")
+      ->transform(named_values<uint32_t>({{"4k", calib::kAreaBase4k}, {"2k", calib::kAreaBase2k}}))
+      ->type_name("SIZE");
 }
 
 void add_json_option(CLI::App& app, bool& json) {

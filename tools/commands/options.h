@@ -41,6 +41,7 @@ CLI::App* add_command(CLI::App& parent, const char* name, const char* descriptio
 /// The input's path, --as, --base and --camera.
 void add_input_options(CLI::App& app, InputOptions& options);
 
+void add_base_option(CLI::App& app, std::optional<uint32_t>& base);
 void add_json_option(CLI::App& app, bool& json);
 void add_colour_option(CLI::App& app, Colour& colour);
 CLI::Option* add_golden_option(CLI::App& app, calib::GoldenRatios& golden);

@@ -67,6 +67,9 @@ bool suffices_for_explain(const Pulled& pulled) {
 /// What could not be read, and what that means.
 std::vector<std::string> meanings(const Pulled& pulled) {
   std::vector<std::string> lines = pulled.state.notes;
+  if (!pulled.names_modules)
+    lines.emplace_back(
+        "the properties name no module: give its fuse ID with --fuse to judge the records by it");
   const char* root = pulled.access == Access::shell ? "no root: " : "";
   const bool has_no_answer =
       pulled.unreadable(Group::partition) != nullptr || pulled.unreadable(Group::tables) != nullptr;

@@ -172,4 +172,32 @@ std::variant<Bytes, FileTree> unpacked(const std::string& name, std::span<const 
   return read_entry(reader.get(), name, total);
 }
 
+Bytes packed(const std::vector<OutputFile>& files) {
+  constexpr size_t kTarBlock = 512;
+  constexpr size_t kTarRecord = 20 * kTarBlock;
+  size_t most = 2 * kTarRecord;
+  for (const OutputFile& file : files) most += file.bytes.size() + 2 * kTarBlock;
+  Bytes bytes(most);
+  size_t used = 0;
+  const std::unique_ptr<archive, decltype(&archive_write_free)> writer(archive_write_new(),
+                                                                       archive_write_free);
+  archive_write_set_format_ustar(writer.get());
+  archive_write_open_memory(writer.get(), bytes.data(), bytes.size(), &used);
+  const std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(),
+                                                                            archive_entry_free);
+  for (const OutputFile& file : files) {
+    archive_entry_clear(entry.get());
+    archive_entry_set_pathname(entry.get(), file.path.c_str());
+    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(file.bytes.size()));
+    archive_entry_set_filetype(entry.get(), AE_IFREG);
+    archive_entry_set_perm(entry.get(), 0644);
+    archive_write_header(writer.get(), entry.get());
+    archive_write_data(writer.get(), file.bytes.data(), file.bytes.size());
+  }
+  if (archive_write_close(writer.get()) != ARCHIVE_OK)
+    throw std::runtime_error(fmt::format("cannot be packed: {}", archive_error_string(writer.get())));
+  bytes.resize(used);
+  return bytes;
+}
+
 }  // namespace awbcal

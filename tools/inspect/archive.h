@@ -15,6 +15,9 @@ bool is_packed(std::span<const uint8_t> bytes);
 /// or unpacks to more than any phone has; what it unpacks to is counted as it comes.
 std::variant<Bytes, FileTree> unpacked(const std::string& name, std::span<const uint8_t> bytes);
 
+/// A tar archive of the files, the same for the same files.
+Bytes packed(const std::vector<OutputFile>& files);
+
 }  // namespace awbcal
 
 #endif

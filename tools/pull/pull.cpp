@@ -79,6 +79,7 @@ class Pull {
     target_.put_state(pulled_.state);
     target_.put("properties", text_of(answer.output));
     add(Group::properties, "properties", Found::read);
+    pulled_.names_modules = text_of(answer.output).find("qor.camera.sensor.") != std::string_view::npos;
   }
 
   /// Asks for each command's answer about a path, and where it fails, by another one why.

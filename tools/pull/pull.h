@@ -34,6 +34,7 @@ struct Pulled {
   Access access;
   std::vector<PulledFile> files;
   PullState state;
+  bool names_modules = false;               ///< its properties say which are fitted
   std::optional<std::string> cut_off = {};  ///< the phone went away; the folder says that it is not whole
 
   /// The reason of the first that is unreadable; null: none is.

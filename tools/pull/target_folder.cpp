@@ -54,10 +54,16 @@ TargetFolder::TargetFolder(const std::string& folder) : path_(folder) {
 }
 
 fs::path TargetFolder::in(const std::string& file) const {
+  // The phone chooses names and where links point: neither may lead this host's files astray.
+  const auto check = [&file](bool leads_out) {
+    if (leads_out) throw InputError(fmt::format("{}: a path that leads out of the folder", file));
+  };
+  fs::path at = path_;
   for (const fs::path& part : fs::path(file)) {
-    if (part == "..") throw InputError(fmt::format("{}: a path that leads out of the folder", file));
+    check(part == ".." || (at != path_ && fs::is_symlink(at)));
+    at /= part;
   }
-  return path_ / file;
+  return at;
 }
 
 void TargetFolder::check_same_phone(const std::string& properties) const {

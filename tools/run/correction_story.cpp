@@ -73,7 +73,8 @@ const FoundRecord* taken_record(const Phone& phone, const RecordSpec& spec, Came
   return nullptr;
 }
 
-/// The number of the test that the verdict stands for.
+}  // namespace
+
 int test_of(Verdict verdict) {
   switch (verdict) {
     case Verdict::good:
@@ -98,15 +99,17 @@ std::string test_text(int test) {
   return fmt::format("{} of five tests", kOrdinals.at(static_cast<size_t>(test)));
 }
 
-std::string refusal_text(const RecordSpec& spec, const Finding& finding) {
+std::string refusal_text(const std::string& name, const Finding& finding) {
   const std::string tests = test_text(test_of(finding.verdict));
   if (finding.verdict == Verdict::wrong_module) {
-    return fmt::format("the {} belongs to another module: {}; fitted is {} ({})", spec.name, finding.found,
+    return fmt::format("the {} belongs to another module: {}; fitted is {} ({})", name, finding.found,
                        finding.expected, tests);
   }
-  return fmt::format("the {} is {}: expected {}, found {} ({})", spec.name, verdict_name(finding.verdict),
+  return fmt::format("the {} is {}: expected {}, found {} ({})", name, verdict_name(finding.verdict),
                      finding.expected, finding.found, tests);
 }
+
+namespace {
 
 /// The library's own words, where the record itself is good.
 std::string last_error(const CameraRun& run, const char* function) {
@@ -146,7 +149,7 @@ std::string reason_of(CorrectionStory& story, const FoundRecord* record, const F
     return fmt::format("there is no {}, neither a cache file nor in the export ({})", story.spec->name,
                        test_text(story.test));
   }
-  if (story.test != 0) return refusal_text(*story.spec, finding);
+  if (story.test != 0) return refusal_text(story.spec->name, finding);
   const bool is_refused = story.acceptance == Acceptance::refused;
   return fmt::format("{} {} the {}{}", story.reader->function,
                      is_refused ? "refused" : "ended before it came to", story.spec->name,

@@ -25,6 +25,13 @@ std::vector<SourceStory> tell_sources(const Phone& phone, calib::Camera camera, 
 /// module.
 inline constexpr int kRecordTests = 5;
 
+/// The number of the test that the verdict stands for; 0: none.
+int test_of(Verdict verdict);
+/// "fifth of five tests"
+std::string test_text(int test);
+/// What is wrong with a record that was refused; `name` is what it is called.
+std::string refusal_text(const std::string& name, const Finding& finding);
+
 struct CorrectionStory {
   const RecordSpec* spec;
   const Reader* reader;

@@ -1,0 +1,54 @@
+// Any bytes as a log, a bug report or an archive of them: read, told, and told the same when they come in pieces.
+
+#include <cstdlib>
+
+#include "inspect/errors.h"
+#include "log/log_comparison.h"
+#include "log/log_story.h"
+
+namespace {
+
+awbcal::LogStory tell(const uint8_t* data, size_t size) {
+  return awbcal::tell_log_bytes("x", {data, size});
+}
+
+/// A stranger's text may not cost more than what is kept of it.
+void check_bounds(const awbcal::LogStory& story, size_t size) {
+  if (story.acts.size() > awbcal::kMostActs || story.processes.size() > awbcal::kMostProcesses) std::abort();
+  const bool is_packed = !story.input.files.empty() || story.lines > size;
+  if (!is_packed && story.library_lines() > size) std::abort();
+  for (const awbcal::ActStory& each : story.acts) {
+    if (each.act.candidates == 0 || each.sentence.empty() || each.act.last_line < each.act.first_line)
+      std::abort();
+  }
+}
+
+/// The same bytes, fed one by one, are the same lines.
+void check_pieces(const uint8_t* data, size_t size) {
+  awbcal::Recogniser whole;
+  awbcal::Recogniser pieces;
+  awbcal::LogReader reader(whole);
+  awbcal::LogReader slow_reader(pieces);
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  reader.feed(text);
+  for (size_t i = 0; i < text.size(); ++i) slow_reader.feed(text.substr(i, 1));
+  reader.finish_file();
+  slow_reader.finish_file();
+  if (reader.lines() != slow_reader.lines() || whole.finish().size() != pieces.finish().size()) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  try {
+    const awbcal::LogStory story = tell(data, size);
+    check_bounds(story, size);
+    awbcal::Phone phone{.name = "x"};
+    phone.properties = story.properties;
+    awbcal::compare_with_phone(story, phone);
+  } catch (const awbcal::InputError&) {
+    // A message is an answer.
+  }
+  check_pieces(data, size);
+  return 0;
+}
