@@ -40,7 +40,7 @@ using volume::Place;
 using volume::Step;
 
 constexpr size_t kSector = 512;
-constexpr size_t kHalfPage = 1024;  // of the chip's pages of 2048 bytes
+constexpr int64_t kHalfPage = 1024;  // of the chip's pages of 2048 bytes
 constexpr const char* kCacheFolder = "/data/misc/camera/";
 const Bytes kCutFile = {1};
 constexpr const char* kExports = "/sys/android_camera_awb_cal/";
