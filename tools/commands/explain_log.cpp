@@ -58,7 +58,7 @@ std::string group_title(const ActGroup& group) {
     case DeedClass::check:
       return "result checks of " + camera;
     case DeedClass::writer:
-      return act.camera ? "records of " + camera + " are written" : "a record of the phone is written";
+      return act.camera ? "records of " + camera + " are written" : "records are written";
     case DeedClass::run:
       break;
   }
