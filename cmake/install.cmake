@@ -45,7 +45,7 @@ file(RELATIVE_PATH include_from_doc ${CMAKE_INSTALL_PREFIX}/${doc_dir} ${CMAKE_I
 install(FILES man/libawb_calibration.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7)
 install(FILES LICENSE DESTINATION ${doc_dir} RENAME copyright)
 install(DIRECTORY docs DESTINATION ${doc_dir} FILES_MATCHING PATTERN *.md
-  PATTERN architecture.md EXCLUDE PATTERN completion EXCLUDE)
+  PATTERN architecture.md EXCLUDE PATTERN completion EXCLUDE PATTERN pictures EXCLUDE)
 install(DIRECTORY examples DESTINATION ${doc_dir})
 install(FILES Android.bp DESTINATION ${doc_dir})
 install(FILES cmake/android.cmake DESTINATION ${doc_dir}/cmake)
