@@ -311,7 +311,7 @@ check_ndk() {
     die "the phone's libcutils.so would not be loaded"
   [ -z "$(dynamic build/ndk/build/libawb_calibration.so RUNPATH)" ] || die "a folder of this machine is searched"
   cmake --install build/ndk/build --prefix "$PWD/build/ndk/prefix" >/dev/null
-  [ -z "$(find build/ndk/prefix -name '*cutils*' -o -name '*phone*')" ] || die "stand-ins are installed"
+  [ -z "$(find build/ndk/prefix -name '*cutils*' -o -name '*virtual_phone*')" ] || die "stand-ins are installed"
 }
 
 check_android() {
