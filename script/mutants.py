@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Is the suite tested: script/mutants.py [--share N] [--only TEXT]
+"""Is the suite tested: script/mutants.py [--share N] [--only TEXT] [--preset NAME] [-v]
 
 Makes each fault of tests/mutants/ in a copy of its file, builds the one object and what it is linked into, and runs the
 suite until a test fails. A fault that no test catches is a survivor. Build presets debug and asan first: script/check
@@ -24,11 +24,13 @@ import json
 import os
 import pathlib
 import re
+import resource
 import shlex
 import shutil
 import signal
 import subprocess
 import sys
+import threading
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -37,6 +39,7 @@ WORK = ROOT / "build" / "mutants"
 KINDS = {"constant", "order", "width", "comparison", "missing call", "missing clearing", "errno", "camera", "mode",
          "precision", "log line"}
 WORKERS = 2
+MEMORY = 8 << 30  # bytes of address space of a test; the sanitizers' own takes more than any limit
 
 
 @dataclasses.dataclass
@@ -134,6 +137,8 @@ class Variant:
 
     def __init__(self, build, folder):
         self.build, self.folder = build, folder
+        self.linking = threading.Lock()
+        self.output = {}  # the end of what each test said
         self.instead = {}  # a file of the build -> the file that takes its place
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir(parents=True)
@@ -193,18 +198,23 @@ class Variant:
         """The program to run in the place of one of the build: a new one where what it is made of has changed."""
         name = os.path.relpath(path, self.build.folder)
         made = self.folder / name
-        if not made.exists() and any(word in self.instead for word in self.build.link(name)):
-            self.link(name)
-        return str(made) if made.exists() else path
+        with self.linking:
+            if not made.exists() and any(word in self.instead for word in self.build.link(name)):
+                self.link(name)
+            return str(made) if made.exists() else path
 
     def passes(self, test, limit):
         command = self.build.tests[test]
         program = self.program(command[0])
         tool = self.program(self.build.folder / "awbcal")
+        def limit_memory():
+            if self.build.folder.name != "asan":
+                resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+
         environment = dict(os.environ, LD_LIBRARY_PATH=str(self.folder), AWBCAL=str(tool), GTEST_FAIL_FAST="1")
         process = subprocess.Popen([program, *command[1:]], cwd=self.build.folder, env=environment,
                                    stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                   start_new_session=True)
+                                   start_new_session=True, preexec_fn=limit_memory)
         try:
             (self.folder / "output.txt").write_bytes(process.communicate(timeout=limit)[0][-100000:])
             return process.returncode == 0
@@ -239,12 +249,12 @@ class Suite:
 
         def run(test):
             started = time.monotonic()
-            if not variant.passes(test, 600):
-                sys.exit(f"{test} fails without a fault:\n" + (variant.folder / "output.txt").read_text()[-2000:])
+            if not variant.passes(test, 200):
+                raise RuntimeError(f"{test} fails without a fault:\n{variant.output[test]}")
             self.seconds[test] = time.monotonic() - started
 
-        for test in self.build.tests:
-            run(test)
+        with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+            list(pool.map(run, self.build.tests))
 
     def order(self, file):
         area = file.split("/")[0]
@@ -272,12 +282,11 @@ class Suite:
         (WORK / f"{self.preset}.json").write_text(json.dumps(self.caught))
 
 
-def chosen(share, only):
+def chosen(share, only, preset):
     mutants = [each for path in sorted(LIST.glob("*.txt")) for each in parse(path)]
     for each in mutants:
         each.source()
-    if only:
-        mutants = [each for each in mutants if only in f"{each.place}:{each.file}"]
+    mutants = [each for each in mutants if only in f"{each.place}:{each.file}" and preset in each.preset]
     return mutants[::share]
 
 
@@ -300,8 +309,10 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--share", type=int, default=1, metavar="N", help="every N-th fault alone")
     parser.add_argument("--only", default="", metavar="TEXT", help="those whose place or file has this text in it")
+    parser.add_argument("--preset", default="", metavar="NAME", help="those of one build alone: debug or asan")
+    parser.add_argument("-v", action="store_true", help="say of each which test catches it")
     arguments = parser.parse_args()
-    mutants = chosen(arguments.share, arguments.only)
+    mutants = chosen(arguments.share, arguments.only, arguments.preset)
     WORK.mkdir(parents=True, exist_ok=True)
     started = time.monotonic()
     suites = {preset: Suite(preset) for preset in sorted({each.preset for each in mutants}, reverse=True)}
@@ -319,7 +330,7 @@ def main():
             if problem:
                 problems.append(problem)
                 print(problem, flush=True)
-            elif "-v" in os.environ.get("MUTANTS", ""):
+            elif arguments.v:
                 print(f"{mutant.place}: {test or mutant.mark}", flush=True)
     for suite in suites.values():
         suite.remember()
