@@ -153,6 +153,9 @@ class Variant:
         (overlay / file).parent.mkdir(parents=True, exist_ok=True)
         (overlay / file).write_text(text)
         users = self.build.users[str(ROOT / file)]
+        if file.endswith(".h") and not file.startswith(("tools/", "phone/")):
+            # The tool's own objects keep the header as it is: the fault is the library's.
+            users = [each for each in users if "/tools/" not in each["file"] and "/phone/" not in each["file"]]
         if not users:
             sys.exit(f"{file}: nothing is built from it")
         for index, each in enumerate(users):
@@ -234,6 +237,7 @@ class Suite:
     def __init__(self, preset):
         self.build = Build(preset)
         self.preset = preset
+        self.near_only = False
         self.seconds = {}
         self.caught = collections.defaultdict(collections.Counter)
         memory = WORK / f"{preset}.json"
@@ -257,21 +261,27 @@ class Suite:
             list(pool.map(run, self.build.tests))
 
     def order(self, file):
+        """First what has caught a fault of the file or of its folder before, then what is quick."""
         area = file.split("/")[0]
-        tool = area == "tools"
 
         def key(test):
-            likely = -self.caught[file][test] if self.caught[file][test] else 0
-            nearby = -self.caught[area][test] / (1 + self.seconds[test])
-            return (likely, nearby, test.startswith("awbcal_") != tool, self.seconds[test])
+            nearby = self.caught[area][test] / (1 + self.seconds[test])
+            return (-self.caught[file][test], -nearby, self.is_far(file, test), self.seconds[test])
 
         return sorted(self.build.tests, key=key)
+
+    @staticmethod
+    def is_far(file, test):
+        """Whether it is the tool's test and the file the library's, or the reverse."""
+        return test.startswith("awbcal_") != file.startswith("tools/")
 
     def catches(self, mutant, folder):
         """The test that fails, or nothing."""
         variant = Variant(self.build, folder)
         variant.compile(mutant.file, mutant.source())
         for test in self.order(mutant.file):
+            if self.near_only and self.is_far(mutant.file, test):
+                continue
             if not variant.passes(test, 20 + 5 * self.seconds[test]):
                 self.caught[mutant.file][test] += 1
                 self.caught[mutant.file.split("/")[0]][test] += 1
@@ -310,6 +320,7 @@ def main():
     parser.add_argument("--share", type=int, default=1, metavar="N", help="every N-th fault alone")
     parser.add_argument("--only", default="", metavar="TEXT", help="those whose place or file has this text in it")
     parser.add_argument("--preset", default="", metavar="NAME", help="those of one build alone: debug or asan")
+    parser.add_argument("--near", action="store_true", help="leave the tool's tests out for the library, and the reverse")
     parser.add_argument("-v", action="store_true", help="say of each which test catches it")
     arguments = parser.parse_args()
     mutants = chosen(arguments.share, arguments.only, arguments.preset)
@@ -317,6 +328,7 @@ def main():
     started = time.monotonic()
     suites = {preset: Suite(preset) for preset in sorted({each.preset for each in mutants}, reverse=True)}
     for suite in suites.values():
+        suite.near_only = arguments.near
         suite.measure()
     caught, problems = 0, []
     folders = [WORK / str(number) for number in range(WORKERS)]

@@ -2,6 +2,7 @@
 // Guards against a good module failed, a bad one passed, and a run that ends without its verdict.
 
 #include <algorithm>
+#include <array>
 #include <climits>
 
 #include "awb_calibration/factory.h"
@@ -18,6 +19,10 @@ constexpr CameraNames kCameras[] = {{"main", ""}, {"front", "_front_CAM"}, {"sub
 
 constexpr const char* kFuseLines =
     "Fuse_ID[1]=0x11223344\nFuse_ID[2]=0x55667788\nFuse_ID[3]=0x99aabbcc\nFuse_ID[4]=0xddeeff01\n";
+
+const std::array kAtFirst = {QOR_AWB_Calibration_threshold, QOR_AWB_Calibration_light_source_version,
+                             QOR_AWB_Calibration_counter, QOR_AWB_Calibration_enabled,
+                             QOR_AWB_Calibration_aec_ready};
 
 class AwbRun : public PhoneTest {
  protected:
@@ -154,7 +159,10 @@ TEST_F(AwbRun, JudgementHoldsAtItsEdges) {
                       {1.0F, 1.0F, 25, 1281, 1024, false}, {1.0F, 0.5F, 25, 1024, 256, true}, {1.0F, 0.5F, 25, 1024, 255, false},
                       {0.5F, 1.0F, 25, 768, 1024, true}, {0.5F, 1.0F, 25, 769, 1024, false}, {1.0F, 1.0F, 0, 1024, 1024, true},
                       {1.0F, 1.0F, 0, 1024, 1025, false}, {0.0F, 0.0F, 100, 1, 0, false}, {0.0F, 0.0F, 100, 0, 0, true},
-                      {0.75F, 0.5625F, 5, 800, 604, false}, {0.75F, 0.5625F, 5, 780, 598, true}, {-1.0F, -2.0F, 20, -1024, -1024, false}};
+                      {0.75F, 0.5625F, 5, 800, 604, false}, {0.75F, 0.5625F, 5, 780, 598, true}, {-1.0F, -2.0F, 20, -1024, -1024, false},
+                      // The last bit of the quotient, of the difference and of the square root decides.
+                      {0.3125F, 0.0F, 5, 304, 0, true}, {3.84800005F, 1.57820964F, 69, 1435, 560, true}, {3.954F, 1.70371366F, 64, 1817, 428, false},
+                      {1.875F, 0.867299259F, 47, 1647, 28, true}, {2.72900009F, 1.45892143F, 51, 2561, 88, true}};
   // clang-format on
   for (const Row& row : rows) {
     start(0);
@@ -226,6 +234,7 @@ TEST_F(AwbRun, MeansAreRoundedAndWrapAsOnThePhone) {
 TEST_F(AwbRun, AveragesAreTruncatedAndSaturate) {
   const uint32_t rows[][3] = {{100, 109, 100},
                               {100, 110, 101},
+                              {8412187, 8412187, 8412186},
                               {0xFFFFFFFF, 0, 0},
                               {0x80000000, 0x80000000, 0},
                               {0x7FFFFFFF, 0x7FFFFFFF, 0x80000000}};
@@ -274,6 +283,7 @@ TEST_F(AwbRun, OutsideCalibrationModeNothingHappensAndTheTriggerIsNotRead) {
 }
 
 TEST_F(AwbRun, OpeningTheCameraReadsTheProperties) {
+  EXPECT_EQ(kAtFirst, (std::array<uint32_t, 5>{1024})) << "before anything was called";
   start(0);
   set("mfg.awb.calibration.threshold", "12abc");
   set("mfg.awb.calibration.camid", "2");
@@ -306,12 +316,14 @@ TEST_F(AwbRun, GoldenRatiosAreTakenWhenRedIsGiven) {
     set("mfg.awb.calibration.bg_ratio", row.bg);
     awb_calibration_set_GS(before, before);
     check_and_init_awb_calibration();
-    awb_enable_calibration();
-    QOR_AWB_Calibration_threshold = 0;
     const int32_t rg = row.taken ? 512 : 256;
     const int32_t bg = !row.taken ? 256 : *row.bg == '\0' ? 0 : 768;
-    frames(11, rg, bg);
-    EXPECT_EQ(word_at(stored_at(0x20000, 4), 0), 3099U) << row.rg << '/' << row.bg;
+    for (const uint32_t version : {1U, 2U, 3U}) {
+      awb_calibration_set_parm(0, version);
+      awb_enable_calibration();
+      frames(11, rg, bg);
+      EXPECT_EQ(word_at(stored_at(0x20000, 4), 0), version * 1000 + 99) << row.rg << '/' << row.bg;
+    }
   }
 }
 

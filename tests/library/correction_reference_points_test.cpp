@@ -16,6 +16,7 @@ constexpr float kGoldenRg[3] = {0.7F, 0.8F, 0.9F};
 constexpr float kGoldenBg[3] = {0.6F, -0.5F, 0.4F};
 constexpr size_t kTuningFloats = 12464 / 4;
 const Words kValues = {1126, 0xFFFFF800};
+const Words kFlashValues = {0xFFFFF400, 0x44F};
 
 Floats made_tuning() {
   Floats tuning = Integers(7).gains(kTuningFloats);
@@ -87,6 +88,7 @@ const Row kRows[] = {
     {"word 2", 3099, {0, 2, 73, 74}, Awb::refused, 3099, {71, 2, 73, 74}, Flash::refused},
     {"word 3", 3099, {71, 0x80000002, 0, 74}, Awb::refused, 3099, {71, 0x80000002, 7, 74}, Flash::refused},
     {"word 4", 3099, {71, 0x80000002, 73, 7}, Awb::refused, 3099, {71, 0x80000002, 73, 0}, Flash::refused},
+    {"three zeros", 3099, {0, 0, 0, 74}, Awb::refused, 3099, {0, 0, 0, 74}, Flash::refused},
     {"no flash record", 3099, kMain, Awb::used, 0, {}, Flash::none},
     {"bad flash CRC", 3099, kMain, Awb::used, 3099, kMain, Flash::bad_crc},
     {"bad AWB CRC", 3099, kMain, Awb::bad_crc, 3099, kMain, Flash::none},
@@ -123,8 +125,8 @@ void expect_flash(const Row& row, const Words& words, Effect& effect) {
     effect.log.push_back(E(start + "Not load Flashlight-Calibraton data"));
     return;
   }
-  effect.tuning[3113] = 1.099609375F;  // 1126 / 1024
-  effect.tuning[3115] = 4194302.0F;    // unsigned, unlike the AWB record's
+  effect.tuning[3113] = 4194301.0F;     // unsigned, unlike the AWB record's
+  effect.tuning[3115] = 1.0771484375F;  // 1103 / 1024
   effect.log = effect.log + Log{I(start + "Load Flashlight-Calibraton data"), I(start + gains())};
 }
 
@@ -132,7 +134,7 @@ TEST_F(ReferencePoints, EveryRecordIsUsedOrRefusedAsItsRowSays) {
   for (const Row& row : kRows) {
     const Words awb =
         record(row.awb_valid_word, row.awb_fuse, kValues, row.awb == Awb::bad_crc ? Crc::bad : Crc::good);
-    const Words flash = record(row.flash_valid_word, row.flash_fuse, kValues,
+    const Words flash = record(row.flash_valid_word, row.flash_fuse, kFlashValues,
                                row.flash == Flash::bad_crc ? Crc::bad : Crc::good);
     put_words(kAwbFile, awb);
     put_words(kFlashFile, row.flash_fuse.empty() ? Words{} : flash);

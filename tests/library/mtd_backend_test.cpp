@@ -1,6 +1,8 @@
 // Does the MTD back end find its partition, and ask, seek, erase and log exactly as documented around each
 // block? Guards against an erase too many, a block read twice and a failure that nobody can see on a phone.
 
+#include <cstring>
+
 #include "tests/support/nand_phone.h"
 
 namespace {
@@ -69,6 +71,8 @@ TEST_F(MtdBackend, OpensWithOneReadAndSaysWhatDoesNotOpen) {
     phone().add_fault({.call = "close", .path = "/proc/mtd", .error = EDQUOT});
     EXPECT_EQ(said(open), "Emtd_open(): cannot find MTD partition [mfg]!\n|");
     EXPECT_EQ(error, EIO);
+    EXPECT_STREQ(found.path, "") << "not that of the open before";
+    std::strcpy(found.path, kMtdPath);
   }
   list_in_proc_mtd("mtd7: 00008000 00001000 \"mfg\"");
   EXPECT_EQ(said(open), "Emtd_open(): /dev/mtd/mtd7: No such file or directory\n|");
@@ -181,6 +185,11 @@ const LogRow kReads[] = {
      "Emtd: ECC errors (1 soft, 1 hard) at 0x00001000\n|"
      "Emtd: ECC errors (1 soft, 1 hard) at 0x00002000\n|",
      ENOSPC},
+    {chip(Op::read, 0, Effect::ecc_failed),
+     "Emtd: ECC errors (0 soft, 1 hard) at 0x00000000\n|"
+     "Emtd: ECC errors (0 soft, 1 hard) at 0x00001000\n|"
+     "Emtd: ECC errors (0 soft, 1 hard) at 0x00002000\n|",
+     ENOSPC},
     {chip(Op::ecc_stats, -1), "Emtd: ECCGETSTATS error (Input/output error)\n|", EIO},
     {chip(Op::ecc_stats, -1, Effect::fail, 2), "Emtd: ECCGETSTATS error (Input/output error)\n|", EIO},
     {call("lseek", 1), "Emtd_read(): lseek64(): Input/output error\n|", EIO},
@@ -208,6 +217,7 @@ const LogRow kWrites[] = {
     {chip(Op::program, 0, Effect::corrupt, 1, -1), kSilent + kRetried},  // the last byte
     {chip(Op::read, 0, Effect::corrupt), kSilent + kRetried},
     {chip(Op::read, 0), kReread + kRetried},
+    {call("write", 1, 2048), "Emtd: write error at 0x00000000 (Success)\n|" + kSilent + kRetried},
     {call("lseek", 3), kWrite + kVerify + kRetried},
     {call("lseek", 4), kReread + kRetried},
     {mark(1) + chip_always(Op::erase, -1),

@@ -14,6 +14,7 @@ namespace {
 using namespace support;
 
 constexpr uint32_t kBlock = 4096;
+const uint32_t kEraseSizeAtFirst = erase_size;
 
 /// Blocks 2 and 5 are marked bad.
 class MtdUtility : public NandPhone {
@@ -46,8 +47,9 @@ class MtdUtility : public NandPhone {
 // ---- the table --------------------------------------------------------------------------------------------
 
 TEST_F(MtdUtility, TheTableKeepsWhatEarlierScansFound) {
-  list_in_proc_mtd(
-      "dev:\nmtd0: 1 1 \"a\"\nmtd31: 20000 1000 \"last\"\nmtd32: 1 1 \"out\"\nmtd-1: 1 1 \"out\"\n");
+  const std::string longest(63, 'a');
+  list_in_proc_mtd("dev:\nmtd0: 1 1 \"" + longest +
+                   "\"\nmtd31: 20000 1000 \"last\"\nmtd32: 1 1 \"out\"\nmtd-1: 1 1 \"out\"\n");
   EXPECT_EQ(said([] { EXPECT_EQ(mtd_scan_partitions(), 2); }), "Ig_mtd_state.partitions 0\n|");
   const mtd_partition* last = mtd_find_partition_by_name("last");
   ASSERT_NE(last, nullptr);
@@ -55,6 +57,7 @@ TEST_F(MtdUtility, TheTableKeepsWhatEarlierScansFound) {
   EXPECT_EQ(last->size, 0x20000U);
   EXPECT_EQ(last->erase_size, 0x1000U);
   EXPECT_EQ(mtd_find_partition_by_name("out"), nullptr);
+  EXPECT_NE(mtd_find_partition_by_name(longest.c_str()), nullptr) << "number 0";
 
   list_in_proc_mtd("mtd3: 8000 1000 \"mfg\"\n");
   EXPECT_NE(said([] { EXPECT_EQ(mtd_scan_partitions(), 1); }), "Ig_mtd_state.partitions 0\n|");
@@ -245,8 +248,13 @@ TEST_F(MtdDescriptor, EraseInfoErasesGoodBlocksAndSaysEachStep) {
   erase_size = 0x20000;
   EXPECT_EQ(said([&] { EXPECT_EQ(mtd_set_partition_erase_info(fd_, 0, 0x30000), -1); }),
             "Elength 196608 is not a multiple of erase size 131072|");
+  erase_size = 0x30000;
+  EXPECT_EQ(said([&] { EXPECT_EQ(mtd_set_partition_erase_info(fd_, 0xFFFE0000, 0xFFFF0000), 0); }),
+            "Doffset -131072 is bad block, skip...|")
+      << "what follows the last block lies past 4 GiB";
   erase_size = 0;
   EXPECT_EQ(mtd_set_partition_erase_info(fd_, 0, kBlock), -1);
+  EXPECT_EQ(kEraseSizeAtFirst, 0x20000U);
 }
 
 /// A transfer that moves what its script says, and what it was asked for.
@@ -285,6 +293,8 @@ TEST_F(MtdUtility, RepeatsInHalvesWhileMemoryIsShort) {
       {"too small to halve", 0xFFF, {}, -1, {}},
       {"an odd length never fits", 0x2001, {}, -1, {{0, 0x1000}, {0x1000, 0x1000}, {0, 0x800}, {0x800, 0x800}, {0x1000, 0x800}, {0x1800, 0x800}}},
       {"nothing", 0, {}, -1, {}},
+      {"past 2 GiB", 0xC0000000, {{-1, ENOMEM}}, 0,
+       {{0, 0x60000000}, {0, 0x30000000}, {0x30000000, 0x30000000}, {0x60000000, 0x30000000}, {0x90000000, 0x30000000}}},
   };
   // clang-format on
   Bytes buffer(0x20000);
@@ -370,7 +380,7 @@ TEST_F(MtdDescriptor, WritesAWholePartitionOverErasedBlocks) {
 // ---- by name ----------------------------------------------------------------------------------------------
 
 TEST_F(MtdUtility, DataIsReadAndWrittenByName) {
-  mtd_data_handle handle{};
+  mtd_data_handle handle{.partition = nullptr, .data = &handle};  // what is no pointer of the library's
   log_of([&] { ASSERT_EQ(mtd_data_open(&handle, "mfg"), 0); });
   EXPECT_EQ(mtd_data_write(&handle), -1) << "no data yet";
   EXPECT_EQ(said([&] { EXPECT_EQ(mtd_data_read_block(&handle), 0); }),

@@ -57,7 +57,9 @@ TEST_F(PartitionLookup, ProcEmmcTakesTheFirstWholeNameOfAWellFormedLine) {
     std::string text;
     const char* path;  // null: not found there
   };
+  const std::string longest = "/dev/block/" + std::string(244, 'd');
   const Row rows[] = {
+      {"a path of 255", longest.substr(11) + ": \"mfg\"\n", longest.c_str()},
       {"plain", header + "mmcblk0p9: 00100000 00000200 \"mfg\"\n", "/dev/block/mmcblk0p9"},
       {"first of two", "a: \"mfg\"\nb: \"mfg\"\n", "/dev/block/a"},
       {"only begins with the name", "a: \"mfg2\"\nb: \"mf\"\nc: \"MFG\"\n", nullptr},
@@ -212,6 +214,14 @@ TEST_F(PartitionTransfer, ShortTransfersFailAndTheImageNeverGrows) {
   }
   phone().add_fault({.call = "write", .path = "/dev/block/mmcblk0p6", .transfer = 3});
   EXPECT_EQ(partition_write(&handle_, 0, 64, bytes), -1) << "not tried again";
+  for (const char* call : {"read", "write"}) {
+    phone().clear_faults();
+    phone().add_fault({.call = call, .path = "/dev/block/mmcblk0p6", .transfer = 3});
+    const int64_t length = (int64_t{1} << 32) + 3;
+    EXPECT_EQ((*call == 'r' ? partition_read(&handle_, 0, length, bytes)
+                            : partition_write(&handle_, 0, length, bytes)),
+              -1);
+  }
   EXPECT_EQ(phone().partition().size(), static_cast<size_t>(kSize));
 }
 

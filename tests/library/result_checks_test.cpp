@@ -373,6 +373,7 @@ TEST_F(ResultChecks, OnlyAnAbsentCacheFileLeadsToTheNextSource) {
         show(path_of(first, 0), file);
         EXPECT_EQ(ask(first).result, -1) << path_of(first, 0);
       }
+      EXPECT_EQ(ask(first, 0, record_of(first.kind, kMain)).result, &first == &kFlashFile ? -1 : 0);
       hide(first);
       EXPECT_EQ(ask(*second).result, second == &kFlashFile ? -1 : 0) << path_of(*second, 0);
       hide(*second);
