@@ -146,6 +146,12 @@ TEST_F(ReferencePoints, EveryRecordIsUsedOrRefusedAsItsRowSays) {
     EXPECT_EQ(without_loading(log), effect.log) << row.what;
     EXPECT_EQ(bits_of(tuning), bits_of(effect.tuning)) << row.what;
   }
+  put_words(kAwbFile, record(3099, kMain, kValues));
+  put_words(kFlashFile, {});
+  put("/sys/android_camera_awb_cal/awb_cal", {});
+  EXPECT_EQ(log_of([&] { correct(made_tuning()); }).back(),
+            E(kName + ", [Flash Calibration] Not load Flashlight-Calibraton data"))
+      << "an empty export is one of zeros";
 }
 
 TEST_F(ReferencePoints, TheArithmeticByHand) {
