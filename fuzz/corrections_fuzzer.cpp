@@ -138,7 +138,7 @@ void correct_reference_points(const Call& call, Transcript& said) {
   awb_calibration_set_GS(golden, golden);
   const unsigned struck = phone.struck;
   QOR_AWB_Calibration_Reference_Points_Correction(tuning.floats());
-  if (phone.struck == struck) {
+  if (is_to_be_compared(struck)) {
     const Opinion awb = awb_opinion(0, false);
     const bool points = tuning.changed({48, 168}) || tuning.changed({12392, 12452});
     const bool flash = tuning.changed({12452, 12464});
@@ -159,7 +159,7 @@ void correct_for_module(const Call& call, Transcript& said) {
   const unsigned struck = phone.struck;
   Correct_Reference_Points_qorModule(tuning.floats(), ratio[0], ratio[1], ratio[2]);
   said.add(ratio, sizeof ratio);
-  if (phone.struck == struck) {
+  if (is_to_be_compared(struck)) {
     const Opinion awb = awb_opinion(1, true);
     require(ratio[0][0] == -3 || awb.is_accepted, "ratios come from a good record");
     const Opinion led = opinion_of(of_camera(CAMERA "flash_dual_cal", CAMERA "flash_dual_cal_front_CAM",
@@ -188,7 +188,7 @@ void set_mesh(const Call& call, Transcript& said) {
   const float bright = odd_value(call.argument[0]), low = odd_value(call.argument[1]);
   const int32_t result = Sensor_set_mesh(tuning.bytes(), 0, bright, low);
   said.add(result);
-  if (phone.struck == struck) {
+  if (is_to_be_compared(struck)) {
     const char* cache = of_camera(CAMERA "lsc_cal", CAMERA "lsc_cal_front_CAM", CAMERA "lsc_cal_sub_CAM");
     const Source& source = source_of(cache, node(), 64, 3584, 64);
     RecordForm form = kLensShading;
@@ -219,7 +219,7 @@ void balance_pair(Transcript& said) {
   const unsigned struck = phone.struck;
   Dual_Cam_Correction(&ratios[0], &ratios[1], &ratios[2], &ratios[3]);
   said.add(ratios, sizeof ratios);
-  if (phone.struck != struck) return;
+  if (!is_to_be_compared(struck)) return;
   const Opinion d50 = awb_opinion(0, true);
   require((ratios[0] == 1.0F && ratios[1] == 1.0F) || d50.is_accepted, "D50 ratios come from a good record");
   RecordForm form = kEightWords;

@@ -70,7 +70,7 @@ void load(const Call& call, uint8_t number, Transcript& said) {
   buffer.check();
   said.add(result);
   if (result > 0) said.add(buffer.data(), std::min(static_cast<size_t>(result), buffer.size()));
-  if (phone.struck == struck) check_loaded(buffer, kind, result);
+  if (is_to_be_compared(struck)) check_loaded(buffer, kind, result);
 }
 
 void load_awb(Transcript& said) {
@@ -81,7 +81,7 @@ void load_awb(Transcript& said) {
   buffer.check();
   said.add(result);
   said.add(tag);
-  if (phone.struck != struck) return;
+  if (!is_to_be_compared(struck)) return;
   const Kind kind = kind_of(0);
   const bool is_cache = file_at(kind.cache).exists;
   const auto node_tag = static_cast<uint32_t>(field(source_of(kind.cache, node(), 3944, 4).bytes, 4));
@@ -141,7 +141,7 @@ void identify(Transcript& said) {
   awb_get_fuseid(words);
   said.add(words, sizeof words);
   const Fuse fuse = fuse_of(program_camera());
-  for (size_t i = 0; i < 4 && phone.struck == struck; ++i) {
+  for (size_t i = 0; i < 4 && is_to_be_compared(struck); ++i) {
     require(words[i] == fuse[i], "the fuse ID is the properties'");
   }
 }

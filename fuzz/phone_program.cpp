@@ -190,6 +190,7 @@ void change(uint8_t step, File*& file, Input& input) {
 
 constinit int32_t camera = 0;
 constinit uint8_t fill = 0;
+constexpr uint8_t kFirstFill = 0xA5;
 
 [[gnu::noinline]] void leave_on_stack(uint8_t byte) {
   volatile uint8_t remains[16 * 1024];
@@ -239,6 +240,10 @@ uint8_t pass_fill() {
   return fill;
 }
 
+bool is_to_be_compared(unsigned struck) {
+  return fill == kFirstFill && phone.struck == struck;
+}
+
 int32_t program_camera() {
   return camera == 0 || camera == 1 ? camera : 2;
 }
@@ -265,7 +270,7 @@ void run_program(std::span<const uint8_t> bytes, void (*perform)(const Call&, Tr
   }
   if (asks_for_too_much()) return;
   phone.is_on = true;
-  fill = 0xA5;
+  fill = kFirstFill;
   make_calls({calls, count}, perform, first);
   fill = 0x3C;
   make_calls({calls, count}, perform, second);

@@ -100,6 +100,10 @@ void require_filled(const uint8_t* from, const uint8_t* to, const char* what);
 /// The filling of buffers and of the stack in this pass.
 uint8_t pass_fill();
 
+/// Whether the call since `struck` faults is one for a second opinion: no fault struck, and none was given in the first
+/// pass, whose results the second one repeats.
+bool is_to_be_compared(unsigned struck);
+
 /// The camera that the program selects.
 int32_t program_camera();
 
