@@ -266,6 +266,12 @@ void partition_changed(size_t from, size_t to) {
   changed_to = std::max(changed_to, to);
 }
 
+std::vector<uint8_t> changes_of_partition() {
+  std::vector<uint8_t> bytes(std::max<size_t>(0x14000, changed_to));
+  for (size_t i = changed_from; i < changed_to; ++i) bytes[i] = partition_bytes[i];
+  return bytes;
+}
+
 void begin_pass() {
   phone.calls = phone.struck = phone.written = 0;
   phone.used_chip = false;

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <vector>
 
 namespace fuzz {
 
@@ -73,6 +74,8 @@ void new_phone();
 void create(File& file, size_t size);
 /// Bytes [from, to) of the partition were changed; new_phone() puts them back.
 void partition_changed(size_t from, size_t to);
+/// The partition as it is where nothing but changes counts: zeros elsewhere.
+std::vector<uint8_t> changes_of_partition();
 
 void begin_pass();
 size_t open_descriptors();

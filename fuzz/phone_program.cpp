@@ -248,13 +248,12 @@ int32_t program_camera() {
   return camera == 0 || camera == 1 ? camera : 2;
 }
 
-void run_program(std::span<const uint8_t> bytes, void (*perform)(const Call&, Transcript&)) {
-  static Transcript first, second;
+std::span<const Call> build_phone(std::span<const uint8_t> bytes) {
+  static Call calls[kMostCalls];
   Input input(bytes);
   new_phone();
   camera = static_cast<int8_t>(input.byte());
   phone.log_mask = input.byte() | 0x10U;
-  Call calls[kMostCalls];
   size_t count = 0;
   File* file = &files().front();
   while (!input.is_at_end() && count < kMostCalls) {
@@ -268,12 +267,18 @@ void run_program(std::span<const uint8_t> bytes, void (*perform)(const Call&, Tr
       change(step, file, input);
     }
   }
+  return {calls, count};
+}
+
+void run_program(std::span<const uint8_t> bytes, void (*perform)(const Call&, Transcript&)) {
+  static Transcript first, second;
+  const std::span<const Call> calls = build_phone(bytes);
   if (asks_for_too_much()) return;
   phone.is_on = true;
   fill = kFirstFill;
-  make_calls({calls, count}, perform, first);
+  make_calls(calls, perform, first);
   fill = 0x3C;
-  make_calls({calls, count}, perform, second);
+  make_calls(calls, perform, second);
   phone.is_on = false;
   if (!(first == second))
     fprintf(stderr, "first: %s\nthen: %s\n", first.text().c_str(), second.text().c_str());

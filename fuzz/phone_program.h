@@ -107,6 +107,9 @@ bool is_to_be_compared(unsigned struck);
 /// The camera that the program selects.
 int32_t program_camera();
 
+/// The phone of an input, and its calls: as many as are looked at.
+std::span<const Call> build_phone(std::span<const uint8_t> input);
+
 /// Runs an input: `perform` makes one call and adds to the transcript what came of it.
 void run_program(std::span<const uint8_t> input, void (*perform)(const Call& call, Transcript& transcript));
 

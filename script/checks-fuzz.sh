@@ -4,12 +4,14 @@
 # too; what is made below from the project's own files; and what earlier runs on this machine have found worth keeping.
 # All of it lies in build/fuzz/corpus/NAME.
 
-FUZZERS="loaders_fuzzer corrections_fuzzer checks_fuzzer nand_fuzzer inspect_fuzzer pack_fuzzer backup_fuzzer log_fuzzer"
+FUZZERS="loaders_fuzzer corrections_fuzzer checks_fuzzer nand_fuzzer
+  inspect_fuzzer pack_fuzzer backup_fuzzer log_fuzzer
+  phone_fuzzer frames_fuzzer"
 
 # The library's inputs are small programs, and a chip's a few choices: long ones find nothing more and cost time.
 longest_input() {
   case $1 in
-    loaders_fuzzer | corrections_fuzzer | checks_fuzzer) echo 512 ;;
+    loaders_fuzzer | corrections_fuzzer | checks_fuzzer | phone_fuzzer) echo 512 ;;
     nand_fuzzer) echo 128 ;;
     *) echo 8192 ;;
   esac

@@ -4,6 +4,7 @@
 
 #include "inspect/errors.h"
 #include "inspect/files.h"
+#include "run/dng.h"
 
 namespace awbcal {
 
@@ -41,23 +42,25 @@ void add_stream(const std::string& name, const Bytes& bytes, std::vector<FrameOf
     frames.push_back({fmt::format("{}:{}", name, line), {.frame = frame}});
 }
 
-void add_file(const std::string& name, const FrameFileOptions& options, std::vector<FrameOfFile>& frames) {
-  const FileContent content = read_file(name, kLargestFrames);
-  if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", name, *content.trouble));
+}  // namespace
+
+void add_frames(const std::string& name, const Bytes& bytes, const FrameFileOptions& options,
+                std::vector<FrameOfFile>& frames) {
   RawFormat format = options.format;
-  format.packing = format_of(name, content.bytes, format);
-  if (format.packing == "csv") return add_stream(name, content.bytes, frames);
-  const BayerImage image =
-      format.packing == "dng" ? read_dng(content.bytes, name) : unpack(content.bytes, format, name);
+  format.packing = format_of(name, bytes, format);
+  if (format.packing == "csv") return add_stream(name, bytes, frames);
+  const BayerImage image = format.packing == "dng" ? read_dng(bytes, name) : unpack(bytes, format, name);
   frames.push_back({name, reduce(image, options.grid, name)});
 }
-
-}  // namespace
 
 std::vector<FrameOfFile> read_frame_files(const std::vector<std::string>& files,
                                           const FrameFileOptions& options) {
   std::vector<FrameOfFile> frames;
-  for (const std::string& name : files) add_file(name, options, frames);
+  for (const std::string& name : files) {
+    const FileContent content = read_file(name, kLargestFrames);
+    if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", name, *content.trouble));
+    add_frames(name, content.bytes, options, frames);
+  }
   return frames;
 }
 
