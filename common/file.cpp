@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 
 #include "common/log.h"
+#include "common/uninterrupted.h"
 
 namespace calib {
 
@@ -17,15 +17,14 @@ Descriptor::~Descriptor() {
 }
 
 int open_for_reading(const char* path) {
-  return open(path, O_RDONLY | O_CLOEXEC);
+  return uninterrupted([&] { return open(path, O_RDONLY | O_CLOEXEC); });
 }
 
 size_t read_up_to(int fd, void* buffer, size_t size) {
   auto* bytes = static_cast<unsigned char*>(buffer);
   size_t done = 0;
   while (done < size) {
-    const ssize_t moved = read(fd, bytes + done, size - done);
-    if (moved < 0 && errno == EINTR) continue;
+    const ssize_t moved = uninterrupted([&] { return read(fd, bytes + done, size - done); });
     if (moved <= 0) break;
     done += static_cast<size_t>(moved);
   }
@@ -37,10 +36,15 @@ ssize_t read_file(const char* path, void* buffer, size_t size) {
   return file.is_open() ? static_cast<ssize_t>(read_up_to(file.get(), buffer, size)) : -1;
 }
 
+int remove_file(const char* path) {
+  return uninterrupted([&] { return remove(path); });
+}
+
 int create_replacement(const char* path) {
-  remove(path);
+  remove_file(path);
   // Not through a link that another process may have put there since.
-  return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
+  return uninterrupted([&] { return open(path, kFlags, 0666); });
 }
 
 namespace {
@@ -51,30 +55,37 @@ constexpr mode_t kMode = 0644;
 bool write_whole(int fd, const void* data, size_t size) {
   const auto* bytes = static_cast<const unsigned char*>(data);
   for (size_t done = 0; done < size;) {
-    const ssize_t moved = write(fd, bytes + done, size - done);
-    if (moved < 0 && errno == EINTR) continue;
+    const ssize_t moved = uninterrupted([&] { return write(fd, bytes + done, size - done); });
     if (moved <= 0) return false;
     done += static_cast<size_t>(moved);
   }
   return true;
 }
 
+void put_on_medium(int fd) {
+  uninterrupted([&] { return fsync(fd); });
+}
+
+void set_mode(int fd) {
+  uninterrupted([&] { return fchmod(fd, kMode); });
+}
+
 }  // namespace
 
 void finish_marker(int fd, const void* data, size_t size) {
   write_whole(fd, data, size);
-  fsync(fd);
-  fchmod(fd, kMode);
+  put_on_medium(fd);
+  set_mode(fd);
   close(fd);
 }
 
 void finish_cache(int fd, const void* data, size_t size, const char* path, const char* mode_path) {
   const bool is_whole = write_whole(fd, data, size);
-  fsync(fd);
-  if (path == mode_path) fchmod(fd, kMode);
+  put_on_medium(fd);
+  if (path == mode_path) set_mode(fd);
   close(fd);
-  if (path != mode_path) chmod(mode_path, kMode);
-  if (!is_whole) remove(path);
+  if (path != mode_path) uninterrupted([&] { return chmod(mode_path, kMode); });
+  if (!is_whole) remove_file(path);
 }
 
 }  // namespace calib

@@ -33,6 +33,9 @@ size_t read_up_to(int fd, void* buffer, size_t size);
 /// Opens `path`, reads up to `size` bytes and closes it. Returns the bytes read, or -1 if it does not open.
 ssize_t read_file(const char* path, void* buffer, size_t size);
 
+/// As remove(3), whose result it gives.
+int remove_file(const char* path);
+
 /// First half of replacing a file: removes it and creates it empty. Returns the descriptor, or -1.
 [[nodiscard]] int create_replacement(const char* path);
 

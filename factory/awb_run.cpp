@@ -162,7 +162,7 @@ void log_record_in_one_line(const AwbRecord& record) {
 /// decides when it has waited too long.
 void begin_run(const Tolerance& tolerance) {
   const Camera camera = run_camera();
-  remove(run_files().success.of(camera));
+  calib::remove_file(run_files().success.of(camera));
   const int fd = calib::create_replacement(run_files().fail.of(camera));
   if (fd < 0) {
     LOGI("[AWB Calibration] can't open /data/misc/camera/awb_calibration_fail.txt");
@@ -238,7 +238,7 @@ void finish_run(const Tolerance& tolerance, const RunResult& result) {
   const RunFiles& files = run_files();
   const bool is_good = record.valid_word % calib::kVersionUnit == calib::kValidMark;
 
-  remove(files.fail.of(camera));
+  calib::remove_file(files.fail.of(camera));
   const char* marker = is_good ? files.success.of(camera) : files.fail.of(camera);
   const char* cache = files.cache.of(camera);
   const int marker_fd = calib::create_replacement(marker);

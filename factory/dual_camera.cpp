@@ -75,7 +75,7 @@ int32_t QOR_DUAL_CalibrationData_write_to_flash(awb_fuse_id fuse) {
   constexpr const char* kName = "QOR_DUAL_CalibrationData_write_to_flash";
   constexpr uint32_t kOffset = calib::kAreaDualCamera;
   LOGI("%s: offset(%d)", kName, static_cast<int32_t>(kOffset));
-  remove(kSuccessMarker);
+  calib::remove_file(kSuccessMarker);
   const OnHeap<DualCameraRecord> record;
   if (!record) return fail_without_memory(kName);
   if (calib::read_file(kPayloadFile, record->payload, sizeof record->payload) < 0) {
@@ -101,7 +101,7 @@ int32_t QOR_DUAL_Calibration_write_to_flash() {
   constexpr const char* kName = "QOR_DUAL_Calibration_write_to_flash";
   constexpr uint32_t kOffset = calib::kAreaDualCameraFirstForm;
   LOGI("%s: offset(%d)", kName, static_cast<int32_t>(kOffset));
-  remove(kSuccessMarker);
+  calib::remove_file(kSuccessMarker);
   const OnHeap<DualCameraFirstFormRecord> record;
   const OnHeap<DualCameraFirstFormRecord> stored;
   if (!record || !stored) return fail_without_memory(kName);

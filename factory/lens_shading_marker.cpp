@@ -19,7 +19,7 @@ constexpr const char* kMarker = "/data/misc/camera/lsc_calibration_done.txt";
 
 int32_t QOR_Init_LSC() {
   LOGI("%s\n", "QOR_Init_LSC");
-  return remove(kMarker);
+  return calib::remove_file(kMarker);
 }
 
 void QOR_Set_LSC(const void* buffer, uint32_t length) {

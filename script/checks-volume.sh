@@ -33,3 +33,11 @@ check_schedules() {
   on_two_cores $chips --seed $((seed)) : $chips --seed $more
   on_two_cores $phones --seed $((seed)) : $phones --seed $more
 }
+
+# Four hundred faults of the library, the phone and the tool, each of which a test has to catch; those that would leak
+# under the sanitizers.
+check_mutants() {
+  build debug
+  build asan
+  script/mutants.py --share "${SHARE:-1}"
+}

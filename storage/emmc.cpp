@@ -10,6 +10,7 @@
 #include "awb_calibration/storage.h"
 #include "common/file.h"
 #include "common/log.h"
+#include "common/uninterrupted.h"
 #include "storage/proc_emmc.h"
 
 namespace {
@@ -34,14 +35,15 @@ int find_by_name(emmc_state* state, const char* name) {
   for (int i = 0; i <= calib::emmc::kLastController; ++i) {
     char folder[64];
     calib::emmc::set_by_name_folder(folder, i);
-    if (access(folder, F_OK) != 0) continue;
+    if (calib::uninterrupted([&] { return access(folder, F_OK); }) != 0) continue;
     LOGD("emmc GPT partition exist, path[%s]\n", folder);
 
     char link[512];
     const int length = snprintf(link, sizeof link, "%s%s", folder, name);
     if (length >= static_cast<int>(sizeof link)) continue;
     char target[257] = {};
-    if (readlink(link, target, sizeof target - 1) <= 0) continue;
+    const auto read_link = [&] { return readlink(link, target, sizeof target - 1); };
+    if (calib::uninterrupted(read_link) <= 0) continue;
     LOGD("found emmc GPT partition [%s]=[%s]\n", name, target);
     snprintf(state->path, sizeof state->path, "%.255s", target);
     return 0;
@@ -76,7 +78,7 @@ int32_t emmc_open(emmc_state* state, const char* name) {
   if (state == nullptr || name == nullptr) return FAIL("emmc_open(): invalid argument!\n");
 
   find_device(state, name);
-  const int fd = open(state->path, O_RDWR);
+  const int fd = calib::uninterrupted([&] { return open(state->path, O_RDWR); });
   if (fd < 0) return FAIL("emmc_open(): %s: %s\n", state->path, strerror(errno));
   state->fd = fd;
   return 0;

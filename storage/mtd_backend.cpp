@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "awb_calibration/storage.h"
+#include "common/uninterrupted.h"
 #include "storage/mtd_blocks.h"
 #include "storage/mtd_log.h"
 #include "storage/proc_mtd.h"
@@ -82,10 +83,10 @@ struct WriteBlocks {
 /// block lands in front of the one that it came from.
 int32_t merge_block(const mtd_partition& state, int64_t offset, int64_t count, const uint8_t* bytes,
                     const WriteBlocks& blocks) {
-  const int64_t position = lseek64(state.fd, 0, SEEK_CUR);
+  const int64_t position = calib::mtd::seek(state.fd, 0, SEEK_CUR);
   if (position < 0) return write_seek_failed();
   if (calib::mtd::read_block(state, state.fd, blocks.scratch) != 0) return -1;
-  if (lseek64(state.fd, position, SEEK_SET) != position) return write_seek_failed();
+  if (calib::mtd::seek(state.fd, position, SEEK_SET) != position) return write_seek_failed();
   memcpy(blocks.scratch + offset, bytes, static_cast<size_t>(count));
   return calib::mtd::write_block(state, state.fd, blocks.scratch, blocks.verify) == 0 ? 0 : -1;
 }
@@ -107,7 +108,7 @@ int32_t mtd_open(mtd_partition* state, const char* name) {
   if (state == nullptr || name == nullptr) return FAIL("mtd_open(): invalid argument!\n");
 
   if (find_partition(state, name) != 0) return FAIL("mtd_open(): cannot find MTD partition [%s]!\n", name);
-  state->fd = open(state->path, O_RDWR);
+  state->fd = calib::uninterrupted([&] { return open(state->path, O_RDWR); });
   if (state->fd < 0) return FAIL("mtd_open(): %s: %s\n", state->path, strerror(errno));
   return 0;
 }
@@ -116,7 +117,8 @@ int32_t mtd_read(mtd_partition* state, int64_t offset, int64_t length, void* buf
   if (!transfer_is_valid(state, offset, length, buffer)) return FAIL("mtd_read(): invalid argument!\n");
   if (state->erase_size == 0) return -1;
 
-  if (lseek64(state->fd, 0, SEEK_SET) != 0) return FAIL("mtd_read(): lseek64(): %s\n", strerror(errno));
+  if (calib::mtd::seek(state->fd, 0, SEEK_SET) != 0)
+    return FAIL("mtd_read(): lseek64(): %s\n", strerror(errno));
   const HeapBlock scratch(state->erase_size);
   if (scratch.is_null()) return FAIL("mtd_read(): malloc failed!\n");
   return read_range(*state, offset, length, static_cast<uint8_t*>(buffer), scratch.get());
@@ -126,7 +128,7 @@ int32_t mtd_write(mtd_partition* state, int64_t offset, int64_t length, const vo
   if (!transfer_is_valid(state, offset, length, buffer)) return FAIL("mtd_write(): invalid argument!\n");
   if (state->erase_size == 0) return -1;
 
-  if (lseek64(state->fd, 0, SEEK_SET) != 0) return write_seek_failed();
+  if (calib::mtd::seek(state->fd, 0, SEEK_SET) != 0) return write_seek_failed();
   // Both before anything is erased: a block that could not be verified must not lose what it holds.
   const HeapBlock scratch(state->erase_size);
   const HeapBlock verify(state->erase_size);

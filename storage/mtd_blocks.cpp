@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/uninterrupted.h"
 #include "storage/mtd_log.h"
 
 namespace calib::mtd {
@@ -29,16 +30,18 @@ int32_t no_space() {
 }
 
 bool read_at(int fd, int64_t position, uint8_t* destination, uint32_t size) {
-  return lseek64(fd, position, SEEK_SET) == position && read(fd, destination, size) == ssize_t{size};
+  return seek(fd, position, SEEK_SET) == position &&
+         uninterrupted([&] { return read(fd, destination, size); }) == ssize_t{size};
 }
 
 bool write_at(int fd, int64_t position, const uint8_t* source, uint32_t size) {
-  return lseek64(fd, position, SEEK_SET) == position && write(fd, source, size) == ssize_t{size};
+  return seek(fd, position, SEEK_SET) == position &&
+         uninterrupted([&] { return write(fd, source, size); }) == ssize_t{size};
 }
 
 int32_t get_ecc_stats(int fd, mtd_ecc_stats* stats) {
-  if (ioctl(fd, ECCGETSTATS, stats) != 0) return FAIL("mtd: ECCGETSTATS error (%s)\n", strerror(errno));
-  return 0;
+  if (uninterrupted([&] { return ioctl(fd, ECCGETSTATS, stats); }) == 0) return 0;
+  return FAIL("mtd: ECCGETSTATS error (%s)\n", strerror(errno));
 }
 
 enum class ReadOutcome { usable, pass_over, give_up };
@@ -106,14 +109,18 @@ int32_t write_with_retry(int fd, int64_t position, const uint8_t* source, uint8_
 
 }  // namespace
 
+int64_t seek(int fd, int64_t offset, int whence) {
+  return uninterrupted([&] { return lseek64(fd, offset, whence); });
+}
+
 BadBlockAnswer ask_bad_block(int fd, int64_t position) {
   loff_t offset = position;
-  return {ioctl(fd, MEMGETBADBLOCK, &offset)};
+  return {uninterrupted([&] { return ioctl(fd, MEMGETBADBLOCK, &offset); })};
 }
 
 bool erase_block(int fd, int64_t start, uint32_t length) {
   erase_info_user erase{static_cast<uint32_t>(start), length};
-  return ioctl(fd, MEMERASE, &erase) == 0;
+  return uninterrupted([&] { return ioctl(fd, MEMERASE, &erase); }) == 0;
 }
 
 void* allocate_zeroed(uint32_t size) {
@@ -127,7 +134,7 @@ HeapBlock::HeapBlock(uint32_t size) : bytes_(static_cast<uint8_t*>(allocate_zero
 int32_t read_block(const mtd_partition& partition, int fd, uint8_t* destination) {
   mtd_ecc_stats baseline{};
   if (get_ecc_stats(fd, &baseline) != 0) return -1;
-  int64_t position = lseek64(fd, 0, SEEK_CUR);
+  int64_t position = seek(fd, 0, SEEK_CUR);
   if (position < 0) return -1;
   for (; block_fits(partition, position); position += partition.erase_size) {
     switch (read_and_judge(partition, fd, position, baseline, destination)) {
@@ -143,7 +150,7 @@ int32_t read_block(const mtd_partition& partition, int fd, uint8_t* destination)
 }
 
 int32_t write_block(const mtd_partition& partition, int fd, const uint8_t* source, uint8_t* verify) {
-  int64_t position = lseek64(fd, 0, SEEK_CUR);
+  int64_t position = seek(fd, 0, SEEK_CUR);
   if (position < 0) return 1;
   for (; block_fits(partition, position); position += partition.erase_size) {
     if (ask_bad_block(fd, position).state() == BlockState::bad) {

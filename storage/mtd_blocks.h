@@ -13,6 +13,10 @@
 
 namespace calib::mtd {
 
+/// lseek64(), made again when a signal interrupts it, as every call on the device is: taken for a failure it would
+/// move a read, and with it the write that merges what was read, on to another block.
+int64_t seek(int fd, int64_t offset, int whence);
+
 /// What the kernel says about a block. Reading passes over all but the good ones; writing uses a block that
 /// could not be asked about: the erase and the verify decide then.
 enum class BlockState { good, bad, could_not_ask };

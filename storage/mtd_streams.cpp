@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "awb_calibration/storage.h"
+#include "common/uninterrupted.h"
 #include "storage/mtd_blocks.h"
 #include "storage/mtd_log.h"
 #include "storage/proc_mtd.h"
@@ -57,7 +58,7 @@ Context* open_context(const mtd_partition* partition, int flags) {
   if (context->buffer != nullptr) {
     char path[256];
     calib::mtd::set_device_path(path, partition->index);
-    context->fd = open(path, flags);
+    context->fd = calib::uninterrupted([&] { return open(path, flags); });
     if (context->fd >= 0) return context;
   }
   release(context);
@@ -168,7 +169,7 @@ int64_t mtd_write_data(mtd_write_context* context, const void* data, int64_t len
 int64_t mtd_erase_blocks(mtd_write_context* context, int32_t blocks) {
   if (context == nullptr || flush(context) != 0) return -1;
 
-  int64_t position = lseek64(context->fd, 0, SEEK_CUR);
+  int64_t position = calib::mtd::seek(context->fd, 0, SEEK_CUR);
   if (position < 0) return -1;
   const mtd_partition& partition = context->partition;
   const int64_t available = blocks_from(partition, position);

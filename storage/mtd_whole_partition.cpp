@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "awb_calibration/storage.h"
+#include "common/uninterrupted.h"
 #include "storage/mtd_blocks.h"
 #include "storage/mtd_log.h"
 #include "storage/proc_mtd.h"
@@ -24,11 +25,11 @@ using calib::mtd::log_module;
 constexpr uint32_t kSmallestPiece = 4096;  // a piece below this is not halved again
 
 ssize_t read_piece(int fd, void* buffer, size_t count) {
-  return read(fd, buffer, count);
+  return calib::uninterrupted([&] { return read(fd, buffer, count); });
 }
 
 ssize_t write_piece(int fd, void* buffer, size_t count) {
-  return write(fd, buffer, count);
+  return calib::uninterrupted([&] { return write(fd, buffer, count); });
 }
 
 /// A transfer that moved less than it was asked for says nothing about memory, whatever errno still holds.
@@ -85,16 +86,17 @@ int32_t mtd_open_partition_device(const mtd_partition* partition) {
 
   char path[256];
   calib::mtd::set_device_path(path, partition->index);
-  const int fd = open(path, O_RDWR);
+  const int fd = calib::uninterrupted([&] { return open(path, O_RDWR); });
   return fd < 0 ? FAIL("cannot open device [%s]!\n", path) : fd;
 }
 
 int32_t mtd_get_partition_info(int32_t fd, mtd_info_user* info) {
-  return fd < 0 || info == nullptr ? -1 : ioctl(fd, MEMGETINFO, info);
+  return fd < 0 || info == nullptr ? -1 : calib::uninterrupted([&] { return ioctl(fd, MEMGETINFO, info); });
 }
 
 int32_t mtd_get_partition_region_info(int32_t fd, region_info_user* info) {
-  return fd < 0 || info == nullptr ? -1 : ioctl(fd, MEMGETREGIONINFO, info);
+  return fd < 0 || info == nullptr ? -1
+                                   : calib::uninterrupted([&] { return ioctl(fd, MEMGETREGIONINFO, info); });
 }
 
 int32_t mtd_set_partition_erase_info(int32_t fd, uint32_t start, uint32_t end) {
@@ -131,7 +133,7 @@ int32_t alloc_mtd_repeat_and_do(mtd_transfer transfer, int32_t fd, void* buffer,
 }
 
 int32_t mtd_read_partition_data(int32_t fd, uint32_t* size, void** out) {
-  if (size == nullptr || lseek64(fd, 0, SEEK_SET) != 0) return -1;
+  if (size == nullptr || calib::mtd::seek(fd, 0, SEEK_SET) != 0) return -1;
   if (*size == 0) {
     if (get_partition_size(fd, size) != 0) return -1;
     if (out == nullptr) return 0;
@@ -140,7 +142,7 @@ int32_t mtd_read_partition_data(int32_t fd, uint32_t* size, void** out) {
 
   *out = calib::mtd::allocate_zeroed(*size);
   if (*out == nullptr) return -1;
-  const ssize_t moved = read(fd, *out, *size);
+  const ssize_t moved = read_piece(fd, *out, *size);
   if (moved == ssize_t{*size}) return 0;
   REPORT("cannot read %u bytes from partition! errno = %d", *size, errno);
   if (ran_out_of_memory(moved) && alloc_mtd_repeat_and_do(read_piece, fd, *out, *size) == 0) return 0;
@@ -153,8 +155,8 @@ int32_t mtd_read_partition_data(int32_t fd, uint32_t* size, void** out) {
 int32_t mtd_write_partition_data(int32_t fd, uint32_t length, const void* buffer) {
   if (length == 0 || buffer == nullptr) return -1;
   if (mtd_set_partition_erase_info(fd, 0, length) < 0) return -1;
-  if (lseek64(fd, 0, SEEK_SET) != 0) return -1;
-  const ssize_t moved = write(fd, buffer, length);
+  if (calib::mtd::seek(fd, 0, SEEK_SET) != 0) return -1;
+  const ssize_t moved = write_piece(fd, const_cast<void*>(buffer), length);
   if (moved == ssize_t{length}) return 0;
   REPORT("cannot write %u bytes to partition! errno = %d", length, errno);
   if (!ran_out_of_memory(moved)) return -1;

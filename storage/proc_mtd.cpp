@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "common/file.h"
+#include "common/uninterrupted.h"
 
 namespace calib::mtd {
 
@@ -36,7 +37,7 @@ bool parse_line(const char* line, ProcMtdEntry* entry) {
 ssize_t read_proc_mtd(char* text, size_t size) {
   const Descriptor file(open_for_reading(kTable));
   if (!file.is_open()) return -1;
-  const ssize_t length = read(file.get(), text, size - 1);
+  const ssize_t length = uninterrupted([&] { return read(file.get(), text, size - 1); });
   text[std::max<ssize_t>(length, 0)] = '\0';
   return length;
 }

@@ -7,6 +7,7 @@
 #include "awb_calibration/verify.h"
 #include "common/file.h"
 #include "common/on_heap.h"
+#include "common/uninterrupted.h"
 #include "records/module_identity.h"
 #include "verify/result_check.h"
 
@@ -40,7 +41,7 @@ bool read_record(DualCameraRecord& record) {
   }
   LOGI("Read from file OK: /sys/android_camera_awb_cal/awb_cal_3D");
   // A node that cannot seek is read all the same: its checksum tells.
-  lseek(node.get(), kRecordInNode, SEEK_SET);
+  calib::uninterrupted([&] { return lseek(node.get(), kRecordInNode, SEEK_SET); });
   calib::read_up_to(node.get(), &record, sizeof record);
   return true;
 }

@@ -11,6 +11,8 @@
  *  changed in place, only where said. A gain is a record's word / 1024, a colour ratio 1024 / word. With a
  *  null pointer nothing is done.
  *
+ *  A signal changes nothing: the system call that it interrupts is made again.
+ *
  *  Not re-entrant: one call at a time, on the thread that owns the blocks.
  */
 #ifndef AWB_CALIBRATION_CORRECTION_H

@@ -3,7 +3,8 @@
  *
  *  The factory tool steers a run through system properties; the camera stack calls the per-frame entries from
  *  its frame thread and the others when a camera is opened. All state is process-wide and unsynchronised: one
- *  call at a time. Files are written under /data/misc/camera with mode 0644; the lines that go to standard
+ *  call at a time. A signal that interrupts a system call is no failure but as storage.h says, in a transfer on
+ *  eMMC. Files are written under /data/misc/camera with mode 0644; the lines that go to standard
  *  output are the factory tool's console.
  */
 #ifndef AWB_CALIBRATION_FACTORY_H

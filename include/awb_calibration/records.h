@@ -5,7 +5,8 @@
  *  The record area begins at byte 0x20000 of partition "mfg" when the property "ro.pagesize" is exactly
  *  "4096", else at 0x10000; it holds a slot of 4096 bytes per camera: camid 0 main, 1 front, 2 sub.
  *
- *  All state is process-wide and unsynchronised: one call at a time.
+ *  All state is process-wide and unsynchronised: one call at a time. Signals are no failure of a loader, which
+ *  goes on reading; for the record area storage.h says what they do.
  */
 #ifndef AWB_CALIBRATION_RECORDS_H
 #define AWB_CALIBRATION_RECORDS_H

@@ -2,6 +2,8 @@
  *  Byte-range access to the calibration partition, whether it is an eMMC block device or raw NAND (MTD).
  *
  *  Results are 0 for success and -1 for failure unless a function says otherwise; a failure is also logged.
+ *  A system call that a signal interrupts (EINTR) is made again, but for a seek or a transfer on eMMC and for a
+ *  close, which then fail with it.
  *  Offsets are absolute byte offsets in the partition. No function takes a lock: one thread at a time per
  *  handle, state or context, and no two writers of one partition. Only the table of MTD partitions outlives
  *  a call; it is the process's, so only one thread at a time may scan, look a partition up or close a data
@@ -76,10 +78,11 @@ AWB_CALIBRATION_API int32_t partition_close(struct partition_handle* handle);
  *  @return 0, or -1 when the device cannot be opened or an argument is null */
 AWB_CALIBRATION_API int32_t emmc_open(struct emmc_state* state, const char* name);
 
-/** One seek and one read(2) of `length` bytes; arguments and result as partition_read(). */
+/** One seek and one read(2) of `length` bytes; arguments and result as partition_read(). Neither is made again. */
 AWB_CALIBRATION_API int32_t emmc_read(struct emmc_state* state, int64_t offset, int64_t length, void* buffer);
 
-/** One seek and one write(2) of `length` bytes, without a sync; arguments and result as partition_write(). */
+/** One seek and one write(2) of `length` bytes, without a sync; arguments and result as partition_write().
+ *  Neither is made again: after a write that was short, the bytes that it moved are there. */
 AWB_CALIBRATION_API int32_t emmc_write(struct emmc_state* state, int64_t offset, int64_t length,
                                        const void* buffer);
 

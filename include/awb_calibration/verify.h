@@ -10,6 +10,7 @@
  *  (records.h). A source is the camera's cache file under /data/misc/camera or, when that does not open, the
  *  kernel's export under /sys/android_camera_awb_cal. Only an absent cache file leads to the export: an empty
  *  or cut one is tested as if zeros followed. Nothing is written anywhere, and no state is kept.
+ *  A signal changes no answer: the system call that it interrupts is made again.
  *
  *  Every check takes nothing and returns 0 (good) or -1 (not good, or no source). The checks share nothing
  *  with each other; like all of this library they are called one at a time.

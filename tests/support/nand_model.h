@@ -193,18 +193,20 @@ class NandModel {
 
   // ---- the calls ------------------------------------------------------------------------------------------
 
-  /// How many bytes a call may move; nothing when it fails.
+  /// How many bytes a call may move; nothing when it fails. One that a signal interrupts is made again.
   std::optional<size_t> call(const char* name) {
     std::optional<size_t> moved = SIZE_MAX;
-    bool is_decided = false;
+    bool is_decided = false, is_interrupted = false;
     for (auto& [fault, seen] : call_faults_) {
       if (fault.call != name) continue;
       const bool due = ++seen == fault.nth || (fault.from_then_on && seen > fault.nth);
       if (!due || is_decided) continue;
       is_decided = true;
+      is_interrupted = fault.transfer < 0 && fault.error == EINTR;
       moved = fault.transfer < 0 ? std::nullopt : std::optional(static_cast<size_t>(fault.transfer));
     }
-    return powered_ ? moved : std::nullopt;
+    if (!powered_) return std::nullopt;
+    return is_interrupted ? call(name) : moved;
   }
 
   // ---- the chip -------------------------------------------------------------------------------------------

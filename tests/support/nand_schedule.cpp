@@ -67,6 +67,8 @@ void ChipUnderTest::break_something() {
                        .from_then_on = choices_.one_in(8),
                        .error = choices_.one_in(2) ? EINTR : EIO};
     if (fault.call != "ioctl" && choices_.one_in(2)) fault.transfer = static_cast<long>(extent(1));
+    // Signals come to an end: a call that one interrupts is made again.
+    if (fault.error == EINTR && fault.transfer < 0) fault.from_then_on = false;
     phone_.add_fault(fault);
     model_->add_fault(fault);
   }

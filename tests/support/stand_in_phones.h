@@ -36,10 +36,9 @@ class StandInPhones : public ToolTest {
 
   /// A command line of this host, on which there are adb and awbcal.
   Outcome in_shell(const std::string& command) const {
-    const std::string tool = fs::path(AWBCAL).parent_path();
     return support::run_shell(
-        "export PATH=" SOURCE_DIR "/tests/support/stand_in:" + tool + ":$PATH ADB_STAND_IN=" + path("adb") +
-        " ADB_PRELOAD=" PRELOAD " ADB_PATH=" + nanddump + ":" + programs + "; " + command);
+        "export PATH=" SOURCE_DIR "/tests/support/stand_in:$(dirname " AWBCAL "):$PATH ADB_STAND_IN=" +
+        path("adb") + " ADB_PRELOAD=" PRELOAD " ADB_PATH=" + nanddump + ":" + programs + "; " + command);
   }
 
   std::string programs = setting("PULL_TEST_PROGRAMS", "/usr/bin:/bin");

@@ -3,19 +3,14 @@
 //
 //   nand_schedules [--count N] [--seed S]     a hundred schedules a chip; a chip's seed is S and what follows it
 
-#include <fmt/format.h>
-#include <CLI/CLI.hpp>
-#include <chrono>
-#include <cstdlib>
 #include <random>
 
 #include "tests/support/nand_schedule.h"
+#include "tests/volume/volume.h"
 
 namespace {
 
 using namespace support;
-
-constexpr unsigned kSchedulesOfAChip = 100;
 
 class Random final : public Choices {
  public:
@@ -41,29 +36,18 @@ phone::NandGeometry geometry_of(Random& random) {
   return geometry;
 }
 
+class RandomChip {
+ public:
+  explicit RandomChip(uint32_t seed) : random_(seed), chip_(random_, geometry_of(random_)) {}
+  std::string run() { return chip_.run_schedule(); }
+
+ private:
+  Random random_;
+  ChipUnderTest chip_;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Random schedules of faults on NAND chips, against a model."};
-  unsigned count = 1000000;
-  uint32_t seed = std::random_device()();
-  app.add_option("--count", count, "schedules");
-  app.add_option("--seed", seed, "of the first chip");
-  CLI11_PARSE(app, argc, argv);
-  fmt::print("{} NAND schedules from seed {}\n", count, seed);
-  std::fflush(stdout);
-  const auto start = std::chrono::steady_clock::now();
-  for (unsigned done = 0; done < count; ++seed) {
-    Random random(seed);
-    ChipUnderTest chip(random, geometry_of(random));
-    for (unsigned i = 0; i < kSchedulesOfAChip && done < count; ++i, ++done) {
-      const std::string wrong = chip.run_schedule();
-      if (wrong.empty()) continue;
-      fmt::print("schedule {} of --seed {} --count {}: {}\n", i + 1, seed, i + 1, wrong);
-      return 1;
-    }
-  }
-  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  fmt::print("all as modelled: {:.0f} a second\n", count / seconds.count());
-  return 0;
+  return volume::run_rounds<RandomChip>(argc, argv, {"NAND schedules", "schedule", 1000000});
 }

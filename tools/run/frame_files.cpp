@@ -56,11 +56,8 @@ void add_frames(const std::string& name, const Bytes& bytes, const FrameFileOpti
 std::vector<FrameOfFile> read_frame_files(const std::vector<std::string>& files,
                                           const FrameFileOptions& options) {
   std::vector<FrameOfFile> frames;
-  for (const std::string& name : files) {
-    const FileContent content = read_file(name, kLargestFrames);
-    if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", name, *content.trouble));
-    add_frames(name, content.bytes, options, frames);
-  }
+  for (const std::string& name : files)
+    add_frames(name, bytes_of_file(name, kLargestFrames), options, frames);
   return frames;
 }
 
