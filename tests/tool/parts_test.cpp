@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <csignal>
+#include <functional>
 
 #include "inspect/claims.h"
 #include "inspect/decode.h"
+#include "run/bounded_process.h"
 #include "run/guarded_folder.h"
 #include "run/sensor_model.h"
 #include "tests/support/support.h"
@@ -124,6 +126,40 @@ TEST(SensorModel, TakesNoSampleFromTheDark) {
 }
 
 // ---- temporary files --------------------------------------------------------------------------------------
+
+/// Whatever it does, this process goes on, and says which it was.
+TEST(BoundedProcess, TellsHowItsWorkEnds) {
+  using End = awbcal::BoundedReply::End;
+  const auto spin = []() -> Bytes {
+    while (true) asm volatile("");
+  };
+  struct Row {
+    const char* what;
+    std::function<Bytes()> work;
+    End end;
+    size_t size;
+  };
+  const std::vector<Row> rows = {
+    {"a reply", [] { return Bytes(5 << 20, 7); }, End::replied, 5 << 20},
+    {"none", [] { return Bytes(); }, End::replied, 0},
+    {"a crash", [] { return raise(SIGSEGV), Bytes(1); }, End::crashed, 0},
+    {"it leaves", []() -> Bytes { _exit(9); }, End::crashed, 0},
+    {"another exception", []() -> Bytes { throw 1; }, End::crashed, 0},
+    {"it sleeps", [] { return sleep(600), Bytes(1); }, End::out_of_time, 0},
+    {"it never ends", spin, End::out_of_time, 0},
+#if !defined(__SANITIZE_ADDRESS__)
+    {"too much memory", [] { return Bytes(size_t{1} << 30, 1); }, End::out_of_memory, 0},
+#endif
+  };
+  const awbcal::Bounds bounds{.memory = 64 << 20, .cpu_seconds = 1, .time = std::chrono::milliseconds(1500)};
+  for (const Row& row : rows) {
+    const awbcal::BoundedReply reply = awbcal::run_bounded(row.work, bounds);
+    EXPECT_EQ(reply.end, row.end) << row.what;
+    EXPECT_EQ(reply.bytes.size(), row.size) << row.what;
+    EXPECT_EQ(reply.signal.empty(), row.end != End::crashed) << row.what;
+  }
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
+}
 
 TEST(GuardedFolder, LeavesNothingBehindHoweverAndWheneverTheProcessEnds) {
   // The second process becomes ours when the first is gone, and can be waited for.

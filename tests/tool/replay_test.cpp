@@ -128,13 +128,16 @@ TEST_F(Replay, RefusesWhatItCannotUse) {
   const std::string name = text_file("a.csv", csv(11, 800));
   file("short.raw", Bytes(10));
   file("long.raw", Bytes(64 * 48 * 2 + 1));
+  file("red.raw", raw16(flat(800, 600, 60000, 1400, 1400)));
   const std::string raw = path("short.raw") + " --golden 1,1 --format raw16 --size ";
   for (const std::string& arguments :
        {name, name + " --golden 0,1", name + " --golden 1,1 --threshold -1",
         name + " --golden 1,1 --threshold 1.5", name + " --golden 1,1 --threshold nan",
         name + " --golden 1,1 --light-source 4", path("no") + " --golden 1,1", raw + "64x48",
-        path("long.raw") + " --golden 1,1 --format raw16 --size 64x48", raw + "0x0", raw + "x", raw + "65x48",
-        name + " --golden 1,1 --format dng"}) {
+        path("long.raw") + " --golden 1,1 --format raw16 --size 64x48",
+        path("red.raw") +
+            " --golden 1,1 --format raw16 --size 800x600 --black 0 --white 65535 --grid 400x300",
+        raw + "0x0", raw + "x", raw + "65x48", name + " --golden 1,1 --format dng"}) {
     const Outcome refused = run("replay " + arguments);
     EXPECT_EQ(refused.exit_code, 2) << arguments << refused.output;
     EXPECT_NE(refused.output, "") << arguments;

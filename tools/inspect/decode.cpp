@@ -106,9 +106,13 @@ const char* blank_text(std::span<const uint8_t> bytes) {
 }
 
 std::string hex(std::span<const uint8_t> bytes) {
+  constexpr const char* kDigits = "0123456789abcdef";
   std::string text;
   text.reserve(2 * bytes.size());
-  for (const uint8_t byte : bytes) fmt::format_to(std::back_inserter(text), "{:02x}", byte);
+  for (const uint8_t byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0xF];
+  }
   return text;
 }
 

@@ -1,19 +1,14 @@
 #include "run/bayer.h"
 
 #include <fmt/format.h>
-#include <libraw/libraw.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
-#include <memory>
 
 namespace awbcal {
 
 namespace {
-
-constexpr size_t kLongestSide = 65536;
 
 uint16_t raw10_sample(const uint8_t* row, size_t x) {
   const uint8_t* group = row + x / 4 * 5;
@@ -57,40 +52,22 @@ CellSums sum_cell(const BayerImage& image, const Grid& grid, size_t column, size
   return cell;
 }
 
-void add_cell(GridSums& sums, const CellSums& cell, double darkest) {
+/// False when a sum does not fit.
+bool add_cell(GridSums& sums, const CellSums& cell, double darkest) {
   const double red = cell.sum[0] / cell.count[0];
   const double green = cell.sum[1] / cell.count[1];
   const double blue = cell.sum[2] / cell.count[2];
   if (cell.is_clipped) {
     sums.saturated_cells += 1;
-  } else if (green < darkest || green <= 0) {
+    return true;
+  }
+  if (green < darkest || green <= 0) {
     sums.dark_cells += 1;
-  } else {
-    sums.frame.rg_sum += static_cast<int32_t>(std::lround(1024.0 * red / green));
-    sums.frame.bg_sum += static_cast<int32_t>(std::lround(1024.0 * blue / green));
-    sums.frame.count += 1;
+    return true;
   }
-}
-
-bool is_bayer_pattern(const std::string& pattern) {
-  return pattern == "rggb" || pattern == "bggr" || pattern == "grbg" || pattern == "gbrg";
-}
-
-std::string pattern_of(LibRaw& raw) {
-  std::string pattern;
-  for (int y = 0; y < 2; ++y) {
-    for (int x = 0; x < 2; ++x) pattern += "rgbg"[raw.COLOR(y, x) & 3];
-  }
-  return pattern;
-}
-
-/// The reader's own words are of its file handling; what matters here is that these bytes are no such image.
-void check_result(int result, const std::string& name) {
-  if (result == LIBRAW_UNSUFFICIENT_MEMORY) throw InputError(fmt::format("{}: too large an image", name));
-  if (result != LIBRAW_SUCCESS) {
-    const bool is_image = result != LIBRAW_FILE_UNSUPPORTED;
-    throw InputError(fmt::format("{}: {}", name, is_image ? "a damaged or truncated DNG" : "not a DNG"));
-  }
+  sums.frame.count += 1;
+  return !__builtin_add_overflow(sums.frame.rg_sum, std::lround(1024.0 * red / green), &sums.frame.rg_sum) &&
+         !__builtin_add_overflow(sums.frame.bg_sum, std::lround(1024.0 * blue / green), &sums.frame.bg_sum);
 }
 
 size_t row_bytes_of(const RawFormat& format) {
@@ -98,6 +75,10 @@ size_t row_bytes_of(const RawFormat& format) {
 }
 
 }  // namespace
+
+bool is_bayer_pattern(const std::string& pattern) {
+  return pattern == "rggb" || pattern == "bggr" || pattern == "grbg" || pattern == "gbrg";
+}
 
 size_t size_of(const RawFormat& format) {
   const size_t stride = format.stride != 0 ? format.stride : row_bytes_of(format);
@@ -136,28 +117,6 @@ BayerImage unpack(const Bytes& bytes, const RawFormat& format, const std::string
   return image;
 }
 
-BayerImage read_dng(const Bytes& bytes, const std::string& name) {
-  const auto raw = std::make_unique<LibRaw>();
-  check_result(raw->open_buffer(const_cast<uint8_t*>(bytes.data()), bytes.size()), name);
-  check_result(raw->unpack(), name);
-  const libraw_image_sizes_t& sizes = raw->imgdata.sizes;
-  const ushort* samples = raw->imgdata.rawdata.raw_image;
-  if (samples == nullptr) throw InputError(fmt::format("{}: contains no Bayer image", name));
-  BayerImage image{sizes.width & ~1U,
-                   sizes.height & ~1U,
-                   pattern_of(*raw),
-                   static_cast<double>(raw->imgdata.color.black),
-                   static_cast<double>(raw->imgdata.color.maximum),
-                   {}};
-  if (!is_bayer_pattern(image.pattern)) throw InputError(fmt::format("{}: contains no Bayer pattern", name));
-  const size_t pitch = sizes.raw_pitch / sizeof(ushort);
-  for (size_t y = 0; y < image.height; ++y) {
-    const ushort* row = samples + (y + sizes.top_margin) * pitch + sizes.left_margin;
-    image.samples.insert(image.samples.end(), row, row + image.width);
-  }
-  return image;
-}
-
 GridSums reduce(const BayerImage& image, const Grid& grid, const std::string& name) {
   if (grid.columns == 0 || grid.rows == 0 || image.width / 2 < grid.columns || image.height / 2 < grid.rows) {
     throw InputError(fmt::format("{}: {}x{} samples are too few for {}x{} cells", name, image.width,
@@ -170,7 +129,10 @@ GridSums reduce(const BayerImage& image, const Grid& grid, const std::string& na
   GridSums sums{};
   for (size_t row = 0; row < grid.rows; ++row) {
     for (size_t column = 0; column < grid.columns; ++column) {
-      add_cell(sums, sum_cell(image, grid, column, row), grid.dark * (image.white - image.black));
+      const CellSums cell = sum_cell(image, grid, column, row);
+      if (!add_cell(sums, cell, grid.dark * (image.white - image.black)))
+        throw InputError(fmt::format("{}: the sums of {}x{} cells do not fit into 32 bits", name,
+                                     grid.columns, grid.rows));
     }
   }
   return sums;

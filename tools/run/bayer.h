@@ -40,8 +40,10 @@ size_t size_of(const RawFormat& format);
 /// Throws InputError, naming `name`, when the bytes are not as many as the format needs.
 BayerImage unpack(const Bytes& bytes, const RawFormat& format, const std::string& name);
 
-/// Throws InputError for what is no DNG with a Bayer pattern.
-BayerImage read_dng(const Bytes& bytes, const std::string& name);
+inline constexpr size_t kLongestSide = 65536;
+
+/// "rggb", "bggr", "grbg" or "gbrg".
+bool is_bayer_pattern(const std::string& pattern);
 
 struct Grid {
   size_t columns = 32;

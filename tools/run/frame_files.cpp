@@ -4,6 +4,7 @@
 
 #include "inspect/errors.h"
 #include "inspect/files.h"
+#include "run/dng.h"
 
 namespace awbcal {
 
@@ -41,8 +42,10 @@ void add_stream(const std::string& name, const Bytes& bytes, std::vector<FrameOf
     frames.push_back({fmt::format("{}:{}", name, line), {.frame = frame}});
 }
 
-void add_file(const std::string& name, const FrameFileOptions& options, std::vector<FrameOfFile>& frames) {
-  const Bytes bytes = bytes_of_file(name, kLargestFrames);
+}  // namespace
+
+void add_frames(const std::string& name, const Bytes& bytes, const FrameFileOptions& options,
+                std::vector<FrameOfFile>& frames) {
   RawFormat format = options.format;
   format.packing = format_of(name, bytes, format);
   if (format.packing == "csv") return add_stream(name, bytes, frames);
@@ -50,12 +53,11 @@ void add_file(const std::string& name, const FrameFileOptions& options, std::vec
   frames.push_back({name, reduce(image, options.grid, name)});
 }
 
-}  // namespace
-
 std::vector<FrameOfFile> read_frame_files(const std::vector<std::string>& files,
                                           const FrameFileOptions& options) {
   std::vector<FrameOfFile> frames;
-  for (const std::string& name : files) add_file(name, options, frames);
+  for (const std::string& name : files)
+    add_frames(name, bytes_of_file(name, kLargestFrames), options, frames);
   return frames;
 }
 

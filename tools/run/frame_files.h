@@ -20,6 +20,10 @@ struct FrameOfFile {
   GridSums sums;
 };
 
+/// Adds the frames in the bytes of a file. Throws InputError.
+void add_frames(const std::string& name, const Bytes& bytes, const FrameFileOptions& options,
+                std::vector<FrameOfFile>& frames);
+
 /// Frames in the order of the files. Throws InputError.
 std::vector<FrameOfFile> read_frame_files(const std::vector<std::string>& files,
                                           const FrameFileOptions& options);
