@@ -1,6 +1,7 @@
 // Does explain start a camera with the real library, and say why its tuning was or was not corrected? Guards
 // against a story that the library would not have told.
 
+#include "run/tuning.h"
 #include "tests/support/tool_support.h"
 
 namespace {
@@ -55,6 +56,11 @@ TEST_F(Explain, SaysForEveryCorrectionWhyItWasNotDone) {
        "00000004; fitted is fuse ID 11223344 55667788 99aabbcc ddeeff01 (fifth of five tests); without "
        "data/misc/camera/awb_cal the camera would load the export's, which is good"},
       {awb(4099), "(fourth of five tests)"},
+      {awb(99), "White balance corrected: the AWB record was used, which is good"},
+      {awb(99),
+       "Module ratios NOT handed out: the AWB record is unknown version: expected valid word 1099, 2099, 3099, "
+       "found valid word 99 (fourth of five tests)"},
+      {awb(99, 800, 600, kOther), "found valid word 99 (fourth of five tests)"},
       {awb(4099), "taken; unknown version (record.version: expected valid word 99,"},
       {awb(4099), "(error) [AWB Calibration] valid bit!=99 or calibration light version not"},
       {awb(4099), "Reference points: unchanged"},
@@ -66,6 +72,17 @@ TEST_F(Explain, SaysForEveryCorrectionWhyItWasNotDone) {
     file(cache, bytes);
     EXPECT_THAT(run("explain -v main " + path("phone")), Exits(0, Tells(sentence))) << sentence;
   }
+  // A checksum that only warns is not what refuses another module's record.
+  Bytes lens_shading(64);
+  const Bytes mesh = damaged(awbcal::make_lens_shading_record({1, 2, 3, 4}, 1.5), 100);
+  lens_shading.insert(lens_shading.end(), mesh.begin(), mesh.end());
+  lens_shading.resize(4000);
+  file("phone/data/misc/camera/lsc_cal", lens_shading);
+  EXPECT_THAT(
+      run("explain main " + path("phone")),
+      Exits(0, Tells("Lens shading NOT corrected: the lens-shading record belongs to another module: fuse ID "
+                     "00000001 00000002 00000003 00000004; fitted is fuse ID 11223344 55667788 99aabbcc "
+                     "ddeeff01 (fifth of five tests)")));
   fs::remove(path(cache));
   fs::create_directories(path(cache));
   EXPECT_THAT(run("explain main " + path("phone")),

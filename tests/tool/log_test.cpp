@@ -101,16 +101,16 @@ const ActStory* find(const LogStory& story, const awbcal::CorrectionStory& wante
 }
 
 /// Whether the test of the log's story is that of explain. A log does not tell a short file from a damaged one, and
-/// tells better where explain names the first fault of several, or a rule of the function itself.
+/// tells better where explain has no test to name.
 bool is_same_test(const ActStory& told, const awbcal::CorrectionStory& known) {
-  const bool is_better_told =
-      known.test == 0 || known.test == 2 || known.spec->kind == RecordKind::lens_shading;
+  const bool is_better_told = known.test == 0 || known.test == 2;
   const bool has_no_flash = told.act.deed() == Deed::module_points_flash && told.act.camera == Camera::sub;
-  const bool is_of_version_0 = told.act.deed() == Deed::module_points && told.act.known_valid_word() == 99U;
   // Blank but for the gyro record's bytes, or without the line that shows that all is 0xFF: a wrong checksum.
   const bool may_look_damaged = !told.act.words[0] || known.spec->kind == RecordKind::a_light_awb;
-  const bool is_half_told = known.test == 1 && told.test == 3 && may_look_damaged;
-  return told.test == known.test || is_better_told || has_no_flash || is_of_version_0 || is_half_told;
+  // Nor does a mesh's log show the whole of a blank one.
+  const bool is_blank_mesh = known.spec->kind == RecordKind::lens_shading && told.test == 4;
+  const bool is_half_told = known.test == 1 && ((told.test == 3 && may_look_damaged) || is_blank_mesh);
+  return told.test == known.test || is_better_told || has_no_flash || is_half_told;
 }
 
 struct Agreement {

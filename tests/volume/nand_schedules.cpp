@@ -6,8 +6,6 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-#include <chrono>
 #include <cstdlib>
 #include <random>
 
@@ -15,12 +13,11 @@
 #include "phone/calls/faults.h"
 #include "tests/support/nand_model.h"
 #include "tests/support/nand_phone.h"
+#include "tests/volume/volume.h"
 
 namespace {
 
 using namespace support;
-
-constexpr unsigned kSchedulesOfAChip = 100;
 
 class Random {
  public:
@@ -63,7 +60,7 @@ class ChipUnderTest {
   ~ChipUnderTest() { mtd_close(&state_); }
 
   /// Empty, or what differed.
-  std::string run_schedule();
+  std::string run();
 
  private:
   phone::Nand& nand() { return phone_.nand(); }
@@ -249,7 +246,7 @@ bool ChipUnderTest::write_device() {
   return expected == done;
 }
 
-std::string ChipUnderTest::run_schedule() {
+std::string ChipUnderTest::run() {
   using Work = bool (ChipUnderTest::*)();
   static constexpr std::pair<const char*, Work> kWorks[] = {{"write", &ChipUnderTest::write},
                                                             {"write", &ChipUnderTest::write},
@@ -274,25 +271,5 @@ std::string ChipUnderTest::run_schedule() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Random schedules of faults on NAND chips, against a model."};
-  unsigned count = 1000000;
-  uint32_t seed = std::random_device()();
-  app.add_option("--count", count, "schedules");
-  app.add_option("--seed", seed, "of the first chip");
-  CLI11_PARSE(app, argc, argv);
-  fmt::print("{} NAND schedules from seed {}\n", count, seed);
-  std::fflush(stdout);
-  const auto start = std::chrono::steady_clock::now();
-  for (unsigned done = 0; done < count; ++seed) {
-    ChipUnderTest chip(seed);
-    for (unsigned i = 0; i < kSchedulesOfAChip && done < count; ++i, ++done) {
-      const std::string wrong = chip.run_schedule();
-      if (wrong.empty()) continue;
-      fmt::print("schedule {} of --seed {} --count {}: {}\n", i + 1, seed, i + 1, wrong);
-      return 1;
-    }
-  }
-  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  fmt::print("all as modelled: {:.0f} a second\n", count / seconds.count());
-  return 0;
+  return volume::run_rounds<ChipUnderTest>(argc, argv, {"NAND schedules", "schedule", 1000000});
 }

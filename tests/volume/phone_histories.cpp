@@ -6,9 +6,7 @@
 
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
-#include <chrono>
 #include <cstring>
 #include <iterator>
 #include <map>
@@ -21,16 +19,16 @@
 #include "phone/calls/faults.h"
 #include "run/tuning.h"
 #include "tests/support/support.h"
-#include "text/terminal.h"
+#include "tests/volume/volume.h"
 
 namespace {
 
 using namespace support;
 using Module = std::array<uint32_t, 4>;
 
-constexpr unsigned kHistoriesOfAPhone = 100;
 constexpr size_t kArea = 0x20000, kSlot = 0x1000, kAreaSize = 4 * kSlot;
 constexpr float kGoldenRg = 0.75F, kGoldenBg = 0.5F;
+constexpr size_t kFlashGain = 3113;
 constexpr const char* kCameraNames[] = {"main", "front", "sub"};
 
 // A camera may have no fuse ID, or none in its first word; two have all but the last word in common.
@@ -45,7 +43,7 @@ struct Kind {
   std::array<const char*, 3> read, written;  ///< cache files, by camera
 };
 
-enum KindIndex { awb, a_light, flash, aec, gyro };
+enum KindIndex { awb, a_light, flash, aec, gyro, dual_flash };
 constexpr Kind kKinds[] = {{"AWB",
                             32,
                             0x000,
@@ -75,7 +73,22 @@ constexpr Kind kKinds[] = {{"AWB",
                             0xEA0,
                             3952,
                             {"gyro_cal_qor_CAM", "gyro_cal_front_qor_CAM", "gyro_cal_qor_CAM"},
-                            {"gyro_cal_qor_CAM", "gyro_cal_front_qor_CAM", "gyro_cal_qor_CAM"}}};
+                            {"gyro_cal_qor_CAM", "gyro_cal_front_qor_CAM", "gyro_cal_qor_CAM"}},
+                           {"dual flash",
+                            48,
+                            0xE6C,
+                            3848,
+                            {"flash_dual_cal", "flash_dual_cal_front_CAM", "flash_dual_cal_sub_CAM"},
+                            {"flash_dual_cal", "flash_dual_cal_front_CAM", "flash_dual_cal"}}};
+
+// The factory tool writes the lens-shading records itself: as a cache file, or for the kernel to export.
+constexpr const char* kLensFiles[] = {"lsc_cal", "lsc_cal_front_CAM", "lsc_cal_sub_CAM"};
+constexpr const char* kLensExports[] = {"lens_shading_main.bin", "lens_shading_front.bin",
+                                        "lens_shading_sub.bin"};
+constexpr size_t kImageSize = 4000, kLensInImage = 64, kLensSize = 3584, kGainsInLens = 40, kGainsSize = 3536;
+
+// The record of the pair, once per phone; no camera's own.
+constexpr size_t kPairInArea = 0x3200, kPairSize = 1667, kPairPayload = 1643;
 
 Bytes with_module(Words words, const Module& module) {
   words.insert(words.end(), module.begin(), module.end());
@@ -119,6 +132,10 @@ struct Expected {
   bool has_gyro = false;
   bool takes_awb = false;
   std::optional<std::array<float, 2>> flash = {};  ///< nothing: as the AWB record leaves them
+  std::array<float, 2> module_ratio = {};          ///< zeros: not handed out
+  std::optional<std::array<float, 2>> dual_flash = {};
+  std::optional<Bytes> mesh = {};  ///< the gains of every table
+  bool has_pair = false;
 };
 
 class Model {
@@ -127,6 +144,7 @@ class Model {
   Bytes exported = Bytes(kAreaSize, 0);  ///< as the kernel saw it at boot
   std::map<std::string, Bytes> files;
   std::array<Module, 3> fitted{};
+  std::array<Bytes, 3> lens, exported_lens;
 
   void write(const Kind& kind, unsigned camid, const Bytes& record, bool has_cache = true) {
     std::copy(record.begin(), record.end(), area.begin() + static_cast<ptrdiff_t>(camid * kSlot + kind.slot));
@@ -144,6 +162,12 @@ class Model {
                            word_at(exposure.bytes, 12)};
     }
     expected.has_gyro = is_gyro_good(find(kKinds[gyro], camera), module);
+    expect_module_points(camera, module, expected);
+    expect_mesh(camera, module, expected);
+    const auto pair = exported.begin() + kPairInArea;
+    const Found record{Bytes(pair, pair + kPairSize), true, false};
+    expected.has_pair = camera == 0 && is_intact(record) && word_at(record.bytes, kPairSize - 4) != 0 &&
+                        word_at(record.bytes, 0) == 3099;
     return expected;
   }
 
@@ -192,6 +216,45 @@ class Model {
                       static_cast<float>(word_at(gains.bytes, 8) / 1024.0)};
   }
 
+  /// The tunings have golden values of every version. A screen flash is a front camera's without a first pair.
+  void expect_module_points(unsigned camera, Module module, Expected& expected) const {
+    const Found record = find(kKinds[awb], camera);
+    if (!is_intact(record)) return;
+    const Module fuse = fuse_of(record, 12);
+    if (record.is_whole && fuse[0] == 0) module[0] = 0;
+    const bool is_main_cameras = camera == 1 && fuse == fitted[0];
+    if (is_marked(record, 1) && (is_bound(fuse, module) || is_main_cameras)) {
+      expected.module_ratio = {static_cast<float>(word_at(record.bytes, 4)) / 1024.0F,
+                               static_cast<float>(word_at(record.bytes, 8)) / 1024.0F};
+    }
+    const Found gains = find(kKinds[dual_flash], camera);
+    if (camera == 2 || gains.is_empty_file || !is_good(gains, 28, module, 0, gains.is_whole)) return;
+    const bool is_screen = camera == 1 && word_at(gains.bytes, 4) == 0 && word_at(gains.bytes, 8) == 0;
+    expected.dual_flash = {static_cast<float>(word_at(gains.bytes, is_screen ? 12 : 20) / 1024.0),
+                           static_cast<float>(word_at(gains.bytes, is_screen ? 16 : 24) / 1024.0)};
+  }
+
+  /// Whatever its checksum.
+  void expect_mesh(unsigned camera, Module module, Expected& expected) const {
+    const auto file = files.find(kLensFiles[camera]);
+    Bytes image = file != files.end() ? file->second : Bytes(kLensInImage);
+    if (file == files.end()) {
+      image.insert(image.end(), exported_lens[camera].begin(), exported_lens[camera].end());
+      image.resize(kImageSize);
+    }
+    if (image.size() < kLensInImage + kLensSize) return;
+    const auto first = image.begin() + kLensInImage;
+    const Bytes record(first, first + kLensSize);
+    Module fuse;
+    for (size_t i = 0; i < 4; ++i) {
+      fuse[i] = word_at(record, 8 + 8 * i);
+      if (word_at(record, 12 + 8 * i) != 0) return;
+    }
+    if (fuse[0] == 0) module[0] = 0;
+    if (word_at(record, 0) != 3099 || word_at(record, 4) != 0 || !is_bound(fuse, module)) return;
+    expected.mesh = Bytes(record.begin() + kGainsInLens, record.begin() + kGainsInLens + kGainsSize);
+  }
+
   static bool is_gyro_good(const Found& found, const Module& module) {
     Module fuse;
     bool is_narrow = true;
@@ -217,7 +280,7 @@ class PhoneUnderTest {
   }
 
   /// Empty, or what differed.
-  std::string run_history();
+  std::string run();
 
  private:
   unsigned up_to(unsigned limit) { return std::uniform_int_distribution<unsigned>(0, limit)(random_); }
@@ -227,6 +290,10 @@ class PhoneUnderTest {
   void calibrate();
   void write_flash();
   void write_gyro();
+  void write_dual_flash();
+  void write_pair();
+  void bring_lens_shading();
+  const Module& some_module(unsigned camid) { return one_in(6) ? kModules[up_to(5)] : model_.fitted[camid]; }
   void damage_partition();
   void damage_file();
   void reset_to_factory();
@@ -234,6 +301,8 @@ class PhoneUnderTest {
   void swap_module() { fit(up_to(2)); }
   void reboot();
   std::string check_camera(unsigned camera);
+  std::string check_start(const Expected& expected);
+  std::string check_module_start(const Expected& expected);
   std::string check_phone();
 
   std::mt19937 random_;
@@ -247,6 +316,7 @@ void PhoneUnderTest::begin() {
   model_ = Model();
   story_.clear();
   reset_to_factory();
+  for (const char* name : kLensExports) std::filesystem::remove(phone_.dir() / "factory" / name);
   // What a fresh partition holds: a slot of ones has a bad checksum, one of zeros a good one.
   if (one_in(2)) model_.area.assign(kAreaSize, 0xFF);
   phone_.write_partition(kArea, model_.area.data(), kAreaSize);
@@ -258,6 +328,7 @@ void PhoneUnderTest::reboot() {
   reset_library_state();
   phone_.reboot();
   model_.exported = model_.area;
+  model_.exported_lens = model_.lens;
 }
 
 /// A run of eleven frames that are all alike. The line may name another camera than the one that runs.
@@ -300,7 +371,7 @@ void PhoneUnderTest::calibrate() {
 
 void PhoneUnderTest::write_flash() {
   const unsigned camid = up_to(2);
-  const Module& module = one_in(6) ? kModules[up_to(5)] : model_.fitted[camid];
+  const Module& module = some_module(camid);
   const uint32_t r = up_to(4000), b = up_to(4000);
   const awb_fuse_id fuse{{module[0], module[1], module[2], module[3]}};
   QOR_FLASH_Calibration_write_to_flash(static_cast<uint8_t>(camid), fuse, static_cast<int32_t>(r),
@@ -310,15 +381,65 @@ void PhoneUnderTest::write_flash() {
 
 void PhoneUnderTest::write_gyro() {
   const unsigned camid = up_to(2);
-  const Module& module = one_in(6) ? kModules[up_to(5)] : model_.fitted[camid];
+  const Module& module = some_module(camid);
   gyro_write_calibration(static_cast<uint8_t>(camid), {{module[0], module[1], module[2], module[3]}});
   model_.write(kKinds[gyro], camid, sealed64({3099, module[0], module[1], module[2], module[3]}));
 }
 
+void PhoneUnderTest::write_dual_flash() {
+  const unsigned camid = up_to(2);
+  const Module& module = some_module(camid);
+  std::array<uint32_t, 6> w;
+  for (uint32_t& word : w) word = 1 + up_to(4000);
+  if (one_in(4)) w[0] = w[1] = 0;
+  const auto gain = [&](size_t i) { return static_cast<int32_t>(w[i]); };
+  QOR_Dual_FLASH_Calibration_write_to_flash(static_cast<uint8_t>(camid),
+                                            {{module[0], module[1], module[2], module[3]}}, gain(0), gain(1),
+                                            gain(2), gain(3), gain(4), gain(5));
+  model_.write(kKinds[dual_flash], camid, with_module({3099, w[0], w[1], w[2], w[3], w[4], w[5]}, module));
+}
+
+void PhoneUnderTest::write_pair() {
+  const Module& module = some_module(0);
+  Bytes payload = pattern(one_in(4) ? up_to(kPairPayload) : kPairPayload, up_to(1000));
+  write_bytes(file("CalibrationData.dat"), payload);
+  QOR_DUAL_CalibrationData_write_to_flash({{module[0], module[1], module[2], module[3]}});
+  payload.resize(kPairPayload);
+  Bytes record = le32({3099});
+  record.insert(record.end(), payload.begin(), payload.end());
+  const Bytes fuse = le32({module[0], module[1], module[2], module[3]});
+  record.insert(record.end(), fuse.begin(), fuse.end());
+  const Bytes crc = le32({bitwise_crc(record.data(), record.size())});
+  record.insert(record.end(), crc.begin(), crc.end());
+  std::copy(record.begin(), record.end(), model_.area.begin() + kPairInArea);
+}
+
+void PhoneUnderTest::bring_lens_shading() {
+  const unsigned camera = up_to(2);
+  const Module& module = some_module(camera);
+  Bytes record = le64({one_in(8) ? 99U : 3099U, module[0], module[1], module[2], module[3]});
+  const Bytes gains = pattern(kGainsSize, up_to(1000));
+  record.insert(record.end(), gains.begin(), gains.end());
+  const Bytes crc = le64({one_in(8) ? 1 : bitwise_crc(record.data(), record.size())});
+  record.insert(record.end(), crc.begin(), crc.end());
+  if (one_in(2)) {
+    model_.lens[camera] = record;
+    write_bytes(phone_.dir() / "factory" / kLensExports[camera], record);
+    return;
+  }
+  record.insert(record.begin(), kLensInImage, 0);
+  record.resize(kImageSize);
+  model_.files[kLensFiles[camera]] = record;
+  write_bytes(file(kLensFiles[camera]), record);
+}
+
 /// A bit of a record.
 void PhoneUnderTest::damage_partition() {
-  const Kind& kind = kKinds[up_to(4)];
-  const size_t at = up_to(2) * kSlot + kind.slot + up_to(static_cast<unsigned>(kind.size) - 1);
+  const unsigned which = up_to(static_cast<unsigned>(std::size(kKinds)));
+  const bool is_pair = which == std::size(kKinds);
+  const size_t size = is_pair ? kPairSize : kKinds[which].size;
+  const size_t at = (is_pair ? kPairInArea : up_to(2) * kSlot + kKinds[which].slot) +
+                    up_to(static_cast<unsigned>(size) - 1);
   model_.area[at] = static_cast<uint8_t>(model_.area[at] ^ 1U << up_to(7));
   phone_.write_partition(kArea + at, &model_.area[at], 1);
 }
@@ -370,10 +491,17 @@ std::string PhoneUnderTest::check_camera(unsigned camera) {
   QOR_Calibration_AEC_get_calibration_data(&exposure[0], &exposure[1], &exposure[2]);
   if (exposure != expected.exposure) return "exposure";
   if ((Sensor_Check_GYRO_Calibration_Result() == 0) != expected.has_gyro) return "gyro";
+  if ((Sensor_Check_DUAL_Calibration_Result() == 0) != expected.has_pair) return "dual camera";
+  const std::string wrong = check_start(expected);
+  return wrong.empty() ? check_module_start(expected) : wrong;
+}
+
+/// A start with a tuning that has no golden sample of its own.
+std::string PhoneUnderTest::check_start(const Expected& expected) {
   awbcal::TuningBlock tuning = awbcal::make_awb_tuning({kGoldenRg, kGoldenBg});
   const awbcal::TuningBlock before = tuning;
   QOR_AWB_Calibration_Reference_Points_Correction(tuning.data());
-  constexpr size_t kFirstPoint = 12, kFlashGain = 3113;
+  constexpr size_t kFirstPoint = 12;
   const bool is_moved =
       tuning[kFirstPoint] != before[kFirstPoint] || tuning[kFirstPoint + 1] != before[kFirstPoint + 1];
 
@@ -388,6 +516,26 @@ std::string PhoneUnderTest::check_camera(unsigned camera) {
   return "";
 }
 
+/// A start with a tuning that carries its golden sample, and the meshes.
+std::string PhoneUnderTest::check_module_start(const Expected& expected) {
+  awbcal::TuningBlock tuning = awbcal::make_awb_tuning({kGoldenRg, kGoldenBg});
+  const awbcal::TuningBlock before = tuning;
+  std::array<float, 2> ratio = {}, first = {}, second = {};
+  Correct_Reference_Points_qorModule(tuning.data(), ratio.data(), first.data(), second.data());
+  if (ratio != expected.module_ratio) return "module ratios";
+  const std::array<float, 2> gains = {tuning[kFlashGain], tuning[kFlashGain + 2]};
+  if (gains != expected.dual_flash.value_or(std::array{before[kFlashGain], before[kFlashGain + 2]})) {
+    return "dual-flash gains";
+  }
+  std::vector<float> meshes(12148, 1.25F);
+  if ((Sensor_set_mesh(meshes.data(), 0, 0, 0) == 1) != expected.mesh.has_value())
+    return "mesh taken or refused";
+  constexpr size_t kFirstMesh = 2576;
+  const auto* stored = reinterpret_cast<const uint8_t*>(meshes.data()) + kFirstMesh;
+  if (expected.mesh && std::memcmp(stored, expected.mesh->data(), kGainsSize) != 0) return "mesh";
+  return expected.mesh || meshes == std::vector<float>(meshes.size(), 1.25F) ? "" : "mesh changed";
+}
+
 std::string PhoneUnderTest::check_phone() {
   for (unsigned camera = 0; camera < 3; ++camera) {
     const std::string wrong = check_camera(camera);
@@ -395,24 +543,27 @@ std::string PhoneUnderTest::check_phone() {
   }
   const Bytes partition = phone_.partition();
   if (!std::equal(model_.area.begin(), model_.area.end(), partition.begin() + kArea)) return "the partition";
-  for (const Kind& kind : kKinds) {
-    for (const char* name : kind.read) {
-      const auto wanted = model_.files.find(name);
-      const auto bytes = read_bytes(file(name));
-      if (bytes.has_value() != (wanted != model_.files.end())) return name;
-      if (bytes && *bytes != wanted->second) return name;
-    }
+  std::vector<const char*> names(std::begin(kLensFiles), std::end(kLensFiles));
+  for (const Kind& kind : kKinds) names.insert(names.end(), kind.read.begin(), kind.read.end());
+  for (const char* name : names) {
+    const auto wanted = model_.files.find(name);
+    const auto bytes = read_bytes(file(name));
+    if (bytes.has_value() != (wanted != model_.files.end())) return name;
+    if (bytes && *bytes != wanted->second) return name;
   }
   return "";
 }
 
-std::string PhoneUnderTest::run_history() {
+std::string PhoneUnderTest::run() {
   using Event = void (PhoneUnderTest::*)();
   static constexpr std::pair<const char*, Event> kEvents[] = {
       {"calibrate", &PhoneUnderTest::calibrate},
       {"calibrate", &PhoneUnderTest::calibrate},
       {"flash", &PhoneUnderTest::write_flash},
       {"gyro", &PhoneUnderTest::write_gyro},
+      {"dual flash", &PhoneUnderTest::write_dual_flash},
+      {"dual camera", &PhoneUnderTest::write_pair},
+      {"lens shading", &PhoneUnderTest::bring_lens_shading},
       {"damage", &PhoneUnderTest::damage_partition},
       {"damage a file", &PhoneUnderTest::damage_file},
       {"swap", &PhoneUnderTest::swap_module},
@@ -433,27 +584,5 @@ std::string PhoneUnderTest::run_history() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Random histories of phones, against a model of who must be accepted."};
-  unsigned count = 100000;
-  uint32_t seed = std::random_device()();
-  app.add_option("--count", count, "histories");
-  app.add_option("--seed", seed, "of the first phone");
-  CLI11_PARSE(app, argc, argv);
-  awbcal::Terminal terminal;
-  terminal.line(fmt::format("{} phone histories from seed {}", count, seed));
-  const auto start = std::chrono::steady_clock::now();
-  awbcal::ConsoleCapture console;
-  for (unsigned done = 0; done < count; ++seed) {
-    PhoneUnderTest phone(seed);
-    for (unsigned i = 0; i < kHistoriesOfAPhone && done < count; ++i, ++done) {
-      const std::string wrong = phone.run_history();
-      console.take();
-      if (wrong.empty()) continue;
-      terminal.line(fmt::format("history {} of --seed {} --count {}: {}", i + 1, seed, i + 1, wrong));
-      return 1;
-    }
-  }
-  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  terminal.line(fmt::format("all as modelled: {:.0f} a second", count / seconds.count()));
-  return terminal.finish() ? 0 : 1;
+  return volume::run_rounds<PhoneUnderTest>(argc, argv, {"phone histories", "history", 100000});
 }

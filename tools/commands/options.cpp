@@ -161,12 +161,7 @@ Limits limits_of(const LimitOptions& options) {
   if (options.threshold && !options.golden)
     throw CLI::ValidationError("--threshold", "needs --golden: percent of what?");
   Limits limits;
-  if (!options.file.empty()) {
-    const FileContent content = read_file(options.file);
-    if (content.trouble)
-      throw InputError(fmt::format("{}: cannot be read: {}", options.file, *content.trouble));
-    limits = parse_limits(options.file, text_of(content.bytes));
-  }
+  if (!options.file.empty()) limits = parse_limits(options.file, text_of(bytes_of_file(options.file)));
   if (options.golden) limits.set({*options.golden, options.threshold.value_or(Limit{}.threshold)});
   return limits;
 }

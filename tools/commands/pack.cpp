@@ -19,9 +19,7 @@ struct PackArguments {
 };
 
 Json read_document(const std::string& path) {
-  const FileContent content = read_file(path);
-  if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
-  return parse_document(text_of(content.bytes));
+  return parse_document(text_of(bytes_of_file(path)));
 }
 
 /// Every message about the document begins with its name.

@@ -35,9 +35,7 @@ const char* fate_text(RestoreFate fate, bool is_done) {
 }
 
 ReadBackup read_file_of(const std::string& path) {
-  const FileContent content = read_file(path);
-  if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
-  return read_backup(path, content.bytes);
+  return read_backup(path, bytes_of_file(path));
 }
 
 void print(const RestorePlan& plan, const std::vector<LeftOut>& damaged, bool is_done, Terminal& terminal) {

@@ -153,6 +153,13 @@ FileContent read_file(const fs::path& path, size_t limit) {
   return read_all(fd.get(), status, limit);
 }
 
+Bytes bytes_of_file(const fs::path& path, size_t limit) {
+  FileContent content = read_file(path, limit);
+  if (content.trouble)
+    throw InputError(fmt::format("{}: cannot be read: {}", path.string(), *content.trouble));
+  return std::move(content.bytes);
+}
+
 FileContent read_regular_file(const fs::path& path) {
   const calib::Descriptor fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
   if (!fd.is_open()) return {{}, std::strerror(errno)};

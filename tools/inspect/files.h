@@ -24,7 +24,10 @@ struct FileContent {
 /// "-" is standard input. A pipe or a terminal that delivers nothing is waited for, and that is said.
 FileContent read_file(const std::filesystem::path& path, size_t limit = kLargestFile);
 
-/// The same of a name that a stranger chose: only of a regular file, no link followed, without waiting.
+/// The same; throws InputError, "FILE: cannot be read: WHY", for what is not there whole.
+Bytes bytes_of_file(const std::filesystem::path& path, size_t limit = kLargestFile);
+
+/// As read_file(), of a name that a stranger chose: only of a regular file, no link followed, without waiting.
 FileContent read_regular_file(const std::filesystem::path& path);
 
 struct OutputTarget {

@@ -432,11 +432,10 @@ Opened opened(const std::string& path, bool with_digest) {
     throw InputError(fmt::format("{}: no such file", path));
   if (path != "-" && fs::is_directory(status))
     return {path, without_outer_folders(FileTree::of_folder(path))};
-  FileContent content = read_file(path);
-  if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", path, *content.trouble));
-  const std::string digest = with_digest ? sha256_of(content.bytes) : "";
-  if (!is_packed(content.bytes)) return {path, std::move(content.bytes), digest};
-  auto inner = unpacked(path, content.bytes);
+  Bytes bytes = bytes_of_file(path);
+  const std::string digest = with_digest ? sha256_of(bytes) : "";
+  if (!is_packed(bytes)) return {path, std::move(bytes), digest};
+  auto inner = unpacked(path, bytes);
   if (auto* tree = std::get_if<FileTree>(&inner)) *tree = without_outer_folders(std::move(*tree));
   return {without_packing(path), std::move(inner), digest};
 }

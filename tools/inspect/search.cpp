@@ -9,6 +9,7 @@
 #include <set>
 
 #include "inspect/claims.h"
+#include "inspect/phrases.h"
 #include "records/record_layouts.h"
 
 namespace awbcal {
@@ -180,8 +181,7 @@ class Way {
   std::string how() const {
     std::string how = fmt::format("raw NAND: pages of {} bytes, the {} out-of-band bytes after each left out",
                                   layout_->page, layout_->spare);
-    if (bad_blocks_ > 0)
-      how += fmt::format(", {} bad block{} as well", bad_blocks_, bad_blocks_ == 1 ? "" : "s");
+    if (bad_blocks_ > 0) how += fmt::format(", {} as well", counted(bad_blocks_, "bad block"));
     return how;
   }
 

@@ -227,9 +227,11 @@ const char* verdict_rule(Verdict verdict) {
   return kVerdicts.at(static_cast<size_t>(verdict)).rule;
 }
 
-std::vector<Finding> faults_of(const Phone& phone, const FoundRecord& record, const Modules& modules) {
+std::vector<Finding> faults_of(const Phone& phone, const FoundRecord& record, const Modules& modules,
+                               uint32_t first_version) {
   if (record.is_truncated()) return {truncated(record)};
-  const RecordSpec& spec = *record.spec;
+  RecordSpec spec = *record.spec;
+  spec.rule.first_version = std::max(spec.rule.first_version, first_version);
   const Claims claims = claims_of(spec, record.bytes);
   std::vector<Finding> faults;
   if (claims.has_crc && !claims.has_good_crc()) faults.push_back(bad_crc(phone, record, claims));

@@ -38,8 +38,10 @@ struct Finding {
   std::string found = {};
 };
 
-/// Every rule of its readers that the record breaks, in the order in which they ask; none: it is good.
-std::vector<Finding> faults_of(const Phone& phone, const FoundRecord& record, const Modules& modules);
+/// Every rule of its readers that the record breaks, in the order in which they ask; none: it is good. A reader that
+/// takes no record of an early light-source version says from which on it does.
+std::vector<Finding> faults_of(const Phone& phone, const FoundRecord& record, const Modules& modules,
+                               uint32_t first_version = 0);
 
 /// The verdict on the bytes of one record.
 Finding verdict_on(const Phone& phone, const FoundRecord& record, const Modules& modules);

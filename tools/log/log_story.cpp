@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "inspect/phrases.h"
 #include "run/camera_start.h"
 #include "run/correction_story.h"
 #include "run/readers.h"
@@ -306,9 +307,9 @@ std::optional<bool> is_good_run(const Act& act) {
 }
 
 std::string waited_text(const Act& act) {
-  return act.unsettled == 0 ? ""
-                            : fmt::format("; {} judgement{} waited for the exposure", act.unsettled,
-                                          act.unsettled == 1 ? "" : "s");
+  if (act.unsettled == 0) return "";
+  return fmt::format("; {} waited for the exposure",
+                     counted(static_cast<size_t>(act.unsettled), "judgement"));
 }
 
 std::string store_text(const Act& act) {

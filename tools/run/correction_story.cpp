@@ -140,6 +140,18 @@ bool is_source_unreadable(const Phone& phone, const RecordSpec& spec, Camera cam
   return false;
 }
 
+/// What the reader that refused the record holds against it: not all of them test the same.
+Finding refusal_of(const Reader& reader, const Phone& phone, const FoundRecord& record,
+                   const Modules& modules) {
+  Finding finding = verdict_on(phone, record, modules);
+  if (finding.verdict == Verdict::truncated || finding.verdict == Verdict::blank) return finding;
+  for (Finding& fault : faults_of(phone, record, modules, reader.first_version)) {
+    const bool is_of_checksum = fault.verdict == Verdict::bad_crc || fault.verdict == Verdict::overwritten;
+    if (!(is_of_checksum && reader.checksum_only_warns)) return std::move(fault);
+  }
+  return {Verdict::good, "", ""};
+}
+
 /// Why it was not done; also names the test, where one refused the record.
 std::string reason_of(CorrectionStory& story, const FoundRecord* record, const Finding& finding,
                       const CameraRun& run) {
@@ -172,7 +184,8 @@ CorrectionStory tell_correction(const Phone& phone, Camera camera, const Modules
     story.sentence = fmt::format("{} {}: the {} was used, which is {}{}", reader.effect, reader.done,
                                  spec.name, verdict_name(finding.verdict), hidden);
   } else {
-    const std::string reason = reason_of(story, record, finding, run);
+    const Finding refusal = record != nullptr ? refusal_of(reader, phone, *record, modules) : finding;
+    const std::string reason = reason_of(story, record, refusal, run);
     story.sentence = fmt::format("{} NOT {}: {}{}", reader.effect, reader.done, reason, hidden);
   }
   return story;

@@ -12,16 +12,15 @@ namespace {
 
 void take_file(const std::string& path, size_t least, TuningBlock& block) {
   if (path.empty()) return;
-  const FileContent content = read_file(path);
-  if (content.trouble) throw InputError(fmt::format("{}: is unreadable: {}", path, *content.trouble));
-  if (content.bytes.size() < least) {
-    throw InputError(fmt::format("{}: a tuning block must have at least {} bytes, found {}", path, least,
-                                 content.bytes.size()));
+  const Bytes bytes = bytes_of_file(path);
+  if (bytes.size() < least) {
+    throw InputError(
+        fmt::format("{}: a tuning block must have at least {} bytes, found {}", path, least, bytes.size()));
   }
   // In whole words; the last may be filled in part.
   constexpr size_t kWord = sizeof(float);
-  block = TuningBlock((content.bytes.size() + kWord - 1) / kWord * kWord);
-  memcpy(block.data(), content.bytes.data(), content.bytes.size());
+  block = TuningBlock((bytes.size() + kWord - 1) / kWord * kWord);
+  memcpy(block.data(), bytes.data(), bytes.size());
 }
 
 CameraTuning tuning_of(const ExplainQuestion& question) {

@@ -42,13 +42,11 @@ void add_stream(const std::string& name, const Bytes& bytes, std::vector<FrameOf
 }
 
 void add_file(const std::string& name, const FrameFileOptions& options, std::vector<FrameOfFile>& frames) {
-  const FileContent content = read_file(name, kLargestFrames);
-  if (content.trouble) throw InputError(fmt::format("{}: cannot be read: {}", name, *content.trouble));
+  const Bytes bytes = bytes_of_file(name, kLargestFrames);
   RawFormat format = options.format;
-  format.packing = format_of(name, content.bytes, format);
-  if (format.packing == "csv") return add_stream(name, content.bytes, frames);
-  const BayerImage image =
-      format.packing == "dng" ? read_dng(content.bytes, name) : unpack(content.bytes, format, name);
+  format.packing = format_of(name, bytes, format);
+  if (format.packing == "csv") return add_stream(name, bytes, frames);
+  const BayerImage image = format.packing == "dng" ? read_dng(bytes, name) : unpack(bytes, format, name);
   frames.push_back({name, reduce(image, options.grid, name)});
 }
 

@@ -77,10 +77,7 @@ std::vector<FrameLine> parse_frames(std::string_view text, const std::string& na
 }
 
 std::vector<FrameLine> read_frames(const std::filesystem::path& file) {
-  const FileContent content = read_file(file, kLargestFrames);
-  if (content.trouble)
-    throw InputError(fmt::format("{}: cannot be read: {}", file.string(), *content.trouble));
-  return parse_frames(text_of(content.bytes), file.string());
+  return parse_frames(text_of(bytes_of_file(file, kLargestFrames)), file.string());
 }
 
 }  // namespace awbcal

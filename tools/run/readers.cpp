@@ -21,7 +21,8 @@ constexpr Reader kAwbReaders[] = {
     {.function = "Correct_Reference_Points_qorModule",
      .line_when_used = "pass, use new white points",
      .effect = "Module ratios",
-     .done = "handed out"},
+     .done = "handed out",
+     .first_version = 1},
     {.function = "Dual_Cam_Correction",
      .line_when_used = "Load Calibraton data[",
      .line_after = kALightBegins,
@@ -52,7 +53,7 @@ constexpr Reader kDualFlashReaders[] = {
     {.function = "Sensor_Check_FLASH_Calibration_Result", .never_passes = kFlashFieldsTooWide}};
 constexpr Reader kGyroReaders[] = {{.function = "Sensor_Check_GYRO_Calibration_Result"}};
 constexpr Reader kLensShadingReaders[] = {
-    {.function = "Sensor_set_mesh", .effect = "Lens shading"},
+    {.function = "Sensor_set_mesh", .effect = "Lens shading", .checksum_only_warns = true},
     {.function = "Sensor_Check_LSC_Calibration_Result", .never_passes = kCoversTooLittle}};
 constexpr Reader kDualCameraReaders[] = {{.function = "Sensor_Check_DUAL_Calibration_Result"}};
 

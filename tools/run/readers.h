@@ -20,6 +20,8 @@ struct Reader {
   /// What a camera start does with the record, as "White balance" and "corrected"; null: it only checks it.
   const char* effect = nullptr;
   const char* done = "corrected";
+  uint32_t first_version = 0;  ///< of the light source, where others take records of an earlier one
+  bool checksum_only_warns = false;
   /// Why no record of the system's own writers can pass; null: a good one does.
   const char* never_passes = nullptr;
 };
