@@ -116,10 +116,12 @@ TEST_F(VirtualNandTest, WhatTheKernelRefusesIsRefusedAndTheWorstRecorded) {
   region_info_user second = {};
   second.regionindex = 1;
   erase_info_user first = {0, kErase};
+  erase_info_user64 wraps = {kErase, ~uint64_t{0} - kErase + 1};
   expect_calls({
       {"erase from within a block", [&] { return erase(kPage); }, -1, EINVAL},
       {"erase of half a block", [&] { return erase(0, kPage); }, -1, EINVAL},
       {"erase past the end", [&] { return erase(7 * kErase, 2 * kErase); }, -1, EINVAL},
+      {"erase that comes round", [&] { return ioctl(fd, MEMERASE64, &wraps); }, -1, EINVAL},
       {"erase of a bad block", [&] { return erase(2 * kErase); }, -1, EIO},
       {"write of half a page", [&] { return pwrite(fd, bytes.data(), 1024, 0); }, -1, EINVAL},
       {"write within a page", [&] { return pwrite(fd, bytes.data(), kPage, 512); }, -1, EINVAL},
@@ -134,7 +136,8 @@ TEST_F(VirtualNandTest, WhatTheKernelRefusesIsRefusedAndTheWorstRecorded) {
   });
   close(read_only);
   EXPECT_THAT(violations(), ElementsAre("unaligned erase", "unaligned erase", "erase beyond the end",
-                                        "erase of a bad block", "unaligned write", "unaligned write"));
+                                        "erase beyond the end", "erase of a bad block", "unaligned write",
+                                        "unaligned write"));
   for (uint32_t block = 0; block < kBlocks; ++block) {
     EXPECT_EQ(nand().block_bytes(block), Bytes(kErase, 0xFF)) << block;
   }
@@ -178,6 +181,11 @@ TEST_F(VirtualNandTest, MarksCountersViolationsAndContentSurviveInTheFolder) {
   EXPECT_EQ(nand().program_count(0), 1u);
   EXPECT_EQ(nand().block_bytes(0), Bytes(kErase, 0xAB));
   EXPECT_THAT(nand().geometry().factory_bad, ElementsAre(2));
+  // The file becomes shorter by the letters between "good" and "bad".
+  nand().mark_bad(1);
+  nand().mark_bad(7);
+  reattach();
+  EXPECT_EQ(is_bad(7 * kErase), 1);
 }
 
 // ---- a chip that breaks -----------------------------------------------------------------------------------
@@ -206,13 +214,15 @@ TEST_F(VirtualNandTest, AfterAPowerCutNothingAnswersUntilTheNextBoot) {
   ASSERT_EQ(program(1, 0x00), kErase);
   nand().add_fault({.op = Op::erase, .effect = Effect::power_cut, .block = 1, .done = 100});
   char byte = 0;
+  const int other = open(kDevice, O_RDONLY);
   expect_calls({{"the cut", [&] { return erase(kErase); }, -1, EIO},
                 {"pread", [&] { return pread(fd, &byte, 1, 0); }, -1, EIO},
                 {"pwrite", [&] { return program(3, 0x00); }, -1, EIO},
                 {"lseek", [&] { return lseek(fd, 0, SEEK_SET); }, -1, EIO},
                 {"ioctl", [&] { return is_bad(0); }, -1, EIO},
                 {"open", [&] { return open(kDevice, O_RDONLY); }, -1, EIO},
-                {"another file", [&] { return access("/proc/mtd", F_OK); }, -1, EIO}});
+                {"another file", [&] { return access("/proc/mtd", F_OK); }, -1, EIO},
+                {"close", [&] { return close(other); }, 0}});
   EXPECT_EQ(nand().block_bytes(3), Bytes(kErase, 0xFF));
   phone->reboot();
   EXPECT_EQ(is_bad(0), 0);
@@ -238,6 +248,7 @@ TEST_F(VirtualNandTest, FaultsOfTheFileReachTheChipAndMistakesAreNamed) {
                 {"another block", [&] { return program(5, 0); }, kErase},
                 {"the first question", [&] { return is_bad(0); }, 0},
                 {"the second", [&] { return is_bad(0); }, -1, EIO}});
+  EXPECT_EQ(nand().block_bytes(4), block_of(0x00, 0xFF)) << "half of it";
   EXPECT_EQ(nand().block_bytes(5), block_of(0x00, 0x01, kErase - 1));
   phone.reset();
   for (const char* wrong :
@@ -246,6 +257,9 @@ TEST_F(VirtualNandTest, FaultsOfTheFileReachTheChipAndMistakesAreNamed) {
     write_text(root / "faults", wrong);
     EXPECT_THROW(VirtualPhone::attach(root), std::runtime_error) << wrong;
   }
+  write_text(root / "faults", "");
+  write_text(root / "nand", *read_text(root / "nand") + "block 8 erased 0 programmed 0 good\n");
+  EXPECT_THROW(VirtualPhone::attach(root), std::runtime_error) << "a block too many";
 }
 
 // ---- what the kernel reads at boot ------------------------------------------------------------------------

@@ -10,9 +10,12 @@
 #include <gmock/gmock.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <fstream>
 #include <optional>
 #include <thread>
@@ -73,9 +76,20 @@ TEST_F(VirtualPhoneTest, FollowsLinksInsideThePhoneAndReadsThemRaw) {
   ASSERT_EQ(write(link.fd, "linked", 6), 6);
   EXPECT_EQ(read_text(phone->host_path(kDevice))->substr(0, 6), "linked");
   EXPECT_EQ(phone->take_calls().back(), (phone::Call{"write", kDevice}));
-  expect_calls({{"a link", [] { return symlink("/dev/block/b", "/dev/block/a"); }, 0},
-                {"and one back", [] { return symlink("a", "/dev/block/b"); }, 0},
-                {"in circles", [] { return open("/dev/block/a", O_RDONLY); }, -1, ELOOP}});
+  expect_calls(
+      {{"a link", [] { return symlink("/dev/block/b", "/dev/block/a"); }, 0},
+       {"and one back", [] { return symlink("a", "/dev/block/b"); }, 0},
+       {"in circles", [] { return open("/dev/block/a", O_RDONLY); }, -1, ELOOP},
+       {"made where a link is", [] { return open("/dev/block/a", O_CREAT | O_EXCL, 0600); }, -1, EEXIST},
+       {"a file for a folder", [] { return access("/dev/block/mmcblk0p6/", F_OK); }, -1, ENOTDIR}});
+  std::string last = kDevice;
+  for (int i = 1; i <= 41; ++i) {
+    const std::string next = "/dev/block/link" + std::to_string(i);
+    ASSERT_EQ(symlink(last.c_str(), next.c_str()), 0);
+    last = next;
+  }
+  expect_calls({{"through forty links", [] { return access("/dev/block/link40", F_OK); }, 0},
+                {"and through one more", [] { return access("/dev/block/link41", F_OK); }, -1, ELOOP}});
 }
 
 TEST_F(VirtualPhoneTest, EveryCallOnANameReachesTheFolderAndLeavesErrnoAloneWhenItSucceeds) {
@@ -161,7 +175,8 @@ TEST_F(VirtualPhoneTest, BlockDeviceHasOneSizeAndLooksLikeADevice) {
 
 TEST_F(VirtualPhoneTest, DuplicatesOfADescriptorKeepTheDevicesRules) {
   const Open block(kDevice);
-  for (const int copy : {dup(block.fd), fcntl(block.fd, F_DUPFD, 0), dup2(block.fd, 60)}) {
+  for (const int copy : {dup(block.fd), fcntl(block.fd, F_DUPFD, 0), fcntl(block.fd, F_DUPFD_CLOEXEC, 0),
+                         dup2(block.fd, 60)}) {
     EXPECT_EQ(lseek(copy, 1 << 30, SEEK_SET), -1);
     EXPECT_EQ(close(copy), 0);
   }
@@ -195,6 +210,15 @@ TEST_F(VirtualPhoneTest, AFaultStrikesTheNthMatchingCall) {
       EXPECT_EQ(errno, result < 0 ? row.fault.error : 0);
     }
   }
+  // The first of two decides; what is short ends a transfer of many pieces.
+  phone->clear_faults();
+  phone->add_fault({.call = "read", .transfer = 3});
+  phone->add_fault({.call = "read"});
+  const Open block(kDevice);
+  char bytes[16];
+  const iovec pieces[] = {{bytes, 8}, {bytes + 8, 8}};
+  EXPECT_EQ(readv(block.fd, pieces, 2), 3);
+  EXPECT_EQ(phone->struck_faults(), 1u);
 }
 
 TEST_F(VirtualPhoneTest, EveryInterceptedCallCanFail) {
@@ -224,13 +248,15 @@ TEST_F(VirtualPhoneTest, FaultsAreReadFromTheFileAndMistakesNamed) {
   const fs::path dir = phone->dir();
   phone.reset();
   std::ofstream(dir / "faults", std::ios::app)
-      << "open " << kDevice << " 2 EBUSY\nread * 1+ short=10\nwrite * 2 power_cut=4\n";
+      << "open " << kDevice
+      << " 2 ETIMEDOUT\nread * 1+ short=10\nwrite * 2 power_cut=4\nopendir /data/misc/camera/ 1 EIO\n";
   phone.emplace(VirtualPhone::attach(dir));
   const Open block(kDevice);
   char bytes[32];
   EXPECT_EQ(read(block.fd, bytes, 32), 10);
   EXPECT_EQ(open(kDevice, O_RDONLY), -1);
-  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(errno, ETIMEDOUT);
+  EXPECT_EQ(opendir("/data/misc/camera"), nullptr);
   for (const ssize_t written : {32, 4, -1}) EXPECT_EQ(write(block.fd, bytes, 32), written);
   EXPECT_EQ(access(kDevice, F_OK), -1) << "without power";
   phone->reboot();
@@ -262,8 +288,26 @@ TEST_F(VirtualPhoneTest, PropertiesLiveInAFileThatKeepsItsCommentsAndCanBeEdited
   EXPECT_EQ(phone->property("a.b"), "9");
   phone->unset_property("c");
   EXPECT_EQ(phone->property("c", "none"), "none");
+  // A full disk, as a limit on files.
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit limit = {};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit full = {4, limit.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &full);
+  EXPECT_LT(property_set("a.b", "10"), 0);
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_EQ(read_text(file), "# mine\n\nro.pagesize=4096\na.b=9\n");
   phone->set_properties({{"a.b", "9"}, {"g h", "1"}, {"i", std::string(92, 'v')}, {"j", "2"}});
   EXPECT_EQ(read_text(file), "# mine\n\nro.pagesize=4096\na.b=9\nj=2\n");
+  write_text(file, "a=1\r\na=2\nl=" + std::string(200, 'l') + "\r\n");
+  EXPECT_EQ(phone->property("l"), std::string(200, 'l'));
+  EXPECT_EQ(__system_property_get("l", value), PROPERTY_VALUE_MAX - 1);
+  EXPECT_EQ(property_set("a", "3"), 0);
+  EXPECT_EQ(read_text(file), "a=3\nl=" + std::string(200, 'l') + "\r\n");
+  for (const char digit : std::string("0123456789")) {
+    write_text(file, std::string("a=") + digit);
+    EXPECT_EQ(phone->property("a"), std::string(1, digit)) << "however soon after the last change";
+  }
 }
 
 TEST_F(VirtualPhoneTest, PropertyValuesHaveTheirPlatformsLimits) {
@@ -306,6 +350,9 @@ TEST_F(VirtualPhoneTest, LogLinesAreKeptAndPrintedAsLogcatDoes) {
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0], (LogLine{"tag", ANDROID_LOG_ERROR, "1\ntwo\n"}));
   EXPECT_TRUE(phone->take_log().empty());
+  phone->add_fault({.call = "__android_log_print"});
+  EXPECT_LT(__android_log_print(ANDROID_LOG_ERROR, "tag", "lost"), 0);
+  EXPECT_TRUE(phone->take_log().empty());
 }
 
 TEST_F(VirtualPhoneTest, TheMaskServiceReturnsTheMaskAndLeavesTheByte) {
@@ -315,9 +362,12 @@ TEST_F(VirtualPhoneTest, TheMaskServiceReturnsTheMaskAndLeavesTheByte) {
   EXPECT_EQ(__qorlog_init_mask("two", ~0u, &byte), 0x14u);
   EXPECT_EQ(byte, -128);
   errno = 0;
-  __qorlog_init_mask("", ~0u, &byte);
+  EXPECT_EQ(__qorlog_init_mask("", 6, &byte), 4u);
   EXPECT_NE(errno, 0) << "the service promises nothing about errno";
   EXPECT_EQ(phone->take_mask_questions(), (Names{"one", "two", ""}));
+  phone.reset();
+  phone.emplace(VirtualPhone::attach(root / "phone"));
+  EXPECT_EQ(__qorlog_init_mask("one", ~0u, &byte), ~0u) << "the mask was the phone's before";
 }
 
 // ---- boot -------------------------------------------------------------------------------------------------
@@ -363,6 +413,9 @@ TEST_F(VirtualPhoneTest, BootOfAShortPartitionExportsZerosAndInHouseDataOnlyIfTh
   write_text(phone->dir() / "factory/inhouse_3d.bin", "in house");
   phone->reboot();
   EXPECT_EQ(read_text("/sys/android_camera_awb_cal/awb_cal_InHouse3D"), "in house");
+  fs::remove(phone->dir() / "factory/inhouse_3d.bin");
+  phone->reboot();
+  EXPECT_EQ(access("/sys/android_camera_awb_cal/awb_cal_InHouse3D", F_OK), -1);
 }
 
 // ---- phones as folders ------------------------------------------------------------------------------------

@@ -47,7 +47,7 @@ std::vector<std::vector<std::string>> rows_of(const std::string& csv) {
 TEST_F(Fleet, TellsTheTruthOfADemosFleet) {
   const std::string folder = fleet("--units 800 --seed 5 --bad 20 --spread 4 --drift 0.3");
   const auto truth = rows_of(support::read_text(folder + "/truth.csv").value());
-  const auto units = rows_of(shell(AWBCAL " fleet fleet/units --csv | grep -a ^unit,").output);
+  const auto units = rows_of(shell("TZ=X-5 " AWBCAL " fleet fleet/units --csv | grep -a ^unit,").output);
   ASSERT_EQ(units.size(), 800U);
   std::map<std::string, int> results;
   int copies = 0;

@@ -14,6 +14,13 @@ constexpr uint32_t kUnbound[4] = {};
 
 class Inspect : public ToolTest {};
 
+/// Its checksum has one byte.
+Bytes first_form() {
+  Bytes bytes = support::pattern(464);
+  bytes.push_back(static_cast<uint8_t>(support::bitwise_crc(bytes.data(), bytes.size())));
+  return bytes;
+}
+
 // ---- show -------------------------------------------------------------------------------------------------
 
 TEST_F(Inspect, ShowsOneCacheFileWithItsBytes) {
@@ -114,6 +121,27 @@ TEST_F(Inspect, PointsOutTheOverlapOfGyroAndALight) {
       << "nothing but the gyro record was written";
 }
 
+// What the kernel passes over is no part of the partition: bad blocks, and blocks of zeros.
+TEST_F(Inspect, ReadsARawNandChipByTheMapOfItsBlocks) {
+  phone();
+  fs::remove_all(path("phone/data"));
+  text_file("phone/proc/mtd", "dev:    size   erasesize  name\nmtd3: 00080000 00020000 \"mfg\"\n");
+  std::string map = "mtd 3\nerase_size 131072\nblocks 4\n";
+  for (const char* block : {"0 erased 0 programmed 0 good", "1 erased 0 programmed 0 bad",
+                            "2 erased 1 programmed 1 good", "3 erased 1 programmed 1 good"})
+    map += std::string("block ") + block + "\n";
+  text_file("phone/nand", map);
+  Bytes chip(0x80000);
+  put(chip, 0x20000, support::pattern(0x40000));
+  put(chip, 0x60000, awb());
+  file("phone/dev/mtd/mtd3", chip);
+  EXPECT_THAT(
+      run("show " + path("phone")),
+      Exits(0, HasSubstr("AWB record\n  partition: dev/mtd/mtd3, byte 0x60000"), HasSubstr("1 record\n")));
+  EXPECT_THAT(run("verify " + path("phone")), Exits(0, HasSubstr("PASS: 1 good")));
+  EXPECT_THAT(run("explain --reboot main " + path("phone")), Exits(0, HasSubstr("White balance corrected")));
+}
+
 // ---- inputs that cannot be used ---------------------------------------------------------------------------
 
 TEST_F(Inspect, NamesTheFileAndTheCause) {
@@ -174,6 +202,8 @@ TEST_F(Inspect, ComesToOneVerdictPerRecord) {
       {"awb_cal", Bytes(31), "truncated", "rule record.length: expected 32 bytes, found 31 bytes", 3},
       {"aec_cal", sealed32({3000, 1, 2, 3, 0, 0, 0, 0}), "unknown version",
        "expected valid word 99, 1099, 2099", 1},
+      {"first_form", first_form(), "good", "no fuse ID in this kind", 0},
+      {"first_form", damaged(first_form(), 464), "bad CRC", "expected CRC 0x000000", 1},
       {"gyro_cal_qor_CAM", gyro(), "good", "accepted by Sensor_Check_GYRO_Calibration_Result", 0},
       {"gyro_cal_qor_CAM", sealed64({2099, 0, 0, 0, 0}), "unknown version", "expected valid word 3099", 1},
       {"gyro_cal_qor_CAM", gyro({0, kModule[1], kModule[2], kModule[3]}), "wrong module", "record.module", 1},

@@ -48,6 +48,9 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
   Bytes gyro_alone(0x30000);
   put(gyro_alone, 0x20000, awb());
   put(gyro_alone, 0x20EA0, gyro());
+  const std::string hexadecimal = phone("hexadecimal");
+  text_file("hexadecimal/getprop.txt",
+            support::replaced(text("phone/getprop.txt"), "[287454020]", "[0x11223344]"));
   const std::string near = " --golden 0.75,0.5859375 --threshold ";
   expect({
       {"good", good, 0, "PASS: 2 good"},
@@ -62,6 +65,7 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
       {"no such kind", good + " --require rubbish", 2, "no such kind: \"rubbish\""},
       {"no such camera", good + " --require top:awb", 2, "no such camera: \"top:awb\""},
       {"zeros", file("zeros", Bytes(4 << 20)), 3, "no calibration found"},
+      {"a word that is 0 to the library", hexadecimal, 1, "fuse ID 00000000 55667788"},
       {"limit kept", good + near + "10", 0, "0.0312 from the golden sample, 0.0750 allowed (42 % of it)"},
       {"limit not kept", good + near + "4", 1, "out of limit: 0.0312 from the golden sample, 0.0300 allowed"},
       {"A light", file("awb_A_light_cal", awb()) + near + "4", 1, "out of limit"},

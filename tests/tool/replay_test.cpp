@@ -119,6 +119,12 @@ TEST_F(Replay, ReducesPackedImagesOverTheGridWhoseFormatTheirNameOrContentTells)
   }
   EXPECT_THAT(run("replay " + path("x.raw") + golden + size + " --bayer bggr").output,
               HasSubstr("768     0       0  0.5625  0.7500"));
+  // From the second sample of its rows on the same sensor begins with green.
+  const Bytes wide = raw16(flat(66, 48, 424, 544, 339));
+  file("x.raw", Bytes(wide.begin() + 2, wide.end() - 2));
+  EXPECT_THAT(
+      run("replay " + path("x.raw") + golden + size + " --format raw16 --stride 132 --bayer grbg").output,
+      HasSubstr("768     0       0  0.7500  0.5732"));
   EXPECT_EQ(run("replay - <" + path("z") + golden).exit_code, 0);
   EXPECT_THAT(run("replay " + path("y") + golden).output,
               HasSubstr("neither name nor content says what it is"));
@@ -146,13 +152,15 @@ TEST_F(Replay, RefusesWhatItCannotUse) {
 
 TEST_F(Replay, LeavesOutAndCountsDarkAndSaturatedCells) {
   auto samples = flat(64, 48, 424, 544, 334);
-  samples[0] = 1023;  // one clipped sample spoils its cell of 2 x 2
+  samples[0] = 919;  // one sample at the limit, 95 % from black to white, spoils its cell of 2 x 2
   for (size_t y = 0; y < 2; ++y) {
     for (size_t x = 2; x < 6; ++x) samples[y * 64 + x] = 65;  // two dark cells
   }
   file("16.raw", raw16(samples));
-  EXPECT_THAT(run("replay " + path("16.raw") + " --golden 0.75,0.5625 --size 64x48 --format raw16").output,
-              HasSubstr("    1      765     2       1  0.7500  0.5625"));
+  EXPECT_THAT(
+      run("replay " + path("16.raw") + " --golden 0.75,0.5625 --size 64x48 --format raw16 --white 964")
+          .output,
+      HasSubstr("    1      765     2       1  0.7500  0.5625"));
 }
 
 /// A little-endian DNG of one uncompressed strip, tag by tag.

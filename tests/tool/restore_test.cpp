@@ -87,7 +87,9 @@ TEST_F(Restore, BringsBackWhatWasGoodAndChangesNothingElse) {
     const Bytes blank = partition("new", storage);
     EXPECT_THAT(restore("--dry-run"), Exits(0, Tells("16 to restore, 0 there already, 0 refused; nothing")));
     EXPECT_EQ(contents("new"), before);
+    fs::permissions(path("new" + device(storage)), fs::perms::owner_read | fs::perms::owner_write);
     const Outcome restored = restore();
+    EXPECT_EQ(support::mode_of(path("new" + device(storage))), 0600);
     EXPECT_THAT(restored, Exits(0, Tells("16 restored, 0 there already, 0 refused")));
     EXPECT_EQ(restored.output.find("of the chip's blocks of 131072 bytes changed: 2\n") != std::string::npos,
               storage == "nand");

@@ -124,6 +124,18 @@ TEST_F(Transform, WritesOverNothingUnasked) {
   EXPECT_EQ(bytes("awb_cal"), awb());
 }
 
+// A full disk, as a limit on files, costs nobody the old content; and others may read what is new.
+TEST_F(Transform, PutsWholeFilesIntoTheirPlacesAlone) {
+  const std::string redact = AWBCAL " redact --force " + file("image", image()) + " --output " + path("out");
+  text_file("out", "old");
+  EXPECT_THAT(support::run_shell("trap '' XFSZ; ulimit -f 8; " + redact + " 2>&1"),
+              Exits(2, HasSubstr("cannot be written: File too large")));
+  EXPECT_EQ(text("out"), "old");
+  EXPECT_EQ(support::run_shell("umask 027; " + redact + " >/dev/null; ls -A " + path("")).output,
+            "image\nout\n");
+  EXPECT_EQ(support::mode_of(path("out")), 0640);
+}
+
 // ---- diff -------------------------------------------------------------------------------------------------
 
 TEST_F(Transform, ComparesFieldByFieldAndMergesWhatIsEqual) {
@@ -155,6 +167,9 @@ TEST_F(Transform, ComparesACacheWithThePartition) {
   EXPECT_EQ(run("diff " + path("phone") + " " + path("phone")).output,
             "A " + path("phone") + "\nB " + path("phone") +
                 "\n\nequal: main awb (cache), main aec (cache)\nno difference\n");
+  put(partition, 0x20000, awb(3099, 801, 600));
+  file("phone/mfg.img", partition);
+  EXPECT_THAT(run("diff " + path("phone") + " " + other).output, HasSubstr("equal: main awb (cache)"));
   EXPECT_EQ(run("diff " + path("phone") + " " + path("no")).exit_code, 2);
 }
 
@@ -168,6 +183,8 @@ bool holds_word(const Bytes& bytes, uint32_t word) {
 TEST_F(Transform, RedactsAnImageSoThatEveryVerdictStays) {
   Bytes original = image();
   put(original, 0x100, support::le32({kModule[1]}));  // a stale copy where no record is
+  put(original, original.size() - 4, support::le32({kModule[2]}));
+  put(original, 0x22EA0, sealed64({3099, uint64_t{kModule[3]} << 32 | 7, 8, 9, 10}));
   file("image", original);
   ASSERT_EQ(run("redact " + path("image") + " --output " + path("shared")).exit_code, 0);
   for (const uint32_t word : kModule) EXPECT_FALSE(holds_word(bytes("shared"), word)) << word;
@@ -207,6 +224,33 @@ TEST_F(Transform, RedactsPropertiesAndReportsWithTheRecords) {
             std::string::npos);
   for (const uint32_t word : kModule)
     EXPECT_EQ(properties.find(std::to_string(word)), std::string::npos) << word;
+}
+
+TEST_F(Transform, RedactsAFolderThatIsAPhoneAfterwards) {
+  phone();
+  text_file("phone/build.prop",
+            "ro.serialno=QX1234567\na=by QX1234567\nb=490154203237518\nc=4901542032375\n");
+  file("phone/dev/block/mmcblk0p6", image());
+  const std::string links = "/dev/block/platform/msm_sdcc.1/by-name/";
+  fs::create_directories(path("phone" + links));
+  fs::create_symlink("/dev/block/mmcblk0p6", path("phone" + links + "mfg"));
+  fs::create_symlink("/home/somebody", path("phone" + links + "mine"));
+  Bytes node(4000);
+  put(node, 3784, awb());
+  put(node, 3952, gyro());
+  std::copy_n(node.begin() + 3952 + 32, 16, node.begin() + 3784);
+  file("phone/sys/android_camera_awb_cal/awb_cal", node);
+  EXPECT_THAT(run("redact " + path("phone") + " --output " + path("shared")),
+              Exits(0, HasSubstr("mine: not")));
+  EXPECT_EQ(text("shared/build.prop"),
+            "ro.serialno=000000000\na=by 000000000\nb=000000000000000\nc=4901542032375\n");
+  EXPECT_EQ(fs::read_symlink(path("shared" + links + "mfg")), "/dev/block/mmcblk0p6");
+  EXPECT_FALSE(fs::is_symlink(path("shared" + links + "mine")));
+  const Bytes shared = bytes("shared/sys/android_camera_awb_cal/awb_cal");
+  EXPECT_TRUE(std::equal(shared.begin() + 3984, shared.begin() + 4000, shared.begin() + 3784));
+  const std::string verdicts = "| grep -E '^  [a-z]|^[A-Z]{4}:' | grep -vE 'module:|assumed'";
+  EXPECT_EQ(run("verify " + path("shared"), verdicts).output,
+            run("verify " + path("phone"), verdicts).output);
 }
 
 }  // namespace
