@@ -242,6 +242,11 @@ TEST_F(VirtualPhoneTest, EveryInterceptedCallCanFail) {
     EXPECT_EQ(well, phone->struck_faults() == 0);
   });
   EXPECT_EQ(calls, 13u);
+  phone->add_fault({.call = "fgets", .error = ENOSPC});
+  std::FILE* in = fopen(kCache, "r");
+  char line[8];
+  expect_calls({{"fgets", [&] { return fgets(line, sizeof line, in) == nullptr ? -1 : 0; }, -1, ENOSPC},
+                {"fclose", [&] { return fclose(in); }, 0}});
 }
 
 TEST_F(VirtualPhoneTest, FaultsAreReadFromTheFileAndMistakesNamed) {

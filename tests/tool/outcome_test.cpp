@@ -51,6 +51,14 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
   const std::string hexadecimal = phone("hexadecimal");
   text_file("hexadecimal/getprop.txt",
             support::replaced(text("phone/getprop.txt"), "[287454020]", "[0x11223344]"));
+  const std::string part = phone("part");
+  file("part/data/misc/camera/aec_cal", Bytes(9, 1));
+  const std::string two = path("two/data/misc/camera");
+  file("two/data/misc/camera/awb_cal", damaged(awb(3099, 800, 600, {1, 2, 3, 4}), 5));
+  file("two/data/misc/camera/aec_cal", aec());
+  file("two/data/misc/camera/awb_cal_front_CAM", awb());
+  const std::string limits =
+      text_file("limits", "camera,light,golden_rg,golden_bg,threshold\nfront,normal,0.75,0.5859375,4\n");
   const std::string near = " --golden 0.75,0.5859375 --threshold ";
   expect({
       {"good", good, 0, "PASS: 2 good"},
@@ -66,6 +74,9 @@ TEST_F(Outcomes, AreWhatTheRecordsAllow) {
       {"no such camera", good + " --require top:awb", 2, "no such camera: \"top:awb\""},
       {"zeros", file("zeros", Bytes(4 << 20)), 3, "no calibration found"},
       {"a word that is 0 to the library", hexadecimal, 1, "fuse ID 00000000 55667788"},
+      {"a part of one record", part, 1, "FAIL: 1 good, 1 not"},
+      {"the module of a record that is good", two, 1, "its record's own fuse ID, 11223344"},
+      {"the limit of its camera", two + " --only front:awb --limits " + limits, 1, "out of limit: 0.0312"},
       {"limit kept", good + near + "10", 0, "0.0312 from the golden sample, 0.0750 allowed (42 % of it)"},
       {"limit not kept", good + near + "4", 1, "out of limit: 0.0312 from the golden sample, 0.0300 allowed"},
       {"A light", file("awb_A_light_cal", awb()) + near + "4", 1, "out of limit"},
