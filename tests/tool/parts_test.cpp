@@ -16,6 +16,7 @@
 #include "run/guarded_folder.h"
 #include "run/sensor_model.h"
 #include "tests/support/support.h"
+#include "text/printable.h"
 #include "text/terminal.h"
 
 namespace {
@@ -123,6 +124,29 @@ TEST(SensorModel, TakesNoSampleFromTheDark) {
   awbcal::Noise noise(7);
   awbcal::SensorModel sensor(kLight, {.rg = 1, .bg = 1}, noise);
   EXPECT_EQ(sensor.capture({.gain = 256, .exp_time = 500}).frame.count, 0);
+}
+
+// ---- a stranger's text ------------------------------------------------------------------------------------
+
+TEST(Printable, LeavesLettersAndShowsTheCodesOfTheRest) {
+  for (const char* letters : {"AWB 5%", "\u00e9", "\u00a0", "\u202f", "\u2070", "\U0001f4f7", "\U0010ffff"})
+    EXPECT_EQ(awbcal::printable(letters), letters);
+  const std::pair<const char*, const char*> rows[] = {{"a\x1b[2J", "a\\x1b[2J"},
+                                                      {"\x7f", "\\x7f"},
+                                                      {"\xc2\x80", "\\x80"},
+                                                      {"\xc2\x9f", "\\x9f"},
+                                                      {"\u061c", "\\u061c"},
+                                                      {"\u200e\u200f", "\\u200e\\u200f"},
+                                                      {"\u2028\u2029", "\\u2028\\u2029"},
+                                                      {"\u202a\u202e", "\\u202a\\u202e"},
+                                                      {"\u2066\u2069", "\\u2066\\u2069"},
+                                                      {"\xc0\x80", "\\xc0\\x80"},
+                                                      {"\xe0\x9f\xbf", "\\xe0\\x9f\\xbf"},
+                                                      {"\xed\xa0\x80", "\\xed\\xa0\\x80"},
+                                                      {"\xe2\x80", "\\xe2\\x80"},
+                                                      {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
+                                                      {"\xf0\x8f\xbf\xbf", "\\xf0\\x8f\\xbf\\xbf"}};
+  for (const auto& [text, shown] : rows) EXPECT_EQ(awbcal::printable(text), shown);
 }
 
 // ---- temporary files --------------------------------------------------------------------------------------
