@@ -181,7 +181,7 @@ class Way {
   std::string how() const {
     std::string how = fmt::format("raw NAND: pages of {} bytes, the {} out-of-band bytes after each left out",
                                   layout_->page, layout_->spare);
-    if (bad_blocks_ > 0) how += fmt::format(", {} as well", counted(static_cast<size_t>(bad_blocks_), "bad block"));
+    if (bad_blocks_ > 0) how += fmt::format(", {} as well", counted(bad_blocks_, "bad block"));
     return how;
   }
 
@@ -201,7 +201,7 @@ class Way {
   std::span<const uint8_t> bytes_;
   const PageLayout* layout_ = nullptr;
   std::vector<size_t> good_blocks_ = {};  ///< where they begin
-  int bad_blocks_ = 0;
+  size_t bad_blocks_ = 0;
   size_t size_ = 0;
 };
 
