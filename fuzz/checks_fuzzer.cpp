@@ -21,23 +21,15 @@ constexpr RecordForm kGyro{.width = 8, .fuse = 8, .crc = 40, .covered = 40, .zer
 constexpr RecordForm kLensShading{.width = 8, .fuse = 8, .crc = 3576, .covered = 3556};
 constexpr RecordForm kDualCamera{.width = 4, .fuse = 1647, .crc = 1663, .covered = 1663};
 
-const char* node() {
-  return of_camera(NODE "awb_cal", NODE "awb_cal_front", NODE "awb_cal_sub");
-}
-
-Fuse module() {
-  return fuse_of(program_camera());
-}
-
 bool is_finished(const SecondOpinion& opinion) {
   return opinion.crc_good && opinion.valid_word == 3099;
 }
 
 bool lens_shading_is_good() {
   const Source& source =
-      source_of(of_camera(CAMERA "lsc_cal", CAMERA "lsc_cal_front_CAM", CAMERA "lsc_cal_sub_CAM"), node(), 64,
-                3584, 64);
-  const SecondOpinion opinion = judged(source.bytes, kLensShading, module());
+      source_of(of_camera(CAMERA "lsc_cal", CAMERA "lsc_cal_front_CAM", CAMERA "lsc_cal_sub_CAM"),
+                kernel_export(), 64, 3584, 64);
+  const SecondOpinion opinion = judged(source.bytes, kLensShading, fitted_module());
   return source.file != nullptr && is_finished(opinion) && opinion.is_bound();
 }
 
@@ -45,14 +37,15 @@ bool gyro_is_good() {
   const char* main = CAMERA "gyro_cal_qor_CAM";
   const char* of = of_camera(NODE "awb_cal", NODE "awb_cal_front", NODE "awb_cal");
   const Source& source = source_of(of_camera(main, CAMERA "gyro_cal_front_qor_CAM", main), of, 3952, 48);
-  const SecondOpinion opinion = judged(source.bytes, kGyro, module());
+  const SecondOpinion opinion = judged(source.bytes, kGyro, fitted_module());
   return source.file != nullptr && is_finished(opinion) && opinion.is_bound();
 }
 
 bool awb_is_good() {
-  const Source& source = source_of(
-      of_camera(CAMERA "awb_cal", CAMERA "awb_cal_front_CAM", CAMERA "awb_cal_sub_CAM"), node(), 0, 64);
-  const SecondOpinion opinion = judged(source.bytes, kEightFields, module());
+  const Source& source =
+      source_of(of_camera(CAMERA "awb_cal", CAMERA "awb_cal_front_CAM", CAMERA "awb_cal_sub_CAM"),
+                kernel_export(), 0, 64);
+  const SecondOpinion opinion = judged(source.bytes, kEightFields, fitted_module());
   Fuse main = fuse_of(0);
   for (uint64_t& word : main) word = static_cast<uint64_t>(int64_t{static_cast<int32_t>(word)});
   const bool is_bound = opinion.is_bound() || (program_camera() == 1 && opinion.fuse == main);
@@ -60,10 +53,11 @@ bool awb_is_good() {
 }
 
 bool aec_is_good() {
-  const Source& source = source_of(
-      of_camera(CAMERA "aec_cal", CAMERA "aec_cal_front_CAM", CAMERA "aec_cal_sub_CAM"), node(), 3712, 36);
+  const Source& source =
+      source_of(of_camera(CAMERA "aec_cal", CAMERA "aec_cal_front_CAM", CAMERA "aec_cal_sub_CAM"),
+                kernel_export(), 3712, 36);
   if (source.file == nullptr || (source.is_cache && source.count == 0)) return false;
-  const SecondOpinion opinion = judged(source.bytes, kAec, module());
+  const SecondOpinion opinion = judged(source.bytes, kAec, fitted_module());
   return is_finished(opinion) && opinion.is_bound();
 }
 
@@ -77,13 +71,13 @@ bool flash_is_good() {
     memcpy(records[0], source_of(dual, nullptr, 0, 96).bytes, 96);
   } else if (file_at(flash).exists) {
     memcpy(records[1], source_of(flash, nullptr, 0, 64).bytes, 64);
-  } else if (file_at(node()).exists) {
-    memcpy(records[0], source_of(dual, node(), 3848, 96).bytes, 96);
-    memcpy(records[1], source_of(flash, node(), 3648, 64).bytes, 64);
+  } else if (file_at(kernel_export()).exists) {
+    memcpy(records[0], source_of(dual, kernel_export(), 3848, 96).bytes, 96);
+    memcpy(records[1], source_of(flash, kernel_export(), 3648, 64).bytes, 64);
   } else {
     return false;
   }
-  const SecondOpinion first = judged(records[0], kTwelveFields, module());
+  const SecondOpinion first = judged(records[0], kTwelveFields, fitted_module());
   if (is_finished(first) && first.is_bound()) return true;
   const SecondOpinion second = judged(records[1], kEightFields, first.module);
   return is_finished(second) && second.is_bound();
@@ -96,7 +90,7 @@ bool dual_camera_is_good() {
   memset(bytes, 0, sizeof bytes);
   memcpy(bytes, record.bytes + std::min<size_t>(512, record.size),
          std::min(sizeof bytes, record.size - std::min<size_t>(512, record.size)));
-  const SecondOpinion opinion = judged(bytes, kDualCamera, module());
+  const SecondOpinion opinion = judged(bytes, kDualCamera, fitted_module());
   if (is_finished(opinion) && field(bytes + 1663, 4) != 0) return true;
   const File& marker = file_at(NODE "awb_cal_InHouse3D");
   uint32_t word = 0;
@@ -122,9 +116,10 @@ void get_settled_values(Transcript& said) {
   QOR_Calibration_AEC_get_calibration_data(&values[0], &values[1], &values[2]);
   said.add(values, sizeof values);
   if (!is_to_be_compared(struck) || (values[0] | values[1] | values[2]) == 0) return;
-  const Source& source = source_of(
-      of_camera(CAMERA "aec_cal", CAMERA "aec_cal_front_CAM", CAMERA "aec_cal_sub_CAM"), node(), 3712, 36);
-  const SecondOpinion opinion = judged(source.bytes, kAec, module());
+  const Source& source =
+      source_of(of_camera(CAMERA "aec_cal", CAMERA "aec_cal_front_CAM", CAMERA "aec_cal_sub_CAM"),
+                kernel_export(), 3712, 36);
+  const SecondOpinion opinion = judged(source.bytes, kAec, fitted_module());
   require(opinion.crc_good && opinion.is_bound() && opinion.valid_word % 1000 == 99,
           "values of a good record");
   require(memcmp(values, source.bytes + 4, sizeof values) == 0, "the values are the record's");

@@ -13,20 +13,12 @@ namespace {
 using namespace fuzz;
 
 #define CAMERA "/data/misc/camera/"
-#define NODE "/sys/android_camera_awb_cal/"
 
 constexpr size_t kAwbTuning = 12464;
 constexpr size_t kSensorTuning = 48592;
 constexpr RecordForm kEightWords{.width = 4, .fuse = 12, .crc = 28, .covered = 28};
 constexpr RecordForm kDualFlash{.width = 4, .fuse = 28, .crc = 44, .covered = 44};
 constexpr RecordForm kLensShading{.width = 8, .fuse = 8, .crc = 3576, .covered = 3576};
-
-const char* node() {
-  return of_camera(NODE "awb_cal", NODE "awb_cal_front", NODE "awb_cal_sub");
-}
-Fuse module() {
-  return fuse_of(program_camera());
-}
 
 // ---- a tuning and what may change in it -------------------------------------------------------------------
 
@@ -112,7 +104,7 @@ struct Opinion {
 /// A zero first word counts in a record that came whole. The front camera's may carry the main camera's fuse ID.
 Opinion opinion_of(const char* cache, size_t offset, size_t size, RecordForm form, const Fuse& fitted,
                    uint64_t first, bool front_may_be_main) {
-  const Source& source = source_of(cache, node(), offset, size);
+  const Source& source = source_of(cache, kernel_export(), offset, size);
   form.zero_first_matches = form.zero_first_matches && source.count == size;
   const SecondOpinion judgement = judged(source.bytes, form, fitted);
   const bool by_main = front_may_be_main && program_camera() == 1 &&
@@ -126,7 +118,7 @@ Opinion opinion_of(const char* cache, size_t offset, size_t size, RecordForm for
 
 Opinion awb_opinion(uint64_t first_version, bool front_may_be_main) {
   return opinion_of(of_camera(CAMERA "awb_cal", CAMERA "awb_cal_front_CAM", CAMERA "awb_cal_sub_CAM"), 0, 32,
-                    kEightWords, module(), first_version, front_may_be_main);
+                    kEightWords, fitted_module(), first_version, front_may_be_main);
 }
 
 // ---- the corrections --------------------------------------------------------------------------------------
@@ -190,10 +182,10 @@ void set_mesh(const Call& call, Transcript& said) {
   said.add(result);
   if (is_to_be_compared(struck)) {
     const char* cache = of_camera(CAMERA "lsc_cal", CAMERA "lsc_cal_front_CAM", CAMERA "lsc_cal_sub_CAM");
-    const Source& source = source_of(cache, node(), 64, 3584, 64);
+    const Source& source = source_of(cache, kernel_export(), 64, 3584, 64);
     RecordForm form = kLensShading;
     form.zero_first_matches = source.count == 3584;
-    const SecondOpinion judgement = judged(source.bytes, form, module());
+    const SecondOpinion judgement = judged(source.bytes, form, fitted_module());
     const bool is_good = source.count == 3584 && judgement.valid_word == 3099 && judgement.is_bound();
     require(result == (is_good ? 1 : 0), "a mesh is set by a whole, valid record of this module");
     if (is_good) check_meshes(tuning, source, bright > 0 && bright < 1);

@@ -15,11 +15,6 @@ using namespace fuzz;
 
 #define CAMERA "/data/misc/camera/"
 
-const char* node() {
-  return of_camera("/sys/android_camera_awb_cal/awb_cal", "/sys/android_camera_awb_cal/awb_cal_front",
-                   "/sys/android_camera_awb_cal/awb_cal_sub");
-}
-
 struct Kind {
   const char* cache;
   size_t export_offset;
@@ -51,7 +46,7 @@ uint32_t length_of(const Call& call, size_t whole) {
 }
 
 void check_loaded(const Guarded& buffer, const Kind& kind, int32_t result) {
-  const Source& source = source_of(kind.cache, node(), kind.export_offset, buffer.size());
+  const Source& source = source_of(kind.cache, kernel_export(), kind.export_offset, buffer.size());
   const size_t written = source.is_cache ? source.count : source.file != nullptr ? buffer.size() : 0;
   require(result == (source.file == nullptr ? -1 : static_cast<int32_t>(written)), "the result counts bytes");
   require(memcmp(buffer.data(), source.bytes, written) == 0, "what is loaded is what the phone holds");
@@ -84,9 +79,10 @@ void load_awb(Transcript& said) {
   if (!is_to_be_compared(struck)) return;
   const Kind kind = kind_of(0);
   const bool is_cache = file_at(kind.cache).exists;
-  const auto node_tag = static_cast<uint32_t>(field(source_of(kind.cache, node(), 3944, 4).bytes, 4));
+  const auto node_tag =
+      static_cast<uint32_t>(field(source_of(kind.cache, kernel_export(), 3944, 4).bytes, 4));
   require(result == 0 || tag == (is_cache ? 0xFF3ACA01 : node_tag), "the tag word is the source's");
-  const Source& source = source_of(kind.cache, node(), 0, 32);
+  const Source& source = source_of(kind.cache, kernel_export(), 0, 32);
   check_loaded(buffer, kind, result == 0 ? -1 : is_cache ? static_cast<int32_t>(source.count) : 32);
 }
 

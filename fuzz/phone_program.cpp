@@ -380,4 +380,13 @@ const char* of_camera(const char* main, const char* front, const char* sub) {
   return program_camera() == 0 ? main : program_camera() == 1 ? front : sub;
 }
 
+const char* kernel_export() {
+  return of_camera("/sys/android_camera_awb_cal/awb_cal", "/sys/android_camera_awb_cal/awb_cal_front",
+                   "/sys/android_camera_awb_cal/awb_cal_sub");
+}
+
+Fuse fitted_module() {
+  return fuse_of(program_camera());
+}
+
 }  // namespace fuzz

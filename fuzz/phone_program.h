@@ -120,6 +120,9 @@ using Fuse = std::array<uint64_t, 4>;
 /// The camera's fuse ID by its properties: 0 main, 1 front, 2 sub.
 Fuse fuse_of(int32_t camera);
 
+/// The fuse ID of the camera that the program selects.
+Fuse fitted_module();
+
 uint32_t crc_of(const void* bytes, size_t size);
 uint64_t field(const uint8_t* bytes, size_t width);
 
@@ -160,6 +163,9 @@ const Source& source_of(const char* cache, const char* node, size_t offset, size
 
 /// The file's name for the selected camera.
 const char* of_camera(const char* main, const char* front, const char* sub);
+
+/// The path of the kernel's export of that camera.
+const char* kernel_export();
 
 }  // namespace fuzz
 
