@@ -1,5 +1,6 @@
 // Any bytes as any kind of input: unpacked, recognised, decoded, judged, dumped, packed again and redacted.
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "inspect/archive.h"
@@ -9,6 +10,7 @@
 #include "inspect/redaction.h"
 #include "inspect/verdict.h"
 #include "phone/services/properties_file.h"
+#include "tests/support/support.h"
 
 namespace {
 
@@ -30,9 +32,22 @@ constexpr const char* kKinds[] = {"",
                                   "dual_camera_first_form",
                                   "dual_camera_payload"};
 
+/// By another hand: whether a record that is called good has its CRC, or has none.
+bool is_sealed(const awbcal::FoundRecord& record) {
+  return std::ranges::all_of(record.spec->fields, [&record](const awbcal::FieldSpec& field) {
+    if (field.kind != awbcal::FieldKind::crc) return true;
+    const uint32_t crc = support::bitwise_crc(record.bytes.data(), field.offset);
+    return awbcal::field_value(record.bytes, field) == (field.width == 1 ? crc & 0xFF : crc);
+  });
+}
+
 void inspect(const std::string& name, const std::string& kind, const awbcal::Bytes& bytes) {
   awbcal::Phone phone = awbcal::phone_of_bytes(name, bytes, {.as = kind});
-  awbcal::verdicts_of(phone, {{calib::Camera::main, {1, 2, 3, 4}}});
+  for (const awbcal::RecordVerdict& each :
+       awbcal::verdicts_of(phone, {{calib::Camera::main, {1, 2, 3, 4}}})) {
+    const bool is_good = each.finding.verdict == awbcal::Verdict::good && each.record != nullptr;
+    if (is_good && !is_sealed(*each.record)) std::abort();
+  }
   const awbcal::Packed packed = awbcal::pack_document(awbcal::show_document(phone, true), {});
   if (phone.notes.empty() && packed.files.at(0).bytes != bytes) std::abort();
   awbcal::redact(phone);
@@ -51,7 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // A message is an answer.
   }
   awbcal::FuseMap map;
-  awbcal::redact_text(awbcal::text_of(bytes), map);
+  const std::string redacted = awbcal::redact_text(awbcal::text_of(bytes), map);
+  if (std::ranges::count(redacted, '\n') != std::ranges::count(bytes, '\n')) std::abort();
   phone::parse_properties(awbcal::text_of(bytes));
   return 0;
 }

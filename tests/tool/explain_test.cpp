@@ -75,6 +75,9 @@ TEST_F(Explain, SaysForEveryCorrectionWhyItWasNotDone) {
   // A checksum that only warns is not what refuses another module's record.
   Bytes lens_shading(64);
   const Bytes mesh = damaged(awbcal::make_lens_shading_record({1, 2, 3, 4}, 1.5), 100);
+  file("phone/factory/lens_shading_main.bin", mesh);
+  EXPECT_THAT(run("explain --reboot main " + path("phone")),
+              Exits(0, Tells("lens_shading cache file absent export taken;")));
   lens_shading.insert(lens_shading.end(), mesh.begin(), mesh.end());
   lens_shading.resize(4000);
   file("phone/data/misc/camera/lsc_cal", lens_shading);
@@ -83,6 +86,12 @@ TEST_F(Explain, SaysForEveryCorrectionWhyItWasNotDone) {
       Exits(0, Tells("Lens shading NOT corrected: the lens-shading record belongs to another module: fuse ID "
                      "00000001 00000002 00000003 00000004; fitted is fuse ID 11223344 55667788 99aabbcc "
                      "ddeeff01 (fifth of five tests)")));
+  // What is behind the file that is taken need not be known.
+  file(cache, awb());
+  const std::string hidden = path("phone/sys/android_camera_awb_cal/awb_cal");
+  fs::remove(hidden);
+  fs::create_directories(hidden);
+  EXPECT_THAT(run("explain main " + path("phone")), Exits(2, Tells("White balance corrected")));
   fs::remove(path(cache));
   fs::create_directories(path(cache));
   EXPECT_THAT(run("explain main " + path("phone")),

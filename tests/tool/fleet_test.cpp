@@ -11,6 +11,7 @@
 #include "fleet/judge_process.h"
 #include "fleet/rows.h"
 #include "fleet/summary.h"
+#include "fleet/summary_tables.h"
 #include "inspect/errors.h"
 #include "tests/support/tool_support.h"
 
@@ -98,10 +99,38 @@ TEST(Summary, FindsWhatIsOffTheLineOfTheOthers) {
     summary.add(unit_of(i, 760 + along, 600 - along + static_cast<uint32_t>(i / 40 % 3)));
   }
   EXPECT_TRUE(summary.ratios.begin()->second.outliers().empty());
-  summary.add(unit_of(400, 795, 597));
+  for (const size_t number : {400, 401}) summary.add(unit_of(number, 795, 597));
   const auto outliers = summary.ratios.begin()->second.outliers();
   ASSERT_EQ(outliers.size(), 1U);
   EXPECT_EQ(outliers[0].cell.first, "u400");
+  const auto lists = awbcal::comparison(summary);
+  const auto far = std::ranges::find_if(lists, [](const awbcal::NamedList& list) {
+    return list.what == "far from where the others are, main camera, AWB record";
+  });
+  ASSERT_NE(far, lists.end());
+  EXPECT_EQ(far->units.count, 2U);
+}
+
+TEST(Summary, JudgesWithTheFactoryAndAgain) {
+  awbcal::Summary summary;
+  const auto add = [&summary](const char* result, awbcal::Verdict verdict, float percent) {
+    awbcal::Unit unit = unit_of(summary.units, 760, 600);
+    unit.result = result;
+    unit.measurements[0].verdict = verdict;
+    unit.measurements[0].margin = calib::Margin{.delta = percent, .limit = 100};
+    summary.add(unit);
+  };
+  for (const float percent : {50.0F, 150.0F}) {
+    add("PASS", awbcal::Verdict::good, percent);
+    add("FAIL", awbcal::Verdict::out_of_tolerance, percent);
+    add("INCOMPLETE", awbcal::Verdict::good, percent);
+  }
+  EXPECT_EQ(summary.days.at(1).judged, 4U);
+  EXPECT_EQ(summary.days.at(1).passed, 2U);
+  const awbcal::MarginStatistics& margin = summary.margins.begin()->second;
+  EXPECT_EQ(margin.would_have_failed.names, (std::vector<std::string>{"u3", "u5"}));
+  EXPECT_EQ(margin.passes_now.names, (std::vector<std::string>{"u1"}));
+  EXPECT_EQ(margin.now_and_then, 2U);
 }
 
 TEST(Summary, CountsMarginsByTheirLimit) {
@@ -161,26 +190,27 @@ TEST_F(Fleet, JudgesEachUnitAsVerifyDoes) {
 }
 
 TEST_F(Fleet, TakesWhatIsNamedHoweverItIsNamed) {
-  phone("units/deep/phone");
-  text_file("units/deep/phone/build.prop", "ro.serialno=SN,\"1\"\n");
+  phone("units/de,ep/phone");
+  text_file("units/de,ep/phone/build.prop", "ro.serialno=SN\"1\"\n");
   file("units/b.img", Bytes(0x4000));
   file("units/.hidden", Bytes(1));
   fs::create_directory_symlink("..", path("units/round"));
-  text_file("list", "units/b.img\n\nunits/nosuch\n");
-  text_file("zeros", std::string("units/b.img\0units/deep/phone\0", 29));
+  text_file("list", "units/b.img\n\nunits/nosuch\nunits/de,ep/phone\n");
+  text_file("zeros", std::string("units/b.img\0units/de,ep/phone\0", 30));
   const struct {
     const char* arguments;
     int exit_code;
     const char* tells;
   } rows[] = {
       {"units", 0, "2 units: 1 NOTHING TO JUDGE, 1 PASS"},
-      {"units --csv", 0, "\nunit,\"SN,\"\"1\"\"\",units/deep/phone,"},
-      {"units --ndjson", 0, R"({"row":"measurement","unit":"SN,\"1\"","path":"units/deep/phone")"},
+      {"units --csv", 0, "\nunit,\"SN\"\"1\"\"\",\"units/de,ep/phone\","},
+      {"units --ndjson", 0, R"({"row":"measurement","unit":"SN\"1\"","path":"units/de,ep/phone")"},
       {"units/b.img", 3, "1 unit: 1 NOTHING TO JUDGE"},
       {"- <list", 2, "units/nosuch: no such file"},
+      {"- --golden 0.75,0.5 --threshold 1 <list", 2, "fail these limits: 1 SN\"1\""},
       {"-0 - <zeros", 0, "2 units: 1 NOTHING TO JUDGE, 1 PASS"},
       {"- </dev/null", 3, "no unit"},
-      {"units --golden 0.75,0.5 --threshold 1", 1, "passed in the factory, fail these limits: 1 SN,\"1\""},
+      {"units --golden 0.75,0.5 --threshold 1", 1, "passed in the factory, fail these limits: 1 SN\"1\""},
       {"units --golden 0.78125,0.5859375 --threshold 0", 0, "main camera, AWB record 1 0.0 0.0 0.0 0.0 -"},
       {"units --threshold 1", 2, "--threshold: needs --golden"},
       {"", 2, "PATH or --from is required"},
@@ -191,6 +221,12 @@ TEST_F(Fleet, TakesWhatIsNamedHoweverItIsNamed) {
       {"units --since 2026-01-01", 2, "--since requires --from"},
       {"--from nosuch --since tomorrow", 2, "\"tomorrow\" is not a day"},
   };
+  for (const char* newest : {"getprop.txt", "data/misc/camera/aec_cal"}) {
+    shell("find units -type f | xargs touch -d 2026-01-01; touch -d 2026-01-05T06:07:08Z units/*/phone/" +
+          std::string(newest));
+    EXPECT_THAT(shell(AWBCAL " fleet units --csv").output, HasSubstr("phone\",2026-01-05T06:07:08Z,"))
+        << newest;
+  }
   for (const auto& [arguments, exit_code, tells] : rows) {
     const Outcome outcome = shell(std::string(AWBCAL " fleet ") + arguments);
     EXPECT_EQ(outcome.exit_code, exit_code) << arguments << outcome.output;
@@ -251,7 +287,7 @@ print(table == rows(map(json.loads, open("ndjson"))), base.execute("PRAGMA integ
 
 TEST_F(Fleet, AHistoryTellsTheSame) {
   fleet("--units 200 --bad 30");
-  const std::string judge = AWBCAL " fleet fleet/units --limits fleet/limits.csv --lot A ";
+  const std::string judge = "TZ=X-5 " AWBCAL " fleet fleet/units --limits fleet/limits.csv --lot A ";
   const std::string csv = shell(judge + "--csv").output;
   const std::string summary = shell(judge + "--db history").output;
   EXPECT_EQ(shell(judge + "--db history").output, summary) << "each unit again";
@@ -259,6 +295,10 @@ TEST_F(Fleet, AHistoryTellsTheSame) {
   EXPECT_EQ(shell(AWBCAL " fleet --from history --csv").output, csv);
   EXPECT_EQ(shell(AWBCAL " fleet --from history --limits fleet/limits.csv --csv").output, csv)
       << "judged again";
+  shell("head -n 2 fleet/limits.csv >one.csv");
+  EXPECT_EQ(shell(AWBCAL " fleet --from history --limits one.csv --csv").output,
+            shell(support::replaced(judge, "limits.csv", "../one.csv") + "--csv").output)
+      << "judged again, and not all of it";
   EXPECT_THAT(shell(AWBCAL " fleet --from history --lot B").output, HasSubstr("no unit"));
   EXPECT_EQ(
       rows_of(

@@ -266,6 +266,10 @@ TEST_F(LogStories, KeepCallsApartWhoseBordersAreLost) {
       << "the first word of one module, the rest of another";
   const LogStory whole = told({fuse(1, 1), fuse(2, 2), fuse(3, 3), fuse(4, 4), good});
   EXPECT_EQ(whole.acts.at(0).act.known_module(), (calib::FuseWords{1, 2, 3, 4}));
+  const std::string judged = "Correct_Reference_Points_qorModule, [Flash Calibration] fuse_id_word 0x";
+  EXPECT_NE(told({judged + "1, 0x2, 0x3, 0x4"}).acts.at(0).act.known_module(), std::nullopt);
+  EXPECT_EQ(told({judged + "0, 0x2, 0x3, 0x4"}).acts.at(0).act.known_module(), std::nullopt)
+      << "a record without a first fuse word has hidden the module's";
 }
 
 // ---- against the factory -----------------------------------------------------------------------------------
@@ -281,7 +285,7 @@ class FactoryDay {
                             {"mfg.awb.calibration.threshold", std::to_string(3 + random_() % 12)},
                             {"mfg.awb.calibration.Alight", is_a_light_ ? "1" : "0"},
                             {"mfg.awb.calibration.ae.k.eb", random_() % 2 == 0 ? "1" : "0"},
-                            {"mfg.awb.calibration.rg_ratio", "0.75"},
+                            {"mfg.awb.calibration.rg_ratio", random_() % 8 == 0 ? "nan" : "0.75"},
                             {"mfg.awb.calibration.bg_ratio", "0.5"}});
     if (random_() % 5 == 0)
       phone().add_fault({.call = "write", .path = "/dev/block/mmcblk0p6", .from_then_on = true});
@@ -307,7 +311,7 @@ class FactoryDay {
     EXPECT_EQ(act.camera.value_or(camera_), camera_);
     EXPECT_EQ(act.is_a_light.value_or(is_a_light_), is_a_light_);
     if (act.delta && delta != std::string::npos) {
-      EXPECT_NEAR(*act.delta, std::stod(marker_.substr(delta + 6)), 1e-6);
+      EXPECT_THAT(*act.delta, testing::NanSensitiveDoubleNear(std::stod(marker_.substr(delta + 6)), 1e-6));
     }
     if (act.is_taken) {
       EXPECT_EQ(*act.is_taken, record_ != Bytes(32));
@@ -459,6 +463,24 @@ TEST_F(LogStories, AreTheSameInEveryForm) {
   }
 }
 
+TEST_F(LogStories, AreComparedWithThePhoneByAllThatTheyShow) {
+  const std::string log = demo_log();
+  const std::string factory = text_file("factory", log.substr(0, log.find("read from file OK")));
+  const auto says = [](const std::string& of, const std::string& where) {
+    return testing::Field(
+        &Outcome::output,
+        testing::ResultOf(unwrapped,
+                          testing::ContainsRegex(of + ": the log's record \\(line [0-9]+\\) " + where)));
+  };
+  EXPECT_THAT(run("explain --log " + factory + " " + path("made")),
+              says("A-light AWB record", "is in the phone"));
+  const std::string lens_shading = "made/data/misc/camera/lsc_cal";
+  file(lens_shading, damaged(bytes(lens_shading), 64 + 3576));
+  for (const char* other : {"made/factory", "made/sys"}) fs::remove_all(path(other));
+  EXPECT_THAT(run("explain main --log " + path("made/logcat.txt") + " " + path("made")),
+              says("lens-shading record", "is not the one now in the phone"));
+}
+
 // ---- the table ----------------------------------------------------------------------------------------------
 
 /// The library's lines are known in one table, made from its sources. A literal that changes there shows.
@@ -514,10 +536,11 @@ TEST_F(LogCommand, TellsOfABugReportAndComparesItWithThePhone) {
       bug_report(text_of(log, Form::threadtime), text_of(without(log, 2, 0), Form::threadtime));
   text_file("bugreport-1.txt", report);
   text_file("main_entry.txt", "bugreport-1.txt");
-  ASSERT_EQ(
-      support::run_shell("cd " + path("") + " && python3 -m zipfile -c b.zip main_entry.txt bugreport-1.txt")
-          .exit_code,
-      0);
+  text_file("FS/data/last.txt", report);
+  ASSERT_EQ(support::run_shell("cd " + path("") +
+                               " && python3 -m zipfile -c b.zip main_entry.txt bugreport-1.txt FS")
+                .exit_code,
+            0);
   const Outcome told = run("explain --log " + path("b.zip"));
   EXPECT_THAT(
       told,
@@ -569,12 +592,17 @@ TEST_F(LogCommand, SaysWhatALogDoesNotTell) {
   for (int i = 0; i < 40; ++i) whole += text_of(log, Form::threadtime);
   text_file("whole", whole);
   ASSERT_EQ(
-      support::run_shell("cd " + path("") + " && gzip -k whole && head -c 9000 whole.gz >cut.gz").exit_code,
+      support::run_shell(
+          "cd " + path("") +
+          " && gzip -k whole && head -c 9000 whole.gz >cut.gz && "
+          "cp none a.txt && cp whole b.txt && tar cf ab.tar a.txt b.txt && head -c 1100 ab.tar >cut.tar")
+          .exit_code,
       0);
   EXPECT_THAT(run("explain --log " + path("whole.gz")), Exits(0, Tells("White balance corrected")));
   EXPECT_THAT(
       run("explain --log " + path("cut.gz")),
       Exits(2, Tells("White balance corrected"), Tells("damaged, or it cannot be read: read up to line")));
+  EXPECT_THAT(run("explain --log " + path("cut.tar")), Exits(2, Tells("damaged archive: read up to line 1")));
   EXPECT_THAT(run("explain --log " + path("missing")), Exits(2, HasSubstr("missing: no such file")));
   EXPECT_THAT(run("explain --log " + path("phone")), Exits(2, HasSubstr("a folder, not a log")));
   EXPECT_THAT(run("explain"), Exits(2, HasSubstr("CAMERA is required")));

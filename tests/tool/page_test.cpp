@@ -8,6 +8,7 @@
 
 #include "page/assets.h"
 #include "page/fleet_page.h"
+#include "run/tuning.h"
 #include "tests/support/tool_support.h"
 
 namespace {
@@ -70,8 +71,11 @@ TEST_F(Page, CountsAUnitInTheBarThatItsMarginIsIn) {
   std::vector<awbcal::Unit> units;
   for (const double percent : {0.0, 0.1, 5.0, 5.1, 99.9, 100.0, 100.1, 200.0, 200.1, 5000.0})
     units.push_back(unit_at(fmt::format("at {}", percent), percent));
+  units.back().measurements[0].limit->threshold = 10;
+  const std::string page = page_of(units);
+  EXPECT_EQ(rows_of(page, "golden").size(), 2U) << "limits about one golden sample";
   std::map<std::string, std::string> bars;
-  for (const auto& row : rows_of(page_of(units), "bins")) {
+  for (const auto& row : rows_of(page, "bins")) {
     if (row.at(1) != "0") bars[row[0]] = row[1];
   }
   EXPECT_THAT(bars,
@@ -106,8 +110,22 @@ TEST_F(Page, DrawsUnitsAsPointsAndManyAsSquares) {
   EXPECT_EQ(count(squares, "data-step=\"0.0068359375\""), 1U);
 }
 
+TEST_F(Page, GivesEachNumberOfAMapItsShade) {
+  const float gains[] = {2.0F, 1.0F, 1.49F, NAN};
+  awbcal::Page page("Maps");
+  page.heat_maps({{"a map", gains, 2}});
+  EXPECT_THAT(page.html(), HasSubstr("<tr><td class=\"s7\">2.00</td><td class=\"s0\">1.00</td></tr>\n"
+                                     "<tr><td class=\"s3\">1.49</td><td class=\"s0\">nan</td></tr>\n"));
+}
+
 TEST_F(Page, ShowsTheVerdictsThatVerifyPrints) {
   const std::string input = phone() + " --golden 0.7,0.6 --threshold 9";
+  file("phone/data/misc/camera/awb_cal_front_CAM", awb(3099, 720, 615));
+  Bytes lens_shading(64);
+  std::ranges::copy(awbcal::make_lens_shading_record({kModule[0], kModule[1], kModule[2], kModule[3]}, 1.5),
+                    std::back_inserter(lens_shading));
+  lens_shading.resize(4000);
+  file("phone/data/misc/camera/lsc_cal", lens_shading);
   const Outcome verified = run("verify " + input);
   EXPECT_THAT(run("report " + input + " --html " + path("page.html")), Exits(verified.exit_code, ""));
   const std::string page = text("page.html");
@@ -118,25 +136,44 @@ TEST_F(Page, ShowsTheVerdictsThatVerifyPrints) {
     EXPECT_THAT(page, HasSubstr(said));
   }
   EXPECT_THAT(verified.output, AllOf(Tells("out of limit"), Tells("0.0825 from the golden sample")));
-  EXPECT_THAT(rows_of(page, "golden"),
-              testing::ElementsAre(testing::ElementsAre("golden sample, 9 %", "0.7000", "0.6000", "0.0630")));
+  const std::vector<std::string> golden = {"golden sample, 9 %", "0.7000", "0.6000", "0.0630"};
+  EXPECT_THAT(rows_of(page, "golden"), testing::ElementsAre(golden, golden));
   EXPECT_THAT(rows_of(page, "points"),
-              testing::ElementsAre(testing::ElementsAre("AWB record", "0.7812", "0.5859", "out of limit")));
+              testing::ElementsAre(testing::ElementsAre("AWB record", "0.7812", "0.5859", "out of limit"),
+                                   testing::ElementsAre("AWB record", "0.7031", "0.6006", "good")));
+  EXPECT_THAT(page, AllOf(HasSubstr("channel 1 before: corner 1.9000,"),
+                          HasSubstr("channel 1 after: corner 1.5000,")));
   EXPECT_THAT(run("report " + file("blank", Bytes(32)) + " --as awb --html " + path("blank.html")),
               Exits(3, ""));
+}
+
+TEST_F(Page, ShowsTheRunOfAReplayBesideItsFrames) {
+  std::string frames = "rg_sum,bg_sum,count\n";
+  for (int i = 0; i < 11; ++i) frames += "800000,615000,1000\n";
+  EXPECT_THAT(run("replay --golden 0.75,0.6 --threshold 10 " + text_file("frames.csv", frames) + " --html " +
+                  path("page.html"))
+                  .exit_code,
+              0);
+  EXPECT_THAT(rows_of(text("page.html"), "points").back(),
+              testing::ElementsAre("the run", "0.7812", "0.6006", "passes"));
 }
 
 // ---- texts of others --------------------------------------------------------------------------------------
 
 TEST_F(Page, TakesTextsForTexts) {
-  const std::string evil = "<script>alert('&\"')</script>";
+  const std::string evil = "<script>alert('&\"')</script>\u202E";
   awbcal::Unit unit = unit_at(evil, 120);
   unit.error = evil;
   std::string page = page_of({unit});
   EXPECT_EQ(count(page, "<script>"), 2U);
   EXPECT_EQ(count(page, "</script"), 2U) << "the chart library or the page's own script ends early";
-  EXPECT_THAT(page, HasSubstr("&lt;script&gt;alert('&amp;&quot;')&lt;/script&gt;"));
-  EXPECT_THAT(page, HasSubstr("default-src 'none'; script-src 'sha256-"));
+  EXPECT_THAT(page, HasSubstr("&lt;script&gt;alert('&amp;&quot;')&lt;/script&gt;\\u202e"));
+  // The browser runs what has one of these digests alone.
+  const std::string digests = text_file("digests.py", R"(import base64, hashlib, re, sys
+scripts = re.findall(b"<script>(.*?)</script>", sys.stdin.buffer.read(), re.S)
+print(" ".join("'sha256-%s'" % base64.b64encode(hashlib.sha256(s).digest()).decode() for s in scripts), end=""))");
+  const Outcome said = support::run_shell("python3 " + digests + " <" + text_file("page.html", page));
+  EXPECT_THAT(page, HasSubstr("default-src 'none'; script-src " + said.output + ";"));
   EXPECT_EQ(count(page, "://"), count(std::string(awbcal::kChartJs), "://") + 1)
       << "an address beside the licence's";
 }

@@ -227,11 +227,16 @@ TEST_F(Pull, OfAWholePartitionGoesOnWhereItWasCutOff) {
   constexpr size_t kMiB = 1024 * 1024;
   connect({.partition_size = 3 * kMiB + 4096, .fill = 0x5A});
   const std::string device = std::string("adb/") + kSerial + "/dev/block/mmcblk0p6";
-  for (const bool is_changed : {false, true}) {
-    lets_through(2 * kMiB + kMiB / 2);
+  EXPECT_THAT(pull(), Exits(0));
+  Bytes others = bytes("out/dev/block/mmcblk0p6");
+  others.erase(others.begin() + 0x10000, others.begin() + 0x14000);
+  others.resize(0x20000 - 0x4000);
+  EXPECT_THAT(others, testing::Each(0)) << "of a partition's other users nothing is taken along";
+  fs::remove_all(path("out"));
+  const auto goes_on = [&](size_t through, bool is_changed) {
+    lets_through(through);
     EXPECT_THAT(pull("--whole"), Exits(2, Tells("is not whole: run awbcal pull again")));
     const size_t came = text("out/dev/block/mmcblk0p6.part").size();
-    EXPECT_THAT(came, testing::AllOf(testing::Gt(2 * kMiB), testing::Lt(2 * kMiB + kMiB / 2)));
     EXPECT_EQ(text("out/dev/block/mmcblk0p6"), "(absent)");
     fs::remove(path("adb/left"));
     if (is_changed) file(device, damaged(bytes(device), 77));
@@ -242,7 +247,14 @@ TEST_F(Pull, OfAWholePartitionGoesOnWhereItWasCutOff) {
     EXPECT_EQ(bytes("out/dev/block/mmcblk0p6"), bytes(device));
     expect_like_the_phone();
     fs::remove_all(path("out"));
-  }
+    return came;
+  };
+  constexpr size_t kCut = 2 * kMiB + kMiB / 2;
+  const size_t came = goes_on(kCut, false);
+  EXPECT_THAT(came, testing::AllOf(testing::Gt(2 * kMiB), testing::Lt(kCut)));
+  goes_on(kCut, true);
+  // Cut off in the mark that ends the answer, which is none of the device's bytes.
+  goes_on(kCut - came + bytes(device).size() - 4, false);
 }
 
 }  // namespace
