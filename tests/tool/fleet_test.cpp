@@ -207,7 +207,7 @@ TEST_F(Fleet, TakesWhatIsNamedHoweverItIsNamed) {
       {"units --ndjson", 0, R"({"row":"measurement","unit":"SN\"1\"","path":"units/de,ep/phone")"},
       {"units/b.img", 3, "1 unit: 1 NOTHING TO JUDGE"},
       {"- <list", 2, "units/nosuch: no such file"},
-      {"- --golden 0.75,0.5 --threshold 1 <list", 2, "fail these limits: 1 SN\"1\""},
+      {"- --golden 0.75,0.5 --threshold 1 <list", 1, "fail these limits: 1 SN\"1\""},
       {"-0 - <zeros", 0, "2 units: 1 NOTHING TO JUDGE, 1 PASS"},
       {"- </dev/null", 3, "no unit"},
       {"units --golden 0.75,0.5 --threshold 1", 1, "passed in the factory, fail these limits: 1 SN\"1\""},

@@ -5,6 +5,8 @@
 #include <map>
 #include <utility>
 
+#include "inspect/errors.h"
+#include "pull/process.h"
 #include "records/record_layouts.h"
 #include "tests/support/stand_in_phones.h"
 
@@ -191,10 +193,18 @@ TEST_F(Pull, NeedsOnePhoneThatAnswers) {
   EXPECT_THAT(pull("-s " + std::string(kSerial)),
               Exits(2, Tells("is of another phone, or of other modules: its ro.serialno is two words")));
   EXPECT_THAT(said("verify", path("out")), Exits(0));
+  const std::string properties = "adb/two words/properties";
+  text_file(properties, support::replaced(text(properties), "main_fuse1=", "main_fuse1=1"));
+  EXPECT_THAT(pull("-s 'two words'"),
+              Exits(2, Tells("or of other modules: its qor.camera.sensor.main_fuse1")));
   text_file("mine/note", "of a person");
   EXPECT_THAT(pull("-s 'two words'", "mine"),
               Exits(2, Tells("no awbcal pull made it: nothing in it was touched")));
   EXPECT_THAT(contents(path("mine")), testing::SizeIs(1));
+}
+
+TEST(RunProgram, EndsOneThatNeverEndsItsAnswer) {
+  EXPECT_THROW(awbcal::run_program({"yes"}, 100000), awbcal::InputError);
 }
 
 TEST_F(Pull, CutOffAnywhereSaysSoAndGoesOn) {
