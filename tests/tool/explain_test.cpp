@@ -98,6 +98,11 @@ TEST_F(Explain, SaysForEveryCorrectionWhyItWasNotDone) {
               Exits(2, Tells("White balance: not known, because its AWB record cannot be read")));
 }
 
+TEST_F(Explain, TakesTheModuleThatItIsTold) {
+  EXPECT_THAT(run("explain main " + phone() + " --fuse 1,2,3,4"),
+              Exits(0, Tells("fitted is fuse ID 00000001 ")));
+}
+
 // The integrator's own block: every point doubled by a module of twice the golden ratios, nothing written
 // back.
 TEST_F(Explain, CorrectsTheIntegratorsOwnTuning) {

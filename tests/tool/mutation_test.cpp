@@ -134,6 +134,10 @@ const Untruth kUntruths[] = {
      "unreadable               main camera, AEC record data/misc/camera/aec_cal rule record.readable: expected a "
      "file that can be read, found is a folder",
      "absent: main camera: aec"},
+    {"cd phone/data/misc/camera && rm aec_cal && mkdir aec_cal && cd - >a &&", "redact phone --output out", 2,
+     "left out: data/misc/camera/aec_cal: unreadable: is a folder"},
+    {"cd phone/data/misc/camera && rm * && mkdir aec_cal && cd - >a &&", "backup phone out", 2,
+     "unreadable: data/misc/camera/aec_cal: is a folder\nnothing to keep"},
     // What is replaced, marked and left.
     {"mkfifo out &&", "redact mfg.img --force --output out", 2,
      "out: neither a regular file nor a folder made by"},
