@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "inspect/json_form.h"
+#include "inspect/open_phone.h"
 #include "tests/support/tool_support.h"
 
 namespace {
