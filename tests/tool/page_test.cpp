@@ -147,7 +147,7 @@ TEST_F(Page, ShowsTheVerdictsThatVerifyPrints) {
               testing::ElementsAre(testing::ElementsAre("AWB record", "0.7812", "0.5859", "out of limit"),
                                    testing::ElementsAre("AWB record", "0.6992", "0.6055", "good")));
   EXPECT_THAT(page, AllOf(HasSubstr("channel 1 before: corner 1.9000,"),
-                          HasSubstr("channel 1 after: corner 1.5000,")));
+                          HasSubstr("channel 1 after: corner 2.1250,")));
   EXPECT_THAT(run("report " + file("blank", Bytes(32)) + " --as awb --html " + path("blank.html")),
               Exits(3, ""));
 }
