@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Is the suite tested: script/mutants.py [--share N] [--only TEXT] [--preset NAME] [-v]
+"""Is the suite tested: script/mutants.py [--share N] [--only PATTERN] [--preset NAME] [-v]
 
 Makes each fault of tests/mutants/ in a copy of its file, builds the one object and what it is linked into, and runs the
 suite until a test fails. A fault that no test catches is a survivor. Build presets debug and asan first: script/check
@@ -301,7 +301,7 @@ def chosen(share, only, preset):
     mutants = [each for path in sorted(LIST.glob("*.txt")) for each in parse(path)]
     for each in mutants:
         each.source()
-    mutants = [each for each in mutants if only in f"{each.place}:{each.file}" and preset in each.preset]
+    mutants = [each for each in mutants if re.search(only, f"{each.place}:{each.file}") and preset in each.preset]
     return mutants[::share]
 
 
@@ -323,7 +323,8 @@ def judge(mutant, suites, folders):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--share", type=int, default=1, metavar="N", help="every N-th fault alone")
-    parser.add_argument("--only", default="", metavar="TEXT", help="those whose place or file has this text in it")
+    parser.add_argument("--only", default="", metavar="PATTERN",
+                        help="those whose place:file has this regular expression in it")
     parser.add_argument("--preset", default="", metavar="NAME", help="those of one build alone: debug or asan")
     parser.add_argument("--near", action="store_true", help="leave the tool's tests out for the library, and the reverse")
     parser.add_argument("-v", action="store_true", help="say of each which test catches it")
