@@ -90,7 +90,8 @@ const Untruth kUntruths[] = {
     {"head -c 65M /dev/zero | gzip -1 >a &&", "show a", 2, "a: unpacks to more than 64 MiB a file"},
     {"truncate -s 60M 1 2 3 4 5 && for i in 1 2 3 4 5; do echo >>$i; done && tar cSzf a 1 2 3 4 5 &&",
      "show a", 2, "or 256 MiB in all"},
-    {"tar cPf a --transform s,^,../../, phone &&", "show a", 0, kAwb, "../"},
+    {"mkdir evil && mv phone/data/misc/camera/aec_cal evil && tar cPf a --transform s,^evil,phone/../../evil, phone evil &&",
+     "show a", 0, "cache: evil/aec_cal", "../"},
     {"", "show chip", 0,
      "chip: raw NAND: pages of 2048 bytes, the 64 out-of-band bytes after each left out, 1 bad"},
     {"", "show chip_cut", 0, kAwb},
@@ -105,6 +106,8 @@ const Untruth kUntruths[] = {
     {"", "show noise", 0, "noise: no calibration found", "partition"},
     {"head -c 1M /dev/zero >a &&", "verify a", 3, "a: no calibration found", "PASS"},
     {"", "verify noise", 3, "no calibration found", "PASS"},
+    {"cp phone/data/misc/camera/aec_cal bad/data/misc/camera && rm bad/getprop.txt &&", "explain main bad", 0,
+     "Exposure handed out: the AEC record was used"},
     // Several that claim one place.
     {"mkdir phone/b && cp bad/data/misc/camera/* phone/b &&", "verify phone", 0,
      "b/awb_cal: not taken: data/misc/camera/awb_cal is at the phone's own place"},
