@@ -1,23 +1,38 @@
-// What do the storage and factory functions make of null pointers and of ranges that mean nothing?
-// Guards against a crash of the camera process, and against a bad call that reaches a device all the same.
+// What do the library's functions make of null pointers and of ranges that mean nothing?
+// Guards against a crash of the camera process, against a bad call that reaches a device all the same, and against half
+// of a call's effect.
 
 #include <mtd/mtd-user.h>
 #include <unistd.h>
 
-#include "awb_calibration/factory.h"
+#include "awb_calibration/records.h"
+#include "tests/support/correction_support.h"
 #include "tests/support/nand_phone.h"
 
 namespace {
 
+using namespace support;
+using Calls = std::vector<std::function<int64_t()>>;
+
 struct Group {
   const char* tag;
   const char* line;  ///< of each call; empty: none
-  std::vector<std::function<int64_t()>> calls;
+  Calls calls;
+  int64_t result = -1;
 };
 
-class Arguments : public support::NandPhone {};
+/// With room for the record area.
+class Arguments : public NandPhone {
+ protected:
+  Arguments() : NandPhone({.erase_size = 4096, .blocks = 64}) {}
+};
 
 TEST_F(Arguments, BadArgumentsAreRefusedAndTouchNothing) {
+  // What a call would correct with, or hand out, if it went on.
+  for (const char* name : {"awb_cal", "awb_A_light_cal", "flash_cal", "flash_dual_cal", "aec_cal"})
+    put(std::string("/data/misc/camera/") + name, le32(record(3099, kAny, {1024, 1024})));
+  Floats memory(12464 / 4, 77);
+  float* const m = memory.data();
   uint8_t byte = 0xA5;
   uint32_t size = 8;
   void* out = &byte;
@@ -85,28 +100,59 @@ TEST_F(Arguments, BadArgumentsAreRefusedAndTouchNothing) {
         [&] { return mtd_data_write_block(&no_data); }, [&] { return mtd_data_write_block(&no_blocks); },
         [&] { return QOR_Calibration_AEC_get_params(nullptr, &size); }, [&] { return QOR_Calibration_AEC_get_params(&size, nullptr); },
         [&] { return aec_read_calibration(nullptr, 36); }, [&] { return QOR_Get_LSC(nullptr, 40); },
-        // Without a result.
-        [&] { return mtd_read_close(nullptr), -1; }, [&] { return QOR_Set_LSC(nullptr, 9), -1; },
-        [&] { return QOR_Calibration_AEC_get_calibration_data(nullptr, &size, &size), -1; },
-        [&] { return QOR_Calibration_AEC_get_calibration_data(&size, nullptr, &size), -1; },
-        [&] { return QOR_Calibration_AEC_get_calibration_data(&size, &size, nullptr), -1; }, [&] { return mtd_data_close(nullptr) - 1; },
-        [&] { return mtd_data_close(&no_partition) - 1; }}},
+        [&] { return ReadFlashForFlashCalibration(nullptr, 32); }, [&] { return ReadFlashForDualFlashCali(nullptr, 48); },
+        [&] { return ReadFlashForDualCam(nullptr, 32, 0); }, [&] { return ReadFlashForDualCam(nullptr, 32, 1); },
+        [&] { return QOR_Show_LSC(nullptr); }}},
+      {"", "",
+       {[&] { return mtd_read_close(nullptr), 0; }, [&] { return QOR_Set_LSC(nullptr, 9), 0; }, [&] { return awb_get_fuseid(nullptr), 0; },
+        [&] { return QOR_Calibration_AEC_get_calibration_data(nullptr, &size, &size), 0; },
+        [&] { return QOR_Calibration_AEC_get_calibration_data(&size, nullptr, &size), 0; },
+        [&] { return QOR_Calibration_AEC_get_calibration_data(&size, &size, nullptr), 0; }, [&] { return mtd_data_close(nullptr); },
+        [&] { return mtd_data_close(&no_partition); }, [&] { return ReadFlash(nullptr, &size); }, [&] { return ReadFlash(m, nullptr); },
+        [&] { return awb_calibration_set_GS(nullptr, m), 0; }, [&] { return awb_calibration_set_GS(m, nullptr), 0; },
+        [&] { return QOR_AWB_Calibration_Reference_Points_Correction(nullptr), 0; }, [&] { return Sensor_set_mesh(nullptr, 0, 0.5F, 0.5F); },
+        [&] { return Correct_Reference_Points_qorModule(nullptr, m, m, m), 0; }, [&] { return Correct_Reference_Points_qorModule(m, nullptr, m, m), 0; },
+        [&] { return Correct_Reference_Points_qorModule(m, m, nullptr, m), 0; }, [&] { return Correct_Reference_Points_qorModule(m, m, m, nullptr), 0; },
+        [&] { return Dual_Cam_Correction(nullptr, m, m, m), 0; }, [&] { return Dual_Cam_Correction(m, nullptr, m, m), 0; },
+        [&] { return Dual_Cam_Correction(m, m, nullptr, m), 0; }, [&] { return Dual_Cam_Correction(m, m, m, nullptr), 0; }},
+       0},
   };
   // clang-format on
   for (const Group& group : groups) {
     for (size_t i = 0; i < group.calls.size(); ++i) {
-      std::vector<phone::LogLine> lines;
-      const auto made = calls_of([&] { lines = log_of([&] { EXPECT_EQ(group.calls[i](), -1) << i; }); });
+      Log lines;
+      const auto made =
+          calls_of([&] { lines = log_of([&] { EXPECT_EQ(group.calls[i](), group.result) << i; }); });
       EXPECT_TRUE(made.empty()) << group.line << i;
-      const bool is_silent = *group.line == '\0';
-      EXPECT_EQ(lines, is_silent ? decltype(lines){} : std::vector{support::E(group.line, group.tag)}) << i;
+      EXPECT_EQ(lines, (*group.line == '\0' ? Log{} : Log{E(group.line, group.tag)})) << i;
     }
   }
   EXPECT_EQ(byte, 0xA5);
   EXPECT_EQ(size, 8U);
+  EXPECT_EQ(memory, Floats(12464 / 4, 77));
   mtd_read_close(from);
   EXPECT_EQ(mtd_write_close(to), 0);
   close(fd);
+}
+
+TEST_F(Arguments, TheRecordAreasFailLikeTheirTransfers) {
+  uint8_t byte = 0xA5;
+  const Calls calls = {[&] { return ReadEmmcFlash(nullptr, 32); },
+                       [&] { return ReadEmmcOffset(nullptr, 32, 0); },
+                       [&] { return WriteFlash(nullptr, 32); },
+                       [&] { return WriteFlash_for_front_Cam(nullptr, 32); },
+                       [&] { return WriteFlash_for_bayer_Cam(nullptr, 32, 0); },
+                       [&] { return WriteFlashOffset(nullptr, 32, 0); },
+                       [&] { return ReadEmmcOffset(&byte, 0, 0); },
+                       [&] { return ReadEmmcOffset(&byte, 32, 0x80000000); },
+                       [&] { return WriteFlash_for_front_Cam(&byte, 0); },
+                       [&] { return WriteFlashOffset(&byte, 0, 0); }};
+  for (size_t i = 0; i < calls.size(); ++i) {
+    for (const auto& line : log_of([&] { EXPECT_EQ(calls[i](), -1) << i; }))
+      EXPECT_FALSE(line.text.starts_with("write partition data")) << i;
+  }
+  EXPECT_EQ(byte, 0xA5);
+  EXPECT_EQ(erases(), 0U);
 }
 
 }  // namespace
