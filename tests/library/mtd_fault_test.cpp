@@ -18,57 +18,6 @@ constexpr unsigned kThinning = 10;
 constexpr unsigned kThinning = 1;
 #endif
 
-/// A NAND chip and its model.
-class Bench : public NandPhone {
- public:
-  explicit Bench(const phone::NandGeometry& geometry) : NandPhone(geometry), geometry_(geometry) {
-    phone().set_log_mask(0);
-  }
-
-  /// The chip as good as new with these contents, and its model beside it.
-  void start(const std::vector<Bytes>& contents) {
-    nand().clear_faults();
-    std::vector<NandModel::Block> blocks;
-    for (uint32_t i = 0; i < geometry_.blocks; ++i) {
-      nand().set_block_bytes(i, contents[i]);
-      blocks.push_back({contents[i], nand().is_bad(i)});
-    }
-    model_.emplace(blocks);
-  }
-
-  void add_fault(const NandFault& fault) {
-    nand().add_fault(fault);
-    model_->add_fault(fault);
-  }
-
-  void write_as_modelled(size_t offset, const Bytes& data) {
-    const bool expected = model_->write(offset, data);
-    const auto size = static_cast<int64_t>(data.size());
-    EXPECT_EQ(mtd_write(state(), static_cast<int64_t>(offset), size, data.data()), expected ? 0 : -1);
-    expect_chip_as_modelled();
-  }
-
-  void read_as_modelled(size_t offset, size_t length) {
-    const auto expected = model_->read(offset, length);
-    Bytes data(length + 1, 0xA5);
-    const auto size = static_cast<int64_t>(length);
-    EXPECT_EQ(mtd_read(state(), static_cast<int64_t>(offset), size, data.data()), expected ? 0 : -1);
-    EXPECT_EQ(data.back(), 0xA5) << "one byte too many";
-    data.pop_back();
-    EXPECT_TRUE(!expected || data == *expected) << "other bytes than the model's";
-    expect_chip_as_modelled();
-  }
-
- private:
-  void expect_chip_as_modelled() {
-    for (uint32_t i = 0; i < geometry_.blocks; ++i)
-      EXPECT_TRUE(nand().block_bytes(i) == model_->chip()[i].bytes) << "block " << i << " differs";
-  }
-
-  phone::NandGeometry geometry_;
-  std::optional<NandModel> model_;
-};
-
 // ---- seven kinds of bad block x every block x every record position x aligned and unaligned ----------------
 
 /// What of the block always goes wrong; nothing: it is marked bad.
@@ -89,7 +38,7 @@ TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
     phone::NandGeometry geometry{.erase_size = block_size, .blocks = blocks};
     if (!kind) geometry.factory_bad = {bad};
     const std::vector<Bytes> before = patterned(geometry);
-    Bench bench(geometry);
+    ModelledChip modelled(geometry);
     for (const size_t position : record_positions()) {
       const size_t aligned = position / block_size * block_size;
       // A record; whole blocks; from inside of one block into the next but one.
@@ -98,18 +47,18 @@ TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
                                            {position - 5, size_t{block_size} + 9}}) {
         if (++row % kThinning != 0) continue;
         SCOPED_TRACE(printf_text("bad block %u, %zu bytes at 0x%zx", bad, length, offset));
-        bench.start(before);
+        modelled.start(before);
         if (kind)
-          bench.add_fault({.op = kind->first, .effect = kind->second, .block = bad, .from_then_on = true});
-        bench.write_as_modelled(offset, pattern(length, 99));
+          modelled.add_fault({.op = kind->first, .effect = kind->second, .block = bad, .from_then_on = true});
+        EXPECT_TRUE(modelled.write(offset, pattern(length, 99)) && modelled.chip_is_as_modelled());
         // What is passed over moves the others by one.
         for (uint32_t block = 0; block < blocks; ++block) {
           const bool may_change =
               block >= offset / block_size && block <= (offset + length - 1) / block_size + 1;
-          EXPECT_TRUE(may_change || bench.nand().block_bytes(block) == before[block]) << block;
+          EXPECT_TRUE(may_change || modelled.nand().block_bytes(block) == before[block]) << block;
         }
-        bench.read_as_modelled(offset, length);
-        EXPECT_TRUE(bench.nand().violations().empty());
+        EXPECT_TRUE(modelled.read(offset, length) && modelled.chip_is_as_modelled());
+        EXPECT_TRUE(modelled.nand().violations().empty());
         if (HasFailure()) return;
       }
     }

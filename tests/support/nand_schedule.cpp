@@ -8,31 +8,56 @@
 
 namespace support {
 
-ChipUnderTest::ChipUnderTest(Choices& choices, const phone::NandGeometry& geometry)
-    : choices_(choices),
-      geometry_(geometry),
+ModelledChip::ModelledChip(const phone::NandGeometry& geometry)
+    : geometry_(geometry),
       phone_(phone::VirtualPhone::create(folder_.path() / "phone",
                                          {.storage = phone::Storage::nand, .nand = geometry_})) {
   phone_.set_log_mask(0);
   phone::keep_journal(false);
   nand().save_at_detach();
   mtd_open(&state_, "mfg");
-  entry_ = *mtd_find_partition_by_name("mfg");
-  erase_size = geometry_.erase_size;
 }
 
-void ChipUnderTest::fill() {
+void ModelledChip::start(const std::vector<Bytes>& contents) {
   phone_.clear_faults();
   nand().clear_faults();
   std::vector<NandModel::Block> blocks;
   for (uint32_t i = 0; i < geometry_.blocks; ++i) {
-    const unsigned kind = choices_.up_to(9);
-    const Bytes bytes =
-        kind < 2 ? Bytes(block(), kind == 0 ? 0x00 : 0xFF) : pattern(block(), choices_.up_to(1000));
-    nand().set_block_bytes(i, bytes);
-    blocks.push_back({bytes, nand().is_bad(i)});
+    nand().set_block_bytes(i, contents[i]);
+    blocks.push_back({contents[i], nand().is_bad(i)});
   }
   model_.emplace(blocks);
+}
+
+bool ModelledChip::read(size_t offset, size_t length) {
+  const auto expected = model_->read(offset, length);
+  Bytes bytes(length + 1, 0xA5);
+  const bool done =
+      mtd_read(&state_, static_cast<int64_t>(offset), static_cast<int64_t>(length), bytes.data()) == 0;
+  const bool is_too_long = bytes.back() != 0xA5;
+  bytes.pop_back();
+  return !is_too_long && agrees(expected, done, bytes);
+}
+
+bool ModelledChip::write(size_t offset, const Bytes& bytes) {
+  const bool expected = model_->write(offset, bytes);
+  return expected == (mtd_write(&state_, static_cast<int64_t>(offset), static_cast<int64_t>(bytes.size()),
+                                bytes.data()) == 0);
+}
+
+ChipUnderTest::ChipUnderTest(Choices& choices, const phone::NandGeometry& geometry)
+    : ModelledChip(geometry), choices_(choices), entry_(*mtd_find_partition_by_name("mfg")) {
+  erase_size = geometry_.erase_size;
+}
+
+void ChipUnderTest::fill() {
+  std::vector<Bytes> contents;
+  for (uint32_t i = 0; i < geometry_.blocks; ++i) {
+    const unsigned kind = choices_.up_to(9);
+    contents.push_back(kind < 2 ? Bytes(block(), kind == 0 ? 0x00 : 0xFF)
+                                : pattern(block(), choices_.up_to(1000)));
+  }
+  start(contents);
 }
 
 /// A fault of the chip, of a call, or a block that goes bad.
@@ -53,8 +78,7 @@ void ChipUnderTest::break_something() {
                           .block = any_block ? -1 : static_cast<int64_t>(block_number),
                           .nth = 1 + choices_.up_to(any_block ? 11 : 3),
                           .from_then_on = choices_.one_in(2)};
-    nand().add_fault(fault);
-    model_->add_fault(fault);
+    add_fault(fault);
   } else if (kind == std::size(kinds) && choices_.one_in(10)) {
     went_bad_ = true;
     nand().mark_bad(block_number);
@@ -76,23 +100,14 @@ void ChipUnderTest::break_something() {
 
 // ---- what is done to a chip ------------------------------------------------------------------------------
 
-bool ChipUnderTest::read() {
-  const size_t offset = extent(geometry_.blocks), length = 1 + extent(3);
-  const auto expected = model_->read(offset, length);
-  Bytes bytes(length + 1, 0xA5);
-  const bool done =
-      mtd_read(&state_, static_cast<int64_t>(offset), static_cast<int64_t>(length), bytes.data()) == 0;
-  const bool is_too_long = bytes.back() != 0xA5;
-  bytes.pop_back();
-  return !is_too_long && agrees(expected, done, bytes);
+bool ChipUnderTest::read_somewhere() {
+  const size_t offset = extent(geometry_.blocks);
+  return read(offset, 1 + extent(3));
 }
 
-bool ChipUnderTest::write() {
+bool ChipUnderTest::write_somewhere() {
   const size_t offset = extent(geometry_.blocks);
-  const Bytes bytes = some_bytes(1 + extent(3));
-  const bool expected = model_->write(offset, bytes);
-  return expected == (mtd_write(&state_, static_cast<int64_t>(offset), static_cast<int64_t>(bytes.size()),
-                                bytes.data()) == 0);
+  return write(offset, some_bytes(1 + extent(3)));
 }
 
 bool ChipUnderTest::read_stream() {
@@ -168,13 +183,11 @@ bool ChipUnderTest::write_device() {
 
 std::string ChipUnderTest::run_schedule() {
   using Work = bool (ChipUnderTest::*)();
-  static constexpr std::pair<const char*, Work> kWorks[] = {{"write", &ChipUnderTest::write},
-                                                            {"write", &ChipUnderTest::write},
-                                                            {"read", &ChipUnderTest::read},
-                                                            {"write stream", &ChipUnderTest::write_stream},
-                                                            {"read stream", &ChipUnderTest::read_stream},
-                                                            {"read device", &ChipUnderTest::read_device},
-                                                            {"write device", &ChipUnderTest::write_device}};
+  static constexpr std::pair<const char*, Work> kWorks[] = {
+      {"write", &ChipUnderTest::write_somewhere},    {"write", &ChipUnderTest::write_somewhere},
+      {"read", &ChipUnderTest::read_somewhere},      {"write stream", &ChipUnderTest::write_stream},
+      {"read stream", &ChipUnderTest::read_stream},  {"read device", &ChipUnderTest::read_device},
+      {"write device", &ChipUnderTest::write_device}};
   fill();
   is_over_ = false;
   std::string story;

@@ -19,11 +19,45 @@ struct Choices {
   bool one_in(unsigned n) { return up_to(n - 1) == 0; }
 };
 
-/// One chip, its model beside it, and what is done to both.
-class ChipUnderTest {
+/// One chip and its model beside it. What is done to both says whether they agree afterwards.
+class ModelledChip {
+ public:
+  explicit ModelledChip(const phone::NandGeometry& geometry);
+  ~ModelledChip() { mtd_close(&state_); }
+
+  phone::Nand& nand() { return phone_.nand(); }
+  /// The chip as good as new with these contents, but for its bad blocks.
+  void start(const std::vector<Bytes>& contents);
+  void add_fault(const NandFault& fault) {
+    nand().add_fault(fault);
+    model_->add_fault(fault);
+  }
+  bool read(size_t offset, size_t length);
+  bool write(size_t offset, const Bytes& bytes);
+  bool chip_is_as_modelled() {
+    for (uint32_t i = 0; i < geometry_.blocks; ++i) {
+      if (nand().block_bytes(i) != model_->chip()[i].bytes) return false;
+    }
+    return true;
+  }
+
+ protected:
+  size_t block() const { return geometry_.erase_size; }
+  static bool agrees(const std::optional<Bytes>& expected, bool done, const Bytes& bytes) {
+    return done == expected.has_value() && (!done || bytes == *expected);
+  }
+
+  const phone::NandGeometry geometry_;
+  TemporaryFolder folder_;
+  phone::VirtualPhone phone_;
+  mtd_partition state_{};
+  std::optional<NandModel> model_;
+};
+
+/// A chip to which happens what the choices say.
+class ChipUnderTest : public ModelledChip {
  public:
   ChipUnderTest(Choices& choices, const phone::NandGeometry& geometry);
-  ~ChipUnderTest() { mtd_close(&state_); }
 
   /// Blocks went bad: for them there is no way back.
   bool went_bad() const { return went_bad_; }
@@ -32,8 +66,6 @@ class ChipUnderTest {
   std::string run_schedule();
 
  private:
-  phone::Nand& nand() { return phone_.nand(); }
-  size_t block() const { return geometry_.erase_size; }
   Bytes some_bytes(size_t length) {
     return choices_.one_in(8) ? Bytes(length, 0) : pattern(length, choices_.up_to(1000));
   }
@@ -44,30 +76,16 @@ class ChipUnderTest {
   }
   void fill();
   void break_something();
-  bool chip_is_as_modelled() {
-    for (uint32_t i = 0; i < geometry_.blocks; ++i) {
-      if (nand().block_bytes(i) != model_->chip()[i].bytes) return false;
-    }
-    return true;
-  }
-  bool agrees(const std::optional<Bytes>& expected, bool done, const Bytes& bytes) {
-    return done == expected.has_value() && (!done || bytes == *expected);
-  }
 
-  bool read();
-  bool write();
+  bool read_somewhere();
+  bool write_somewhere();
   bool read_stream();
   bool write_stream();
   bool read_device();
   bool write_device();
 
   Choices& choices_;
-  phone::NandGeometry geometry_;
-  TemporaryFolder folder_;
-  phone::VirtualPhone phone_;
-  mtd_partition state_{};
   mtd_partition entry_{};
-  std::optional<NandModel> model_;
   bool went_bad_ = false;
   bool is_over_ = false;  ///< a stream has failed: where it then stands is not defined
 };
