@@ -262,34 +262,6 @@ TEST_F(MtdBackend, AMergeThatCannotSeekBackErasesNothing) {
   EXPECT_EQ(erases(), 0U);
 }
 
-// ---- what follows from passing over -----------------------------------------------------------------------
-
-TEST_F(MtdBackend, ABlockThatAWriteGaveUpOnIsStillThereForReads) {
-  nand().add_fault({.op = Op::erase, .effect = Effect::fail, .block = 0, .from_then_on = true});
-  const Bytes data = pattern(4096, 70);
-  EXPECT_EQ(mtd_write(state(), 0, 4096, data.data()), 0);
-  EXPECT_EQ(nand().block_bytes(1), data);
-  EXPECT_FALSE(nand().is_bad(0)) << "nothing marks a block";
-  Bytes read(2 * 4096);
-  EXPECT_EQ(mtd_read(state(), 0, 2 * 4096, read.data()), 0);
-  EXPECT_EQ(Bytes(read.begin(), read.begin() + 4096), nand().block_bytes(0));
-  EXPECT_EQ(Bytes(read.begin() + 4096, read.end()), data) << "now logical block 1";
-}
-
-TEST_F(MtdBackend, ZerosHideABlockAndAMergeLandsInFrontOfIt) {
-  const Bytes zeros(4096, 0);
-  EXPECT_EQ(mtd_write(state(), 4096, 4096, zeros.data()), 0);
-  Bytes read(4096);
-  EXPECT_EQ(mtd_read(state(), 4096, 4096, read.data()), 0);
-  EXPECT_EQ(read, content(2));
-  const Bytes data = pattern(10, 70);
-  EXPECT_EQ(mtd_write(state(), 4096, 10, data.data()), 0);
-  Bytes merged = content(2);
-  std::copy(data.begin(), data.end(), merged.begin());
-  EXPECT_EQ(nand().block_bytes(1), merged);
-  EXPECT_EQ(nand().block_bytes(2), content(2));
-}
-
 TEST_F(MtdBackend, OneByteMakesABlockMoreThanZeros) {
   for (const size_t place : {size_t{0}, size_t{1}, size_t{2047}, size_t{4095}}) {
     Bytes block(4096, 0);

@@ -90,54 +90,25 @@ TEST_F(MtdUtility, AScanReads2047BytesAndFailsWithoutFileOrMemory) {
 
 // ---- streams ----------------------------------------------------------------------------------------------
 
-TEST_F(MtdUtility, AReadStreamHandsOutTheUsableBlocksInPiecesOfAnyLength) {
-  for (const int64_t piece : {int64_t{1000}, int64_t{kBlock}, int64_t{6000}, int64_t{6} * kBlock}) {
-    mtd_partition partition = *state();
-    mtd_read_context* stream = mtd_read_partition(&partition);
-    ASSERT_NE(stream, nullptr);
-    partition = {};  // it has its own copy
-    Bytes all(6 * kBlock);
-    int64_t done = 0;
-    for (; done + piece <= 6 * kBlock; done += piece)
-      EXPECT_EQ(mtd_read_data(stream, all.data() + done, piece), piece);
-    const Bytes expected = usable();
-    EXPECT_TRUE(std::equal(all.begin(), all.begin() + done, expected.begin())) << piece;
-    log_of([&] { EXPECT_EQ(mtd_read_data(stream, all.data(), 6 * kBlock), -1); });
-    EXPECT_EQ(error, ENOSPC);
-    EXPECT_EQ(mtd_read_data(stream, all.data(), 0), 0);
-    mtd_read_close(stream);
-  }
-}
-
-TEST_F(MtdUtility, AWriteStreamFillsTheGoodBlocksAndPadsTheLastWithZeros) {
-  for (const int64_t piece : {int64_t{1000}, int64_t{kBlock}, int64_t{9000}}) {
-    const Bytes data = pattern(18000, static_cast<uint32_t>(piece));
-    Bytes expected = data;
-    expected.resize(5 * kBlock, 0);
-    expected.insert(expected.end(), content(7).begin(), content(7).end());
-    mtd_write_context* stream = mtd_write_partition(state());
-    ASSERT_NE(stream, nullptr);
-    const unsigned before = erases();
-    for (int64_t done = 0; done < 18000; done += piece) {
-      const int64_t length = std::min(piece, 18000 - done);
-      EXPECT_EQ(mtd_write_data(stream, data.data() + done, length), length);
-    }
-    EXPECT_EQ(mtd_erase_blocks(stream, 0), 7 * kBlock);
-    EXPECT_EQ(mtd_write_close(stream), 0);
-    EXPECT_EQ(usable(), expected) << piece;
-    EXPECT_EQ(erases() - before, 5U) << "what waited is written once";
-  }
-  EXPECT_TRUE(nand().violations().empty());
-}
-
-TEST_F(MtdUtility, AFullPartitionTakesNoMoreAndItsCloseFails) {
-  const Bytes data = pattern(6 * kBlock, 70);
-  mtd_write_context* stream = mtd_write_partition(state());
-  EXPECT_EQ(mtd_write_data(stream, data.data(), 6 * kBlock), 6 * kBlock);
-  EXPECT_EQ(mtd_write_data(stream, data.data(), 100), 100) << "waits in the context";
-  log_of([&] { EXPECT_EQ(mtd_write_data(stream, data.data(), kBlock), -1); });
+// The bytes that streams move, in pieces of any length, are those of mtd_fault_test's model.
+TEST_F(MtdUtility, StreamsHaveACopyOfTheirPartitionAndEndWithTheGoodBlocks) {
+  mtd_partition partition = *state();
+  mtd_read_context* in = mtd_read_partition(&partition);
+  mtd_write_context* out = mtd_write_partition(&partition);
+  ASSERT_TRUE(in != nullptr && out != nullptr);
+  partition = {};
+  Bytes read(7 * kBlock);
+  log_of([&] { EXPECT_EQ(mtd_read_data(in, read.data(), 7 * kBlock), -1); });
   EXPECT_EQ(error, ENOSPC);
-  log_of([&] { EXPECT_EQ(mtd_write_close(stream), -1); });
+  EXPECT_EQ(mtd_read_data(in, read.data(), 0), 0);
+  mtd_read_close(in);
+
+  const Bytes data = pattern(6 * kBlock, 70);
+  EXPECT_EQ(mtd_write_data(out, data.data(), 6 * kBlock), 6 * kBlock);
+  EXPECT_EQ(mtd_write_data(out, data.data(), 100), 100) << "waits in the context";
+  log_of([&] { EXPECT_EQ(mtd_write_data(out, data.data(), kBlock), -1); });
+  EXPECT_EQ(error, ENOSPC);
+  log_of([&] { EXPECT_EQ(mtd_write_close(out), -1); });
   EXPECT_EQ(error, ENOSPC);
   EXPECT_EQ(usable(), data);
 }
