@@ -103,6 +103,9 @@ TEST_F(Aec, OnlyThisModulesGoodRecordIsHandedOut) {
     put(kCacheFile, row.record);
     EXPECT_EQ(stored_values(), row.values) << row.what;
   }
+  std::filesystem::remove(host(kCacheFile));
+  const auto log = log_of([&] { EXPECT_EQ(stored_values(), none) << "no file"; });
+  EXPECT_EQ(log.back(), E("QOR_Calibration_AEC_get_calibration_data, Not load AEC-Calibraton data"));
 }
 
 TEST_F(Aec, JudgingLogsWhatItSaw) {
@@ -132,11 +135,6 @@ TEST_F(Aec, JudgingLogsWhatItSaw) {
       (std::vector{
           E(name + ", AEC read from /sys/android_camera_awb_cal/awb_cal, not valid or check sum not OK!\n"),
           E(name + ", AEC will do nothing!\n")}));
-}
-
-TEST_F(Aec, AnUnreadableRecordIsAZeroRecord) {
-  const auto log = log_of([] { EXPECT_EQ(stored_values(), (Values{0, 0, 0})); });
-  EXPECT_EQ(log.back(), E("QOR_Calibration_AEC_get_calibration_data, Not load AEC-Calibraton data"));
 }
 
 }  // namespace
