@@ -70,19 +70,6 @@ TEST_F(RecordArea, WritersChangeTheirBytesAndNoOther) {
   }
 }
 
-TEST_F(RecordArea, ReadersDeliverTheBytesOfTheirPlace) {
-  const Bytes image = phone().partition();
-  for (const auto& [page, base] : {std::pair{"4096", 0x20000U}, {"2048", 0x10000U}}) {
-    phone().set_property("ro.pagesize", page);
-    Bytes buffer(41, 0xA5);
-    EXPECT_EQ(ReadEmmcFlash(buffer.data(), 40), 0);
-    EXPECT_TRUE(std::equal(buffer.begin(), buffer.end() - 1, image.begin() + base));
-    EXPECT_EQ(ReadEmmcOffset(buffer.data(), 40, 0x1E08), 0);
-    EXPECT_TRUE(std::equal(buffer.begin(), buffer.end() - 1, image.begin() + base + 0x1E08));
-    EXPECT_EQ(buffer.back(), 0xA5);
-  }
-}
-
 /// The lines that CheckFlash() logs, with the dump of the bytes that are at the base afterwards.
 Log check_flash_lines(const Bytes& image, uint32_t base) {
   Log lines = {I(base == 0x20000 ? "CheckFlash() : 4K page\n" : "CheckFlash() : 2K page\n"),
@@ -142,17 +129,27 @@ TEST_F(RecordArea, EveryWriterHasItsOwnFirstLinesAndThenLogsTheArea) {
   EXPECT_EQ(Log(log.begin() + 12, log.end()), check_flash_lines(phone().partition(), 0x20000));
 }
 
-TEST_F(RecordArea, ReadersLogTheirLines) {
-  Bytes buffer(8);
+TEST_F(RecordArea, ReadersDeliverTheBytesOfTheirPlaceAndLogTheirLines) {
+  const Bytes image = phone().partition();
+  Bytes buffer(41, 0xA5);
   const auto address = printf_text("%p", static_cast<void*>(buffer.data()));
-  EXPECT_EQ(own_log([&] { ReadEmmcFlash(buffer.data(), 8); }),
-            (std::vector{I("ReadEmmcFlash() : 4K page\n"), I("ReadEmmcFlash: eMMC boot: offset =0x20000\n"),
-                         I("[LSC Calibration]ReadFlash open\n"),
-                         I("[LSC Calibration]WriteFlash read : pdata addr=" + address + "\n")}));
-  phone().unset_property("ro.pagesize");
-  EXPECT_EQ(own_log([&] { ReadEmmcOffset(buffer.data(), 8, 0x40); }),
-            (std::vector{I("ReadEmmcFlash() : 2K page\n"), I("ReadEmmcOffset: eMMC boot: offset =0x10000\n"),
-                         I("[DUAL Calibration]ReadEmmcOffset : pdata addr=" + address + "\n")}));
+  const auto delivers = [&](uint32_t place) {
+    return std::equal(buffer.begin(), buffer.end() - 1, image.begin() + place) && buffer.back() == 0xA5;
+  };
+  for (const auto& [page, base] : {std::pair{"4096", 0x20000U}, {"2048", 0x10000U}, {nullptr, 0x10000U}}) {
+    page != nullptr ? phone().set_property("ro.pagesize", page) : phone().unset_property("ro.pagesize");
+    const LogLine opening =
+        I(base == 0x20000 ? "ReadEmmcFlash() : 4K page\n" : "ReadEmmcFlash() : 2K page\n");
+    EXPECT_EQ(own_log([&] { EXPECT_EQ(ReadEmmcFlash(buffer.data(), 40), 0); }),
+              (Log{opening, I(printf_text("ReadEmmcFlash: eMMC boot: offset =0x%x\n", base)),
+                   I("[LSC Calibration]ReadFlash open\n"),
+                   I("[LSC Calibration]WriteFlash read : pdata addr=" + address + "\n")}));
+    EXPECT_TRUE(delivers(base));
+    EXPECT_EQ(own_log([&] { EXPECT_EQ(ReadEmmcOffset(buffer.data(), 40, 0x1E08), 0); }),
+              (Log{opening, I(printf_text("ReadEmmcOffset: eMMC boot: offset =0x%x\n", base)),
+                   I("[DUAL Calibration]ReadEmmcOffset : pdata addr=" + address + "\n")}));
+    EXPECT_TRUE(delivers(base + 0x1E08));
+  }
 }
 
 TEST_F(RecordArea, FailuresAreMinusOneWithTheirLineAndStillCheckTheArea) {

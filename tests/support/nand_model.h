@@ -33,15 +33,10 @@ class NandModel {
 
   /// The bytes, or nothing when the transfer fails.
   std::optional<Bytes> read(size_t offset, size_t length) {
-    Bytes all;
-    size_t place = 0;
-    for (size_t i = 0; i * block_size_ < offset + length; ++i) {
-      const auto found = next_usable(place);
-      if (!found) return std::nullopt;
-      all.insert(all.end(), found->bytes.begin(), found->bytes.end());
-      place = found->place + 1;
-    }
-    return Bytes(all.begin() + static_cast<long>(offset), all.begin() + static_cast<long>(offset + length));
+    Stream from_start;
+    const auto all = take(from_start, offset + length);
+    if (!all) return std::nullopt;
+    return Bytes(all->begin() + static_cast<long>(offset), all->end());
   }
 
   bool write(size_t offset, const Bytes& data) {
@@ -193,14 +188,17 @@ class NandModel {
 
   // ---- the calls ------------------------------------------------------------------------------------------
 
+  static bool is_due(const auto& fault, unsigned seen) {
+    return seen == fault.nth || (fault.from_then_on && seen > fault.nth);
+  }
+
   /// How many bytes a call may move; nothing when it fails. One that a signal interrupts is made again.
   std::optional<size_t> call(const char* name) {
     std::optional<size_t> moved = SIZE_MAX;
     bool is_decided = false, is_interrupted = false;
     for (auto& [fault, seen] : call_faults_) {
       if (fault.call != name) continue;
-      const bool due = ++seen == fault.nth || (fault.from_then_on && seen > fault.nth);
-      if (!due || is_decided) continue;
+      if (!is_due(fault, ++seen) || is_decided) continue;
       is_decided = true;
       is_interrupted = fault.transfer < 0 && fault.error == EINTR;
       moved = fault.transfer < 0 ? std::nullopt : std::optional(static_cast<size_t>(fault.transfer));
@@ -215,8 +213,7 @@ class NandModel {
     std::optional<Effect> effect;
     for (auto& [fault, seen] : faults_) {
       if (fault.op != op || (fault.block >= 0 && fault.block != static_cast<int64_t>(block))) continue;
-      const bool due = ++seen == fault.nth || (fault.from_then_on && seen > fault.nth);
-      if (due && !effect) effect = fault.effect;
+      if (is_due(fault, ++seen) && !effect) effect = fault.effect;
     }
     if (effect == Effect::power_cut) powered_ = false;
     return effect;
