@@ -21,20 +21,43 @@ const std::vector<std::string> kFiles[] = {
     {"awb_cal_sub_CAM", "awb_cal_sub_CAM", "flash_cal_sub_CAM", "lsc_cal_sub_CAM", "awb_cal_sub_CAM",
      "awb_A_light_cal_sub_CAM"}};
 
+struct Kind {
+  std::string name, cache;  // the main camera's file
+  size_t in_export;
+  Words values;
+};
+const Kind kKinds[] = {{"awb", "/awb_cal", 0, {2048, 2048}},
+                       {"dual_flash", "/flash_dual_cal", 3848, {1024, 512, 256, 1024, 512, 256}},
+                       {"flash", "/flash_cal", 3648, {5120, 5120}},
+                       {"lsc", "/lsc_cal", 64, {}},
+                       {"a_light", "/awb_A_light_cal", 3784, {512, 512}},
+                       {"aec", "/aec_cal", 3712, {7, 8, 9}}};
+
+/// Nothing of the dual-flash record is asked of the sub camera.
+std::string cache_of(const Kind& kind, uint32_t camera) {
+  return camera == 2 && kind.name == "dual_flash" ? "" : of_camera("/data/misc/camera" + kind.cache, camera);
+}
+
 class CameraStart : public CorrectionTest {
  protected:
-  CameraStart() {
-    Bytes mesh(4000);
-    mesh[64] = 3099 & 0xFF, mesh[65] = 3099 >> 8;
-    for (uint32_t camera = 0; camera < 3; ++camera) {
-      put(kExports[camera], mesh);
-      for (const std::string& file : kFiles[camera]) {
-        const bool is_dual = file.starts_with("flash_dual");
-        put_words(kCaches + file,
-                  record(3099, kAny, is_dual ? Words{1024, 512, 256, 1024, 512, 256} : Words{1024, 1024}));
-        if (file.starts_with("lsc_cal")) put(kCaches + file, mesh);
-      }
+  /// The bytes of a good record of this camera's module.
+  static Bytes good(const Kind& kind, uint32_t camera) {
+    const Words& fuse = camera == 0 ? kMain : kThis;
+    if (kind.name != "lsc") return le32(record(3099, fuse, kind.values));
+    Bytes bytes = le64({3099, fuse[0], fuse[1], fuse[2], fuse[3]});
+    bytes.resize(3584);
+    return bytes;
+  }
+  void put_all(uint32_t camera) {
+    image_ = Bytes(4000);
+    for (const Kind& kind : kKinds) {
+      const Bytes bytes = good(kind, camera);
+      std::copy(bytes.begin(), bytes.end(), image_.begin() + static_cast<std::ptrdiff_t>(kind.in_export));
     }
+    for (const Kind& kind : kKinds)
+      if (const std::string path = cache_of(kind, camera); !path.empty())
+        put(path, kind.name == "lsc" ? image_ : good(kind, camera));
+    put(kExports[camera], image_);
   }
   /// All corrections of a camera; the outputs and tunings after them.
   static Floats start(uint32_t camera) {
@@ -56,10 +79,13 @@ class CameraStart : public CorrectionTest {
   void remove_caches(uint32_t camera) {
     for (const std::string& file : kFiles[camera]) put_words(kCaches + file, {});
   }
+
+  Bytes image_;  ///< of the export
 };
 
 TEST_F(CameraStart, TakesThreeCallsForAFile) {
   for (uint32_t camera = 0; camera < 3; ++camera) {
+    put_all(camera);
     std::vector<Call> cached, exported;
     for (const std::string& file : kFiles[camera]) {
       for (const char* call : {"open", "read", "close"}) cached.push_back({call, kCaches + file});
@@ -81,11 +107,12 @@ TEST_F(CameraStart, EndsWhereTheTuningEnds) {
   auto* const tuning = reinterpret_cast<float*>(end - 12464);
   std::fill_n(tuning, 12464 / 4, 1.0F);
   for (uint32_t i = 0; i < 4; ++i) {
+    if (i < 3) put_all(i);
     if (i == 3) put_words(kCaches + kFiles[1][1], record(3000, kAny, {1024, 512, 256, 1024, 512, 256}));
     float out[6] = {};
     set_sensor_selection(i == 3 ? 1 : i);  // once more, with a refused flash record
     Correct_Reference_Points_qorModule(tuning, out, out + 2, out + 4);
-    EXPECT_EQ(out[0], 1);
+    EXPECT_EQ(out[0], 2);
     QOR_AWB_Calibration_Reference_Points_Correction(tuning);
   }
   EXPECT_EQ(Sensor_set_mesh(end - 48592, 0, 0.25F, 0.5F), 1);
@@ -100,13 +127,15 @@ void expect_whole(const Floats& memory, size_t from, size_t count, float untouch
 }
 
 TEST_F(CameraStart, AnyFailingCallLeavesEveryCorrectionWholeOrUndone) {
+  put_all(0);
   for (const bool from_cache : {true, false}) {
     if (!from_cache) remove_caches(0);
     for_every_failing_call(phone(), [] {
       const Floats memory = start(0);
-      expect_whole(memory, 0, 2, 77, 1);
+      expect_whole(memory, 0, 2, 77, 2);
       expect_whole(memory, 2, 4, 77, 77);
-      expect_whole(memory, 6, 4, 1, 1);
+      expect_whole(memory, 6, 2, 1, 2);
+      expect_whole(memory, 8, 2, 1, 0.5F);
       expect_whole(memory, kSensor + 2572 / 4 + 1, 884, 1, 0.75F);
       expect_whole(memory, kSensor + 6112 / 4 + 1, 884, 1, 0);
       expect_whole(memory, kSensor + 16732 / 4 + 1, 884, 1, 0.5F);
@@ -116,43 +145,8 @@ TEST_F(CameraStart, AnyFailingCallLeavesEveryCorrectionWholeOrUndone) {
 
 // ---- records that are cut or missing ----------------------------------------------------------------------
 
-struct Kind {
-  std::string name, cache;  // the main camera's file
-  size_t in_export;
-  Words values;
-};
-const Kind kKinds[] = {{"awb", "/awb_cal", 0, {2048, 1024}},
-                       {"dual_flash", "/flash_dual_cal", 3848, {1024, 512, 256, 1024, 512, 256}},
-                       {"flash", "/flash_cal", 3648, {5120, 5120}},
-                       {"lsc", "/lsc_cal", 64, {}},
-                       {"a_light", "/awb_A_light_cal", 3784, {512, 512}},
-                       {"aec", "/aec_cal", 3712, {7, 8, 9}}};
-
-/// Nothing of the dual-flash record is asked of the sub camera.
-std::string cache_of(const Kind& kind, uint32_t camera) {
-  return camera == 2 && kind.name == "dual_flash" ? "" : of_camera("/data/misc/camera" + kind.cache, camera);
-}
-
-class CutRecords : public CorrectionTest {
+class CutRecords : public CameraStart {
  protected:
-  /// The bytes of a good record of this camera's module.
-  static Bytes good(const Kind& kind, uint32_t camera) {
-    const Words& fuse = camera == 0 ? kMain : kThis;
-    if (kind.name != "lsc") return le32(record(3099, fuse, kind.values));
-    Bytes bytes = le64({3099, fuse[0], fuse[1], fuse[2], fuse[3]});
-    bytes.resize(3584);
-    return bytes;
-  }
-  void put_all(uint32_t camera) {
-    image_ = Bytes(4000);
-    for (const Kind& kind : kKinds) {
-      const Bytes bytes = good(kind, camera);
-      std::copy(bytes.begin(), bytes.end(), image_.begin() + static_cast<std::ptrdiff_t>(kind.in_export));
-    }
-    for (const Kind& kind : kKinds)
-      if (const std::string path = cache_of(kind, camera); !path.empty())
-        put(path, kind.name == "lsc" ? image_ : good(kind, camera));
-  }
   /// The records of which the corrections and the exposure control take something.
   static std::string taken() {
     std::string names;
@@ -198,8 +192,6 @@ class CutRecords : public CorrectionTest {
     put(path, Bytes(bytes.begin(), bytes.begin() + std::max(size, 0)));
     if (size < 0) std::filesystem::remove(host(path));
   }
-
-  Bytes image_;
 };
 
 TEST_F(CutRecords, EveryOtherGoodRecordOfTheModuleIsTaken) {
