@@ -58,8 +58,6 @@ class AwbRun : public PhoneTest {
   std::string text_of(const std::string& name) {
     return read_text(host("/data/misc/camera/" + name)).value_or("(no file)");
   }
-
-  Log own_log(const std::function<void()>& call) { return log_of(call, "camera_calibration"); }
 };
 
 Bytes awb_record(uint32_t valid_word, uint32_t rg = 772, uint32_t bg = 576) {

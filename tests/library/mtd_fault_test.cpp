@@ -23,48 +23,6 @@ constexpr unsigned kThinning = 1;
 /// What of the block always goes wrong; nothing: it is marked bad.
 using Kind = std::optional<std::pair<Op, Effect>>;
 
-struct Chip {
-  uint32_t block_size;
-  uint32_t blocks;
-};
-
-class EveryBadBlock : public testing::TestWithParam<std::tuple<Kind, Chip>> {};
-
-TEST_P(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
-  const auto [kind, chip] = GetParam();
-  const auto [block_size, blocks] = chip;
-  unsigned row = 0;
-  for (uint32_t bad = 0; bad < blocks; ++bad) {
-    phone::NandGeometry geometry{.erase_size = block_size, .blocks = blocks};
-    if (!kind) geometry.factory_bad = {bad};
-    const std::vector<Bytes> before = patterned(geometry);
-    ModelledChip modelled(geometry);
-    for (const size_t position : record_positions()) {
-      const size_t aligned = position / block_size * block_size;
-      // A record; whole blocks; from inside of one block into the next but one.
-      for (const auto& [offset, length] : {std::pair{position, size_t{48}},
-                                           {aligned, size_t{block_size}},
-                                           {position - 5, size_t{block_size} + 9}}) {
-        if (++row % kThinning != 0) continue;
-        SCOPED_TRACE(printf_text("bad block %u, %zu bytes at 0x%zx", bad, length, offset));
-        modelled.start(before);
-        if (kind)
-          modelled.add_fault({.op = kind->first, .effect = kind->second, .block = bad, .from_then_on = true});
-        EXPECT_TRUE(modelled.write(offset, pattern(length, 99)) && modelled.chip_is_as_modelled());
-        // What is passed over moves the others by one.
-        for (uint32_t block = 0; block < blocks; ++block) {
-          const bool may_change =
-              block >= offset / block_size && block <= (offset + length - 1) / block_size + 1;
-          EXPECT_TRUE(may_change || modelled.nand().block_bytes(block) == before[block]) << block;
-        }
-        EXPECT_TRUE(modelled.read(offset, length) && modelled.chip_is_as_modelled());
-        EXPECT_TRUE(modelled.nand().violations().empty());
-        if (HasFailure()) return;
-      }
-    }
-  }
-}
-
 // The last two end with the power, in a block that is half done.
 const Kind kKinds[] = {{},
                        {{Op::erase, Effect::fail}},
@@ -73,10 +31,49 @@ const Kind kKinds[] = {{},
                        {{Op::read, Effect::ecc_failed}},
                        {{Op::erase, Effect::power_cut}},
                        {{Op::program, Effect::power_cut}}};
-constexpr Chip kChips[] = {{16384, 12}, {131072, 4}};
 
-INSTANTIATE_TEST_SUITE_P(Nand, EveryBadBlock,
-                         testing::Combine(testing::ValuesIn(kKinds), testing::ValuesIn(kChips)));
+/// A record; whole blocks; from inside of one block into the next but one.
+std::vector<std::pair<size_t, size_t>> transfers_at(size_t position, size_t block_size) {
+  return {{position, 48}, {position / block_size * block_size, block_size}, {position - 5, block_size + 9}};
+}
+
+void expect_as_modelled(const phone::NandGeometry& geometry, const Kind& kind, uint32_t bad) {
+  const std::vector<Bytes> before = patterned(geometry);
+  ModelledChip chip(geometry);
+  unsigned row = bad;
+  for (const size_t position : record_positions()) {
+    for (const auto& [offset, length] : transfers_at(position, geometry.erase_size)) {
+      if (++row % kThinning != 0) continue;
+      SCOPED_TRACE(printf_text("bad block %u, %zu bytes at 0x%zx", bad, length, offset));
+      chip.start(before);
+      if (kind)
+        chip.add_fault({.op = kind->first, .effect = kind->second, .block = bad, .from_then_on = true});
+      EXPECT_TRUE(chip.write(offset, pattern(length, 99)) && chip.chip_is_as_modelled());
+      const size_t first = offset / geometry.erase_size, last = (offset + length - 1) / geometry.erase_size;
+      for (size_t block = 0; block < before.size(); ++block) {
+        const bool may_change = block >= first && block <= last + 1;  // what is passed over moves the others
+        EXPECT_TRUE(may_change || chip.nand().block_bytes(static_cast<uint32_t>(block)) == before[block])
+            << block;
+      }
+      EXPECT_TRUE(chip.read(offset, length) && chip.chip_is_as_modelled());
+      EXPECT_TRUE(chip.nand().violations().empty());
+      if (testing::Test::HasFailure()) return;
+    }
+  }
+}
+
+TEST(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
+  for (const auto& [block_size, blocks] : {std::pair{16384U, 12U}, {131072U, 4U}}) {
+    for (const Kind& kind : kKinds) {
+      for (uint32_t bad = 0; bad < blocks; ++bad) {
+        phone::NandGeometry geometry{.erase_size = block_size, .blocks = blocks};
+        if (!kind) geometry.factory_bad = {bad};
+        expect_as_modelled(geometry, kind, bad);
+        if (HasFailure()) return;
+      }
+    }
+  }
+}
 
 // ---- random fault schedules -------------------------------------------------------------------------------
 

@@ -29,8 +29,6 @@ class RecordArea : public PhoneTest {
     phone().set_property("mfg.awb.calibration.Alight", std::to_string(value));
     check_and_init_awb_calibration();
   }
-
-  Log own_log(const std::function<void()>& call) { return log_of(call, "camera_calibration"); }
 };
 
 std::vector<Entry> writers(int a_light) {

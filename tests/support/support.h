@@ -130,6 +130,7 @@ class PhoneTest : public ::testing::Test {
   /// The log so far is dropped; what `call` logs is returned, or only the lines of a tag. `call` begins with
   /// errno 0, and `error` is errno at its end.
   Log log_of(const std::function<void()>& call, std::string_view tag = "");
+  Log own_log(const std::function<void()>& call) { return log_of(call, "camera_calibration"); }
   int error = 0;
 
   /// The pattern all over the partition.
