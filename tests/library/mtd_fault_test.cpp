@@ -90,7 +90,8 @@ class Random final : public Choices {
 
 TEST(RandomFaults, OnSmallBlocksAndThoseOfPhonesEverythingIsAsModelled) {
   const char* given = std::getenv("MTD_SEED");
-  const auto first = static_cast<uint32_t>(given != nullptr ? std::atoi(given) : std::random_device()());
+  const auto first =
+      static_cast<uint32_t>(given != nullptr ? std::strtoul(given, nullptr, 10) : std::random_device()());
   for (const auto& [block_size, count] : {std::pair{4096U, 10000 / kThinning}, {131072U, 300 / kThinning}}) {
     // Fifty schedules share one phone, so that most of the time goes into the transfers.
     for (uint32_t done = 0; done < count; done += 50) {
