@@ -48,7 +48,7 @@ std::vector<std::vector<std::string>> rows_of(const std::string& csv) {
 TEST_F(Fleet, TellsTheTruthOfADemosFleet) {
   const std::string folder = fleet("--units 800 --seed 5 --bad 20 --spread 4 --drift 0.3");
   const auto truth = rows_of(support::read_text(folder + "/truth.csv").value());
-  const auto units = rows_of(shell("TZ=X-5 " AWBCAL " fleet fleet/units --csv | grep -a ^unit,").output);
+  const auto units = rows_of(shell("TZ=XYZ-5 " AWBCAL " fleet fleet/units --csv | grep -a ^unit,").output);
   ASSERT_EQ(units.size(), 800U);
   std::map<std::string, int> results;
   int copies = 0;
@@ -224,7 +224,7 @@ TEST_F(Fleet, TakesWhatIsNamedHoweverItIsNamed) {
   for (const char* newest : {"getprop.txt", "data/misc/camera/aec_cal"}) {
     shell("find units -type f | xargs touch -d 2026-01-01; touch -d 2026-01-05T06:07:08Z units/*/phone/" +
           std::string(newest));
-    EXPECT_THAT(shell("TZ=X-5 " AWBCAL " fleet units --csv").output,
+    EXPECT_THAT(shell("TZ=XYZ-5 " AWBCAL " fleet units --csv").output,
                 HasSubstr("phone\",2026-01-05T06:07:08Z,"))
         << newest;
   }

@@ -285,8 +285,8 @@ class FactoryDay {
                             {"mfg.awb.calibration.threshold", std::to_string(3 + random_() % 12)},
                             {"mfg.awb.calibration.Alight", is_a_light_ ? "1" : "0"},
                             {"mfg.awb.calibration.ae.k.eb", random_() % 2 == 0 ? "1" : "0"},
-                            {"mfg.awb.calibration.rg_ratio", random_() % 8 == 0 ? "nan" : "0.75"},
-                            {"mfg.awb.calibration.bg_ratio", "0.5"}});
+                            {"mfg.awb.calibration.rg_ratio", "0.75"},
+                            {"mfg.awb.calibration.bg_ratio", random_() % 8 == 0 ? "nan" : "0.5"}});
     if (random_() % 5 == 0)
       phone().add_fault({.call = "write", .path = "/dev/block/mmcblk0p6", .from_then_on = true});
     awbcal::ConsoleCapture console;

@@ -63,6 +63,8 @@ class Mutation : public ToolTest {
     file("awb_cal.zst", zstd_of(awb()));
     file("bad/data/misc/camera/awb_cal", damaged(awb(4099, 800, 600, {1, 2, 3, 4}), 5));
     fs::copy(path("phone/getprop.txt"), path("bad/getprop.txt"));
+    file("mixed/data/misc/camera/aec_cal", damaged(aec({1, 2, 3, 4}), 5));
+    file("mixed/data/misc/camera/awb_cal", awb());
     in_folder("chmod a+rwx .");
   }
 
@@ -106,8 +108,7 @@ const Untruth kUntruths[] = {
     {"", "show noise", 0, "noise: no calibration found", "partition"},
     {"head -c 1M /dev/zero >a &&", "verify a", 3, "a: no calibration found", "PASS"},
     {"", "verify noise", 3, "no calibration found", "PASS"},
-    {"cp phone/data/misc/camera/aec_cal bad/data/misc/camera && rm bad/getprop.txt &&", "explain main bad", 0,
-     "Exposure handed out: the AEC record was used"},
+    {"", "explain main mixed", 0, "White balance corrected: the AWB record was used, which is good"},
     // Several that claim one place.
     {"mkdir phone/b && cp bad/data/misc/camera/* phone/b &&", "verify phone", 0,
      "b/awb_cal: not taken: data/misc/camera/awb_cal is at the phone's own place"},
