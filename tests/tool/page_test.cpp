@@ -179,6 +179,7 @@ scripts = re.findall(b"<script>(.*?)</script>", sys.stdin.buffer.read(), re.S)
 print(" ".join("'sha256-%s'" % base64.b64encode(hashlib.sha256(s).digest()).decode() for s in scripts), end=""))");
   const Outcome said = support::run_shell("python3 " + digests + " <" + text_file("page.html", page));
   EXPECT_THAT(page, HasSubstr("default-src 'none'; script-src " + said.output + ";"));
+  EXPECT_EQ(count(page, "\u202E"), 0U) << "turns the text round";
   EXPECT_EQ(count(page, "://"), count(std::string(awbcal::kChartJs), "://") + 1)
       << "an address beside the licence's";
 }
