@@ -128,6 +128,7 @@ const Untruth kUntruths[] = {
      "flash_cal: a link to /etc/passwd, which is not in the folder", "root"},
     {"ln -s \"$(printf '\\033]0;\\a')\" phone/data/misc/camera/flash_cal &&", "show phone", 2,
      "\\x1b]0;\\x07"},
+    {"", "show \"$(printf '\\033[2J')\"", 2, "awbcal: \\x1b[2J: no such file"},
     {"mkdir -p phone/1/2/3/4/5/6/7/8/9/10/11/12/13/14 &&", "show phone", 2, "phone: not a phone's files"},
     {"mkdir -p 1/2/3/4/5/6/7/8/9/10/11/12/13/14 && tar cf a 1 &&", "show a", 2, "a: not a phone's files"},
     {"head -c 100000 /dev/zero | tr '\\0' '[' >a &&", "pack a", 2,
