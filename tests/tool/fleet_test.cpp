@@ -99,7 +99,7 @@ TEST(Summary, FindsWhatIsOffTheLineOfTheOthers) {
     summary.add(unit_of(i, 760 + along, 600 - along + static_cast<uint32_t>(i / 40 % 3)));
   }
   EXPECT_TRUE(summary.ratios.begin()->second.outliers().empty());
-  for (const size_t number : {400, 401}) summary.add(unit_of(number, 795, 597));
+  for (const size_t number : {size_t{400}, size_t{401}}) summary.add(unit_of(number, 795, 597));
   const auto outliers = summary.ratios.begin()->second.outliers();
   ASSERT_EQ(outliers.size(), 1U);
   EXPECT_EQ(outliers[0].cell.first, "u400");
