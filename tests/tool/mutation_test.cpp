@@ -4,9 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <random>
 
+#include "inspect/errors.h"
 #include "inspect/json_form.h"
 #include "inspect/open_phone.h"
+#include "inspect/redaction.h"
+#include "run/verification.h"
 #include "tests/support/tool_support.h"
 
 namespace {
@@ -194,6 +199,91 @@ TEST_F(Mutation, UnreadableIsNotAbsent) {
   };
   for (const Untruth& row : rows) expect(row, as);
   in_folder("chmod 755 phone phone/data/misc/camera");
+}
+
+// ---- by seed ----------------------------------------------------------------------------------------------
+
+Bytes mutated(Bytes bytes, std::mt19937& random) {
+  const auto below = [&](size_t end) { return random() % std::max<size_t>(end, 1); };
+  for (size_t i = 0; i <= below(4) && !bytes.empty(); ++i) {
+    const size_t at = below(bytes.size());
+    const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(at);
+    const auto last = first + static_cast<std::ptrdiff_t>(below(std::min<size_t>(bytes.size() - at, 5000)));
+    switch (below(6)) {
+      case 0:
+        bytes[at] ^= static_cast<uint8_t>(1U << below(8));
+        break;
+      case 1:
+        std::fill(first, last, static_cast<uint8_t>(below(2) * 0xFF));
+        break;
+      case 2:
+        bytes.erase(first, last);
+        break;
+      case 3:
+        bytes.insert(first, below(3000), static_cast<uint8_t>(random()));
+        break;
+      case 4:
+        bytes.resize(at);
+        break;
+      default:
+        std::generate(first, last, [&] { return static_cast<uint8_t>(random()); });
+    }
+  }
+  return bytes;
+}
+
+/// By another hand: whether a record anywhere in the file has its CRC.
+bool is_sealed(const awbcal::Phone& phone, const awbcal::VerifiedRecord& verified) {
+  const awbcal::FoundRecord& record = *verified.verdict.record;
+  const Bytes& bytes = phone.files[record.file].content.bytes;
+  if (verified.verdict.spec->kind == awbcal::RecordKind::gyro) {
+    return support::word_at(bytes, record.offset + 40) == support::bitwise_crc(&bytes[record.offset], 40);
+  }
+  const size_t size = record.bytes.size() - 4;
+  return support::word_at(bytes, record.offset + size) == support::bitwise_crc(&bytes[record.offset], size);
+}
+
+void expect_pass_of_good_records(const awbcal::Phone& phone) {
+  const awbcal::Verification verification = awbcal::verify(phone, {.asks_library = false});
+  size_t good = 0;
+  for (const awbcal::VerifiedRecord& verified : verification.records) {
+    if (!verified.is_good() || verified.verdict.record == nullptr) continue;
+    ++good;
+    EXPECT_TRUE(is_sealed(phone, verified)) << verified.verdict.spec->name;
+  }
+  EXPECT_TRUE(verification.outcome() != awbcal::Outcome::pass || good > 0);
+}
+
+/// Everything that is done with an input; false when it was refused with a message.
+bool is_answered(const std::string& path) {
+  try {
+    awbcal::Phone phone = awbcal::open_phone_of({.paths = {path}});
+    expect_pass_of_good_records(phone);
+    awbcal::traces_in(phone);
+    awbcal::redact(phone);
+    return true;
+  } catch (const awbcal::InputError& error) {
+    EXPECT_THAT(error.what(), ::testing::HasSubstr(path));
+    return false;
+  }
+}
+
+TEST_F(Mutation, AnySeedOfDamageIsAnsweredInTime) {
+  in_folder("tar cf phone.tar phone && tar czf phone.tgz phone && python3 -m zipfile -c phone.zip phone");
+  std::mt19937 random(20);
+  int answered = 0;
+  for (const char* name : {"phone/data/misc/camera/awb_cal", "phone/getprop.txt", "phone.tar", "phone.tgz",
+                           "phone.zip", "mfg.img", "chip", "area"}) {
+    const Bytes original = bytes(name);
+    for (int i = 0; i < 70; ++i) {
+      const std::string input = file(std::string(name) == "area" ? "x" : name, mutated(original, random));
+      const auto start = std::chrono::steady_clock::now();
+      answered += is_answered(std::string(name).starts_with("phone/") ? path("phone") : input) ? 1 : 0;
+      EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << name << i;
+    }
+    file(name, original);
+  }
+  EXPECT_GT(answered, 200);
 }
 
 TEST_F(Mutation, EveryLengthOfEveryKindIsPackedAsItWas) {
