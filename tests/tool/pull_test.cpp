@@ -61,6 +61,14 @@ class Pull : public StandInPhones {
   }
 
   void lets_through(size_t bytes) const { text_file("adb/left", std::to_string(bytes)); }
+
+  /// What comes over the cable in a whole pull.
+  size_t bytes_asked_by(const std::string& arguments) const {
+    constexpr size_t kPlenty = 1 << 30;
+    lets_through(kPlenty);
+    EXPECT_THAT(pull(arguments), Exits(0));
+    return kPlenty - std::stoul(text("adb/left"));
+  }
 };
 
 TEST_F(Pull, MakesAFolderThatSaysWhatThePhoneSays) {
@@ -209,10 +217,7 @@ TEST(RunProgram, EndsOneThatNeverEndsItsAnswer) {
 
 TEST_F(Pull, CutOffAnywhereSaysSoAndGoesOn) {
   connect();
-  constexpr size_t kPlenty = 1 << 30;
-  lets_through(kPlenty);
-  ASSERT_THAT(pull(), Exits(0));
-  const size_t size = kPlenty - std::stoul(text("adb/left"));
+  const size_t size = bytes_asked_by("");
   const auto whole = contents(path("out"));
   fs::remove_all(path("out"));
   const size_t cuts = std::stoul(setting("PULL_TEST_CUTS", "6"));
@@ -264,12 +269,9 @@ TEST_F(Pull, OfAWholePartitionGoesOnWhereItWasCutOff) {
   EXPECT_THAT(came, testing::AllOf(testing::Gt(2 * kMiB), testing::Lt(kCut)));
   goes_on(kCut, true);
   // Cut off in the mark that ends the last answer, which is none of the device's bytes.
-  constexpr size_t kPlenty = 1 << 30;
-  lets_through(kPlenty);
-  EXPECT_THAT(pull("--whole"), Exits(0));
-  const size_t used = kPlenty - std::stoul(text("adb/left"));
+  const size_t size = bytes_asked_by("--whole");
   fs::remove_all(path("out"));
-  goes_on(used - 10, false);
+  goes_on(size - 10, false);
 }
 
 }  // namespace
