@@ -34,8 +34,7 @@ check_schedules() {
   on_two_cores $phones --seed $((seed)) : $phones --seed $more
 }
 
-# Four hundred faults of the library, the phone and the tool, each of which a test has to catch; those that would leak
-# under the sanitizers.
+# The faults of tests/mutants/, each of which a test has to catch; those that would leak under the sanitizers.
 check_mutants() {
   build debug
   build asan
