@@ -1,5 +1,5 @@
-// Any text as the document of a backup, with the bytes of records beside it; any bytes as a backup, and as what a pull
-// noted in its folder.
+// What begins as JSON as the document of a backup, with the bytes of records beside it; other bytes as a backup, and as
+// what a pull noted in its folder.
 
 #include <cstdlib>
 
@@ -24,11 +24,13 @@ void read(std::span<const uint8_t> file) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::span bytes(data, size);
-  read(bytes);
-  read(awbcal::packed({{.path = "backup.json", .bytes = awbcal::Bytes(data, data + size)},
-                       {.path = "records/main/awb.bin", .bytes = awbcal::Bytes(32)},
-                       {.path = "records/main/gyro.bin", .bytes = awbcal::Bytes(48)}}));
+  if (size > 0 && data[0] == '{') {
+    read(awbcal::packed({{.path = "backup.json", .bytes = awbcal::Bytes(data, data + size)},
+                         {.path = "records/main/awb.bin", .bytes = awbcal::Bytes(32)},
+                         {.path = "records/main/gyro.bin", .bytes = awbcal::Bytes(48)}}));
+  } else {
+    read({data, size});
+  }
   const auto state = awbcal::parse_pull_state({reinterpret_cast<const char*>(data), size});
   // What is written of a state is read as the same one.
   if (state && awbcal::text_of(*awbcal::parse_pull_state(awbcal::text_of(*state))) != awbcal::text_of(*state))

@@ -12,6 +12,8 @@
 namespace {
 
 constexpr size_t kChoices = 6;
+constexpr int kImage =
+    2;  ///< one of sixteen: what LibRaw sets up for an image takes as long as ten of the others
 constexpr unsigned kMostMegabytes = 64;
 
 awbcal::FrameFileOptions options_of(const uint8_t* choice) {
@@ -68,17 +70,13 @@ void survive(Work work) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < kChoices) return 0;
   const awbcal::Bytes bytes(data + kChoices, data + size);
-  switch (data[0] / 4 % 4) {
-    case 0:
-    case 1:
-      survive([&] { read_frames(data, bytes); });
-      break;
-    case 2:
-      survive([&] { read_image(data, bytes); });
-      break;
-    default:
-      survive([&] { awbcal::parse_limits("x", awbcal::text_of(bytes)); });
-      break;
+  const int kind = data[0] / 4 % 16;
+  if (kind == kImage) {
+    survive([&] { read_image(data, bytes); });
+  } else if (kind % 4 == 3) {
+    survive([&] { awbcal::parse_limits("x", awbcal::text_of(bytes)); });
+  } else {
+    survive([&] { read_frames(data, bytes); });
   }
   return 0;
 }

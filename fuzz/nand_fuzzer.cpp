@@ -60,10 +60,22 @@ struct Chip {
   }
 };
 
+Chip kept;
+
 }  // namespace
 
+#ifdef AWB_FUZZ
+extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t most);
+
+/// Most inputs that follow one another are for the same chip.
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t most, unsigned seed) {
+  const size_t mutated = LLVMFuzzerMutate(data, size, most);
+  if (seed % 64 != 0) data[0] = kept.number;
+  return mutated;
+}
+#endif
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Chip kept;
   if (size == 0) return 0;
   support::ChipUnderTest& chip = kept.of(data[0]);
   kept.choices.begin(data + 1, size - 1);

@@ -50,16 +50,23 @@ awbcal::OutputFile file_of(const fuzz::File& file) {
                  : text_file(path, content);
 }
 
+/// With a high bit in the mask of the log the record area alone: a whole partition takes long to look through.
+std::vector<uint8_t> dump() {
+  constexpr std::ptrdiff_t kArea = 0x10000, kAreaEnd = 0x14000;
+  const std::vector<uint8_t> bytes = fuzz::changes_of_partition();
+  if ((fuzz::phone.log_mask & 0x80) == 0) return bytes;
+  return {bytes.begin() + kArea, bytes.begin() + kAreaEnd};
+}
+
 std::vector<awbcal::OutputFile> folder() {
   std::vector<awbcal::OutputFile> files = {text_file("properties", property_lines())};
   for (const fuzz::File& file : fuzz::files().first(fuzz::files().size() - 1)) {
     if (file.exists) files.push_back(file_of(file));
   }
-  if (fuzz::phone.has_block_device)
-    files.push_back({.path = "dev/block/mmcblk0p6", .bytes = fuzz::changes_of_partition()});
+  if (fuzz::phone.has_block_device) files.push_back({.path = "dev/block/mmcblk0p6", .bytes = dump()});
   if (fuzz::phone.chip.erase_size > 0) {
     files.push_back(text_file("nand", nand_state()));
-    files.push_back({.path = "dev/mtd/mtd3", .bytes = fuzz::changes_of_partition()});
+    files.push_back({.path = "dev/mtd/mtd3", .bytes = dump()});
   }
   return files;
 }

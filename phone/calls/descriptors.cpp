@@ -1,6 +1,5 @@
 #include "phone/calls/descriptors.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <map>
@@ -14,6 +13,7 @@ namespace {
 
 // Descriptors above the usual limit of a process are not tracked; they then behave as plain files.
 constinit std::array<std::atomic<const Node*>, 65536> nodes = {};
+constinit std::atomic<size_t> tracked = 0;
 
 bool in_table(int fd) {
   return fd >= 0 && static_cast<size_t>(fd) < nodes.size();
@@ -26,7 +26,10 @@ const Node* node_of(int fd) {
 }
 
 void track(int fd, const Node* node) {
-  if (in_table(fd)) nodes[static_cast<size_t>(fd)].store(node, std::memory_order_release);
+  if (!in_table(fd)) return;
+  const Node* before = nodes[static_cast<size_t>(fd)].exchange(node, std::memory_order_acq_rel);
+  if (before == nullptr && node != nullptr) ++tracked;
+  if (before != nullptr && node == nullptr) --tracked;
 }
 
 const Node* node_for(const std::string& path, NodeKind kind) {
@@ -37,8 +40,7 @@ const Node* node_for(const std::string& path, NodeKind kind) {
 }
 
 size_t VirtualPhone::open_descriptors() const {
-  return static_cast<size_t>(
-      std::count_if(nodes.begin(), nodes.end(), [](const auto& node) { return node.load() != nullptr; }));
+  return tracked;
 }
 
 }  // namespace phone

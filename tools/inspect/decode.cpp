@@ -101,6 +101,16 @@ bool is_blank(std::span<const uint8_t> bytes) {
   return std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
 }
 
+size_t fill_length(std::span<const uint8_t> bytes) {
+  constexpr size_t kAtOnce = 64;
+  if (bytes.empty()) return 0;
+  size_t same = 1;
+  while (bytes.size() - same >= kAtOnce && std::memcmp(&bytes[same - 1], &bytes[same], kAtOnce) == 0)
+    same += kAtOnce;
+  while (same < bytes.size() && bytes[same] == bytes[0]) ++same;
+  return same;
+}
+
 const char* blank_text(std::span<const uint8_t> bytes) {
   return bytes[0] == 0xFF ? "all ones" : "all zeros";
 }

@@ -44,6 +44,9 @@ constexpr bool fits(const FieldSpec& field, size_t size) {
 /// All bytes are 0x00, or all are 0xFF; an empty run is not blank.
 bool is_blank(std::span<const uint8_t> bytes);
 
+/// How many bytes at the beginning are the same; 0 of none.
+size_t fill_length(std::span<const uint8_t> bytes);
+
 /// "all ones" or "all zeros", of blank bytes.
 const char* blank_text(std::span<const uint8_t> bytes);
 

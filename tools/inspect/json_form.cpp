@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <ctime>
@@ -59,17 +60,24 @@ Json record_json(const Phone& phone, const FoundRecord& record, const Modules& m
   return json;
 }
 
-/// Which bytes of the file the records' fields give.
-std::vector<bool> given_by_fields(const Phone& phone, size_t file) {
-  std::vector<bool> given(phone.files[file].content.bytes.size());
+struct Extent {
+  size_t begin;
+  size_t end;
+  auto operator<=>(const Extent&) const = default;
+};
+
+/// Which bytes of the file the records' fields give, by where they begin.
+std::vector<Extent> given_by_fields(const Phone& phone, size_t file) {
+  std::vector<Extent> given;
   for (const FoundRecord& record : phone.records) {
     if (record.file != file || is_blank_record(phone, record)) continue;
     for (const FieldSpec& field : record.spec->fields) {
       if (!fits(field, record.bytes.size())) continue;
-      const auto first = given.begin() + static_cast<std::ptrdiff_t>(record.offset + field.offset);
-      std::fill(first, first + static_cast<std::ptrdiff_t>(field.width), true);
+      const size_t begin = record.offset + field.offset;
+      given.push_back({begin, begin + field.width});
     }
   }
+  std::sort(given.begin(), given.end());
   return given;
 }
 
@@ -82,28 +90,26 @@ void add_runs(Json& rest, const Bytes& bytes, size_t begin, size_t end) {
     rest.push_back({{"offset", plain}, {"bytes", hex(run)}});
   };
   for (size_t at = begin; at < end;) {
-    size_t same = at;
-    while (same < end && bytes[same] == bytes[at]) ++same;
-    if (same - at >= kShortestFill) {
+    const size_t same = fill_length(std::span(bytes).subspan(at, end - at));
+    if (same >= kShortestFill) {
       add_plain(at);
-      rest.push_back({{"offset", at}, {"size", same - at}, {"fill", bytes[at]}});
-      plain = same;
+      rest.push_back({{"offset", at}, {"size", same}, {"fill", bytes[at]}});
+      plain = at + same;
     }
-    at = same;
+    at += same;
   }
   add_plain(end);
 }
 
 Json rest_json(const Phone& phone, size_t file) {
   const Bytes& bytes = phone.files[file].content.bytes;
-  const std::vector<bool> given = given_by_fields(phone, file);
   Json rest = Json::array();
-  for (size_t at = 0; at < bytes.size();) {
-    size_t end = at;
-    while (end < bytes.size() && given[end] == given[at]) ++end;
-    if (!given[at]) add_runs(rest, bytes, at, end);
-    at = end;
+  size_t at = 0;
+  for (const Extent& given : given_by_fields(phone, file)) {
+    add_runs(rest, bytes, at, std::max(at, given.begin));
+    at = std::max(at, given.end);
   }
+  add_runs(rest, bytes, at, bytes.size());
   return rest;
 }
 

@@ -108,6 +108,8 @@ void sweep(Redaction& work, size_t index) {
   const FieldSpec word{0, sizeof(uint32_t), FieldKind::number, ""};
   for (size_t at = 0; at + sizeof(uint32_t) <= bytes.size(); ++at) {
     const auto here = std::span(bytes).subspan(at, sizeof(uint32_t));
+    // Most of a partition: nothing in a blank run is a word.
+    if (is_blank(here)) at += fill_length(std::span(bytes).subspan(at)) - sizeof(uint32_t);
     const auto value = static_cast<uint32_t>(field_value(here, word));
     if (value < kSmallestTelling || value == UINT32_MAX || touched[at] || touched[at + 3]) continue;
     const auto replacement = work.map.known(value);

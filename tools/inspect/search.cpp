@@ -323,7 +323,7 @@ std::vector<Reading> search_records(const Bytes& bytes, const SearchOptions& opt
                                                        {2, "the two bytes of every half-word"}};
   std::vector<Reading> readings = best_readings(bytes, ways_to_read(bytes), options);
   for (const auto& [unit, what] : kTurns) {
-    if (!readings.empty()) break;
+    if (!readings.empty() || is_blank(bytes)) break;
     const Bytes turned = with_units_turned(bytes, unit);
     readings = best_readings(turned, {Way(turned)}, options);
     for (Reading& reading : readings) {
