@@ -7,7 +7,7 @@ namespace {
 
 using namespace tool;
 
-constexpr uint32_t kFirst[4] = {0x11223344, 0, 0x99AABBCC, 0x11223344};
+constexpr uint32_t kFirst[4] = {0x11223344, 0, 0x99AABB00, 0x11223344};
 
 class Transform : public ToolTest {
  protected:
@@ -52,6 +52,11 @@ TEST_F(Transform, SealsOnlyWhenAsked) {
   EXPECT_EQ(support::word_at(bytes("kept"), 28), support::word_at(awb(), 28))
       << "the CRC that the JSON holds";
   EXPECT_EQ(bytes("sealed"), awb(3099, 801, 601));
+  file("image", image());
+  run("show --json " + path("image") + " | sed 's/\"luma\": [0-9]*/\"luma\": 77/' | " AWBCAL " pack >" +
+          path("edited"),
+      "");
+  EXPECT_EQ(support::word_at(bytes("edited"), 0x20E28 + 12), 77U) << "in the middle of others";
 }
 
 TEST_F(Transform, SealsOneOfTwoRecordsThatShareBytesOnlyByName) {
@@ -184,10 +189,13 @@ TEST_F(Transform, RedactsAnImageSoThatEveryVerdictStays) {
   Bytes original = image();
   put(original, 0x100, support::le32({kModule[1]}));  // a stale copy where no record is
   put(original, original.size() - 4, support::le32({kModule[2]}));
+  put(original, 0x200, Bytes(64));  // a word of which a zero is the first byte, behind zeros
+  put(original, 0x240, support::le32({kFirst[2]}));
   put(original, 0x22EA0, sealed64({3099, uint64_t{kModule[3]} << 32 | 7, 8, 9, 10}));
   file("image", original);
   ASSERT_EQ(run("redact " + path("image") + " --output " + path("shared")).exit_code, 0);
   for (const uint32_t word : kModule) EXPECT_FALSE(holds_word(bytes("shared"), word)) << word;
+  EXPECT_FALSE(holds_word(bytes("shared"), kFirst[2]));
   const std::string verdicts = "| grep -E '^  [a-z]|^[A-Z]{4}:' | grep -vE 'module:|assumed'";
   EXPECT_EQ(run("verify " + path("shared"), verdicts).output,
             run("verify " + path("image"), verdicts).output);
