@@ -15,6 +15,9 @@
 
 namespace {
 
+// In the mask of the log, which says nothing here.
+constexpr uint8_t kAreaAlone = 0x80, kBrief = 0x40;
+
 awbcal::OutputFile text_file(std::string path, const std::string& text) {
   return {.path = std::move(path), .bytes = {text.begin(), text.end()}};
 }
@@ -51,18 +54,10 @@ awbcal::OutputFile file_of(const fuzz::File& file) {
                  : text_file(path, content);
 }
 
-// The two high bits of the log's mask, which says nothing here, keep most runs short.
-bool has_area_alone() {
-  return (fuzz::phone.log_mask & 0x80) != 0;
-}
-bool is_brief() {
-  return (fuzz::phone.log_mask & 0x40) != 0;
-}
-
 std::vector<uint8_t> dump() {
   constexpr std::ptrdiff_t kArea = 0x10000, kAreaEnd = 0x14000;
   const std::vector<uint8_t> bytes = fuzz::changes_of_partition();
-  if (!has_area_alone()) return bytes;
+  if ((fuzz::phone.log_mask & kAreaAlone) == 0) return bytes;
   return {bytes.begin() + kArea, bytes.begin() + kAreaEnd};
 }
 
@@ -86,7 +81,7 @@ void inspect(const std::vector<awbcal::OutputFile>& files) {
   }
   awbcal::verdicts_of(phone, awbcal::modules_of(phone));
   awbcal::partition_bytes(phone);
-  if (is_brief()) return;
+  if ((fuzz::phone.log_mask & kBrief) != 0) return;
   awbcal::pack_document(awbcal::show_document(phone, true), {});
   awbcal::redact(phone);
   awbcal::traces_in(phone);
@@ -95,7 +90,7 @@ void inspect(const std::vector<awbcal::OutputFile>& files) {
 }  // namespace
 
 void fuzz::make_fast(uint8_t* data, size_t) {
-  data[1] |= 0xC0;
+  data[1] |= kAreaAlone | kBrief;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

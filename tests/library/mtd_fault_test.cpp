@@ -77,17 +77,6 @@ TEST(EveryBadBlock, WritesAndReadsEveryRecordPositionAsModelled) {
 
 // ---- random fault schedules -------------------------------------------------------------------------------
 
-class Random final : public Choices {
- public:
-  explicit Random(uint32_t seed) : random_(seed) {}
-  unsigned up_to(unsigned limit) override {
-    return std::uniform_int_distribution<unsigned>(0, limit)(random_);
-  }
-
- private:
-  std::mt19937 random_;
-};
-
 TEST(RandomFaults, OnSmallBlocksAndThoseOfPhonesEverythingIsAsModelled) {
   const char* given = std::getenv("MTD_SEED");
   const auto first =

@@ -5,6 +5,7 @@
 #define TESTS_SUPPORT_NAND_SCHEDULE_H
 
 #include <optional>
+#include <random>
 #include <string>
 
 #include "awb_calibration/storage.h"
@@ -17,6 +18,17 @@ struct Choices {
   virtual ~Choices() = default;
   virtual unsigned up_to(unsigned limit) = 0;  ///< limit included
   bool one_in(unsigned n) { return up_to(n - 1) == 0; }
+};
+
+class Random final : public Choices {
+ public:
+  explicit Random(uint32_t seed) : random_(seed) {}
+  unsigned up_to(unsigned limit) override {
+    return std::uniform_int_distribution<unsigned>(0, limit)(random_);
+  }
+
+ private:
+  std::mt19937 random_;
 };
 
 /// One chip and its model beside it. What is done to both says whether they agree afterwards.

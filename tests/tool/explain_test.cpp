@@ -73,13 +73,12 @@ TEST_F(Explain, SaysForEveryCorrectionWhyItWasNotDone) {
     EXPECT_THAT(run("explain -v main " + path("phone")), Exits(0, Tells(sentence))) << sentence;
   }
   // A checksum that only warns is not what refuses another module's record.
-  Bytes lens_shading(64);
   const Bytes mesh = damaged(awbcal::make_lens_shading_record({1, 2, 3, 4}, 1.5), 100);
   file("phone/factory/lens_shading_main.bin", mesh);
   EXPECT_THAT(run("explain --reboot main " + path("phone")),
               Exits(0, Tells("lens_shading cache file absent export taken;")));
-  lens_shading.insert(lens_shading.end(), mesh.begin(), mesh.end());
-  lens_shading.resize(4000);
+  Bytes lens_shading(4000);
+  put(lens_shading, 64, mesh);
   file("phone/data/misc/camera/lsc_cal", lens_shading);
   EXPECT_THAT(
       run("explain main " + path("phone")),

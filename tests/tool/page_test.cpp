@@ -124,10 +124,9 @@ TEST_F(Page, ShowsTheVerdictsThatVerifyPrints) {
                                        "main,normal,0.7,0.6,9\nfront,normal,0.72,0.61,9\n");
   const std::string input = phone() + " --limits " + limits;
   file("phone/data/misc/camera/awb_cal_front_CAM", awb(3099, 716, 620));
-  Bytes lens_shading(64);
-  std::ranges::copy(awbcal::make_lens_shading_record({kModule[0], kModule[1], kModule[2], kModule[3]}, 1.5),
-                    std::back_inserter(lens_shading));
-  lens_shading.resize(4000);
+  Bytes lens_shading(4000);
+  put(lens_shading, 64,
+      awbcal::make_lens_shading_record({kModule[0], kModule[1], kModule[2], kModule[3]}, 1.5));
   file("phone/data/misc/camera/lsc_cal", lens_shading);
   const Outcome verified = run("verify " + input);
   EXPECT_THAT(run("report " + input + " --html " + path("page.html")), Exits(verified.exit_code, ""));

@@ -3,25 +3,12 @@
 //
 //   nand_schedules [--count N] [--seed S]     a hundred schedules a chip; a chip's seed is S and what follows it
 
-#include <random>
-
 #include "tests/support/nand_schedule.h"
 #include "tests/volume/volume.h"
 
 namespace {
 
 using namespace support;
-
-class Random final : public Choices {
- public:
-  explicit Random(uint32_t seed) : random_(seed) {}
-  unsigned up_to(unsigned limit) override {
-    return std::uniform_int_distribution<unsigned>(0, limit)(random_);
-  }
-
- private:
-  std::mt19937 random_;
-};
 
 phone::NandGeometry geometry_of(Random& random) {
   phone::NandGeometry geometry;
