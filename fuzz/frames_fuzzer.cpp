@@ -13,8 +13,7 @@
 namespace {
 
 constexpr size_t kChoices = 6;
-constexpr int kImage =
-    2;  ///< one of sixteen: what LibRaw sets up for an image takes as long as ten of the others
+constexpr int kImage = 2;  ///< of sixteen kinds; what LibRaw sets up for one takes as long as ten others
 constexpr unsigned kMostMegabytes = 64;
 
 awbcal::FrameFileOptions options_of(const uint8_t* choice) {

@@ -319,11 +319,12 @@ std::vector<Reading> best_readings(const Bytes& bytes, const std::vector<Way>& w
 }  // namespace
 
 std::vector<Reading> search_records(const Bytes& bytes, const SearchOptions& options) {
+  if (is_blank(bytes)) return {};
   constexpr std::pair<size_t, const char*> kTurns[] = {{4, "the four bytes of every word"},
                                                        {2, "the two bytes of every half-word"}};
   std::vector<Reading> readings = best_readings(bytes, ways_to_read(bytes), options);
   for (const auto& [unit, what] : kTurns) {
-    if (!readings.empty() || is_blank(bytes)) break;
+    if (!readings.empty()) break;
     const Bytes turned = with_units_turned(bytes, unit);
     readings = best_readings(turned, {Way(turned)}, options);
     for (Reading& reading : readings) {
