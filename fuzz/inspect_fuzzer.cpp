@@ -11,7 +11,7 @@
 #include "inspect/redaction.h"
 #include "inspect/verdict.h"
 #include "phone/services/properties_file.h"
-#include "tests/support/support.h"
+#include "tests/support/sealed.h"
 
 namespace {
 
@@ -35,15 +35,6 @@ constexpr const char* kKinds[] = {"",
 
 constexpr uint8_t kBrief = 0x80;  ///< in the first byte: nothing is shown
 
-/// By another hand: whether a record that is called good has its CRC, or has none.
-bool is_sealed(const awbcal::FoundRecord& record) {
-  return std::ranges::all_of(record.spec->fields, [&record](const awbcal::FieldSpec& field) {
-    if (field.kind != awbcal::FieldKind::crc) return true;
-    const uint32_t crc = support::bitwise_crc(record.bytes.data(), field.offset);
-    return awbcal::field_value(record.bytes, field) == (field.width == 1 ? crc & 0xFF : crc);
-  });
-}
-
 /// In JSON, and back.
 void show_and_pack(const awbcal::Phone& phone, const awbcal::Bytes& bytes) {
   const awbcal::Packed packed = awbcal::pack_document(awbcal::show_document(phone, true), {});
@@ -57,7 +48,7 @@ void inspect(const uint8_t* choice, const awbcal::Bytes& bytes) {
   for (const awbcal::RecordVerdict& each :
        awbcal::verdicts_of(phone, {{calib::Camera::main, {1, 2, 3, 4}}})) {
     const bool is_good = each.finding.verdict == awbcal::Verdict::good && each.record != nullptr;
-    if (is_good && !is_sealed(*each.record)) std::abort();
+    if (is_good && !tool::is_sealed(*each.record)) std::abort();
   }
   if (choice[0] < kBrief) show_and_pack(phone, bytes);
   awbcal::redact(phone);

@@ -1,31 +1,45 @@
-// Any phone as a folder's archive: files, properties, tables and the state of a NAND chip, as the steps of an input make
-// them. The tool opens it, decodes, judges, shows, packs and redacts.
+// Any phone's folder: files, properties, tables and the state of a NAND chip, as the steps of an input make them. The
+// tool opens it, decodes, judges, shows, packs and redacts; what is redacted is judged as before.
 
-#include <cstdlib>
+#include <algorithm>
+#include <optional>
 #include <string>
 
 #include "fuzz/custom_mutator.h"
 #include "fuzz/phone_program.h"
-#include "inspect/archive.h"
+#include "inspect/backup.h"
 #include "inspect/errors.h"
 #include "inspect/json_form.h"
 #include "inspect/open_phone.h"
 #include "inspect/redaction.h"
 #include "inspect/verdict.h"
+#include "tests/support/sealed.h"
 
 namespace {
 
-// In the mask of the log, which says nothing here.
-constexpr uint8_t kAreaAlone = 0x80, kBrief = 0x40;
+using awbcal::FileTree;
 
-awbcal::OutputFile text_file(std::string path, const std::string& text) {
-  return {.path = std::move(path), .bytes = {text.begin(), text.end()}};
+// In the mask of the log, which says nothing here.
+constexpr uint8_t kAreaAlone = 0x80, kBrief = 0x40, kPulled = 0x20;
+
+FileTree::Entry file_of(awbcal::Bytes bytes) {
+  return {.content = awbcal::FileContent{std::move(bytes), std::nullopt}};
 }
 
-std::string property_lines() {
+FileTree::Entry text_file(const std::string& text) {
+  return file_of({text.begin(), text.end()});
+}
+
+FileTree::Entry link_to(const std::string& target) {
+  return {.type = FileTree::Type::link, .target = target};
+}
+
+std::string property_lines(bool is_getprop) {
   std::string text;
   for (const fuzz::Property& property : fuzz::properties()) {
-    if (property.exists) text += std::string(property.name) + "=" + property.value + "\n";
+    if (!property.exists) continue;
+    const std::string name = property.name, value = property.value;
+    text += is_getprop ? "[" + name + "]: [" + value + "]\n" : name + "=" + value + "\n";
   }
   return text;
 }
@@ -46,45 +60,105 @@ std::string nand_state() {
   return text;
 }
 
-awbcal::OutputFile file_of(const fuzz::File& file) {
-  std::string path(file.path.substr(1));
+FileTree::Entry entry_of(const fuzz::File& file) {
   const std::string content(file.bytes, file.bytes + file.size);
-  const bool is_link = path.find("/by-name/") != std::string::npos && content.find('\0') == std::string::npos;
-  return is_link ? awbcal::OutputFile{.path = path, .bytes = {}, .link_target = content}
-                 : text_file(path, content);
+  const bool is_link = file.path.find("/by-name/") != std::string::npos &&
+                       content.find('\0') == std::string::npos && !content.empty();
+  return is_link ? link_to(content) : text_file(content);
 }
 
+/// The whole partition, or the record area alone.
 std::vector<uint8_t> dump() {
   constexpr std::ptrdiff_t kArea = 0x10000, kAreaEnd = 0x14000;
-  const std::vector<uint8_t> bytes = fuzz::changes_of_partition();
+  const std::vector<uint8_t> bytes = fuzz::changes_of_partition(0);
   if ((fuzz::phone.log_mask & kAreaAlone) == 0) return bytes;
   return {bytes.begin() + kArea, bytes.begin() + kAreaEnd};
 }
 
-std::vector<awbcal::OutputFile> folder() {
-  std::vector<awbcal::OutputFile> files = {text_file("properties", property_lines())};
-  for (const fuzz::File& file : fuzz::files().first(fuzz::files().size() - 1)) {
-    if (file.exists) files.push_back(file_of(file));
-  }
-  if (fuzz::phone.has_block_device) files.push_back({.path = "dev/block/mmcblk0p6", .bytes = dump()});
-  if (fuzz::phone.chip.erase_size > 0) {
-    files.push_back(text_file("nand", nand_state()));
-    files.push_back({.path = "dev/mtd/mtd3", .bytes = dump()});
-  }
-  return files;
+/// Erased where nothing was written.
+std::vector<uint8_t> chip() {
+  return fuzz::changes_of_partition(0xFF);
 }
 
-void inspect(const std::vector<awbcal::OutputFile>& files) {
-  awbcal::Phone phone = awbcal::phone_of_bytes("phone.tar", awbcal::packed(files), {});
-  for (const awbcal::FoundRecord& record : phone.records) {
-    if (record.bytes.size() > record.spec->size) std::abort();
+/// A phone's own folder, or what somebody pulled of it.
+FileTree folder() {
+  const bool is_pulled = (fuzz::phone.log_mask & kPulled) != 0;
+  FileTree tree("phone");
+  tree.add(is_pulled ? "getprop.txt" : "properties", text_file(property_lines(is_pulled)));
+  for (const fuzz::File& file : fuzz::files().first(fuzz::files().size() - 1)) {
+    if (file.exists) tree.add(std::string(file.path.substr(1)), entry_of(file));
   }
-  awbcal::verdicts_of(phone, awbcal::modules_of(phone));
+  if (fuzz::phone.has_block_device) tree.add(is_pulled ? "mfg.img" : "dev/block/mmcblk0p6", file_of(dump()));
+  if (fuzz::phone.chip.erase_size > 0) {
+    tree.add("nand", text_file(nand_state()));
+    tree.add("dev/mtd/mtd3", file_of(chip()));
+  }
+  return tree;
+}
+
+std::vector<awbcal::Verdict> verdicts_on(const awbcal::Phone& phone) {
+  std::vector<awbcal::Verdict> verdicts;
+  for (const awbcal::RecordVerdict& each : awbcal::verdicts_of(phone, awbcal::modules_of(phone))) {
+    verdicts.push_back(each.finding.verdict);
+    const bool is_good = verdicts.back() == awbcal::Verdict::good && each.record != nullptr;
+    fuzz::require(!is_good || tool::is_sealed(*each.record), "a good record has its CRC");
+  }
+  return verdicts;
+}
+
+/// As it is shared: opened again from the files alone.
+awbcal::Phone redacted(awbcal::Phone phone) {
+  awbcal::redact(phone);
+  FileTree tree("redacted");
+  for (const awbcal::OutputFile& file : awbcal::files_to_share(phone)) {
+    tree.add(file.path, file.link_target.empty() ? file_of(file.bytes) : link_to(file.link_target));
+  }
+  return awbcal::phone_of_tree(tree, {});
+}
+
+bool is_readable(const awbcal::Phone& phone) {
+  return std::ranges::none_of(phone.files,
+                              [](const awbcal::PhoneFile& file) { return file.content.trouble.has_value(); });
+}
+
+/// Shown as JSON, and made of it again.
+void check_pack(const awbcal::Phone& phone) {
+  const awbcal::Json document = awbcal::show_document(phone, true);
+  if (!is_readable(phone)) return;
+  const awbcal::Packed packed = awbcal::pack_document(document, {});
+  auto made = packed.files.begin();
+  for (const awbcal::PhoneFile& file : phone.files) {
+    if (file.layout == awbcal::Layout::other) continue;
+    fuzz::require(made->path == file.path && made->bytes == file.content.bytes, "a file is packed as it was");
+    ++made;
+  }
+}
+
+/// The good records, kept and read again.
+void check_backup(const awbcal::Phone& phone) {
+  const awbcal::Backup kept = awbcal::backup_of(phone, awbcal::modules_of(phone)).backup;
+  const awbcal::ReadBackup read = awbcal::read_backup("backup", awbcal::file_of(kept));
+  fuzz::require(read.damaged.empty() && read.backup.records.size() == kept.records.size(),
+                "every record that was kept is read");
+  for (const awbcal::BackupRecord& record : kept.records) {
+    const awbcal::BackupRecord* again = read.backup.find(record.spec->kind, record.camera);
+    fuzz::require(again != nullptr && again->bytes == record.bytes && again->module == record.module,
+                  "a backup gives back what it took");
+  }
+}
+
+void inspect(const awbcal::Phone& phone) {
+  for (const awbcal::FoundRecord& record : phone.records) {
+    fuzz::require(record.bytes.size() <= record.spec->size, "a record is no longer than its kind");
+  }
+  const std::vector<awbcal::Verdict> verdicts = verdicts_on(phone);
   awbcal::partition_bytes(phone);
   if ((fuzz::phone.log_mask & kBrief) != 0) return;
-  awbcal::pack_document(awbcal::show_document(phone, true), {});
-  awbcal::redact(phone);
+  check_pack(phone);
   awbcal::traces_in(phone);
+  check_backup(phone);
+  if (!phone.is_complete() || !is_readable(phone)) return;
+  fuzz::require(verdicts_on(redacted(phone)) == verdicts, "redaction leaves every verdict");
 }
 
 }  // namespace
@@ -95,10 +169,12 @@ void fuzz::make_fast(uint8_t* data, size_t) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::build_phone({data, size});
+  std::optional<awbcal::Phone> phone;
   try {
-    inspect(folder());
+    phone = awbcal::phone_of_tree(folder(), {});
   } catch (const awbcal::InputError&) {
-    // A message is an answer.
+    return 0;  // a message is an answer, here and nowhere else
   }
+  inspect(*phone);
   return 0;
 }

@@ -266,8 +266,8 @@ void partition_changed(size_t from, size_t to) {
   changed_to = std::max(changed_to, to);
 }
 
-std::vector<uint8_t> changes_of_partition() {
-  std::vector<uint8_t> bytes(std::max<size_t>(0x14000, changed_to));
+std::vector<uint8_t> changes_of_partition(uint8_t blank) {
+  std::vector<uint8_t> bytes(std::max<size_t>(0x14000, changed_to), blank);
   for (size_t i = changed_from; i < changed_to; ++i) bytes[i] = partition_bytes[i];
   return bytes;
 }

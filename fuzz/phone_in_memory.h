@@ -74,8 +74,8 @@ void new_phone();
 void create(File& file, size_t size);
 /// Bytes [from, to) of the partition were changed; new_phone() puts them back.
 void partition_changed(size_t from, size_t to);
-/// The partition as it is where nothing but changes counts: zeros elsewhere.
-std::vector<uint8_t> changes_of_partition();
+/// The partition as it is where nothing but changes counts: every other byte is `blank`.
+std::vector<uint8_t> changes_of_partition(uint8_t blank);
 
 void begin_pass();
 size_t open_descriptors();

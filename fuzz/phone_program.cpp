@@ -127,7 +127,7 @@ void add_line(Input& input) {
     snprintf(line, sizeof line, "mmcblk0p%u: %08x 00000200 \"%s\"\n", input.byte(), input.word16(), name);
     append(file_at("/proc/emmc"), line);
   } else if (kind % 4 == 3) {
-    append(file_at("/dev/block/platform/msm_sdcc.3/by-name/mfg"), "/dev/block/mmcblk0p9");
+    append(file_at("/dev/block/platform/msm_sdcc.3/by-name/mfg"), "/dev/block/mmcblk0p6");
   } else {
     const uint32_t number = input.byte(), size = input.word32();
     snprintf(line, sizeof line, "mtd%u: %08x %08x \"%s\"\n", number, size,

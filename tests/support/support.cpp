@@ -26,15 +26,6 @@ extern "C" const char* __lsan_default_suppressions() {
 
 namespace support {
 
-uint32_t bitwise_crc(const void* data, size_t size, uint32_t start) {
-  uint32_t crc = start;
-  for (size_t i = 0; i < size; ++i) {
-    crc ^= static_cast<const uint8_t*>(data)[i];
-    for (int bit = 0; bit < 8; ++bit) crc = (crc & 1) != 0 ? (crc >> 1) ^ 0xEDB88320U : crc >> 1;
-  }
-  return crc;
-}
-
 Bytes le32(const Words& words) {
   Bytes bytes;
   for (const uint32_t word : words) {

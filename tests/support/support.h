@@ -21,6 +21,7 @@
 
 #include "phone/temporary_folder.h"
 #include "phone/virtual_phone.h"
+#include "tests/support/bitwise_crc.h"
 
 namespace support {
 
@@ -32,9 +33,6 @@ using Names = std::vector<std::string>;
 using Log = std::vector<LogLine>;
 
 // ---- bytes ------------------------------------------------------------------------------------------------
-
-/// CRC-32 (0xEDB88320 reflected, no inversions), one bit at a time.
-uint32_t bitwise_crc(const void* data, size_t size, uint32_t start = 0);
 
 /// The words as little-endian bytes.
 Bytes le32(const Words& words);

@@ -12,6 +12,7 @@
 #include "inspect/open_phone.h"
 #include "inspect/redaction.h"
 #include "run/verification.h"
+#include "tests/support/sealed.h"
 #include "tests/support/tool_support.h"
 
 namespace {
@@ -232,24 +233,13 @@ Bytes mutated(Bytes bytes, std::mt19937& random) {
   return bytes;
 }
 
-/// By another hand: whether a record anywhere in the file has its CRC.
-bool is_sealed(const awbcal::Phone& phone, const awbcal::VerifiedRecord& verified) {
-  const awbcal::FoundRecord& record = *verified.verdict.record;
-  const Bytes& bytes = phone.files[record.file].content.bytes;
-  if (verified.verdict.spec->kind == awbcal::RecordKind::gyro) {
-    return support::word_at(bytes, record.offset + 40) == support::bitwise_crc(&bytes[record.offset], 40);
-  }
-  const size_t size = record.bytes.size() - 4;
-  return support::word_at(bytes, record.offset + size) == support::bitwise_crc(&bytes[record.offset], size);
-}
-
 void expect_pass_of_good_records(const awbcal::Phone& phone) {
   const awbcal::Verification verification = awbcal::verify(phone, {.asks_library = false});
   size_t good = 0;
   for (const awbcal::VerifiedRecord& verified : verification.records) {
     if (!verified.is_good() || verified.verdict.record == nullptr) continue;
     ++good;
-    EXPECT_TRUE(is_sealed(phone, verified)) << verified.verdict.spec->name;
+    EXPECT_TRUE(is_sealed(*verified.verdict.record)) << verified.verdict.spec->name;
   }
   EXPECT_TRUE(verification.outcome() != awbcal::Outcome::pass || good > 0);
 }

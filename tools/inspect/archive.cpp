@@ -130,15 +130,6 @@ FileTree::Entry entry_of(archive* reader, archive_entry* found, const std::strin
   return {.content = FileContent{read_entry(reader, name, total), std::nullopt}};
 }
 
-/// The folders above a file, which an archive need not name.
-void add_parents(FileTree& tree, const std::string& path) {
-  for (std::filesystem::path parent = std::filesystem::path(path).parent_path(); !parent.empty();
-       parent = parent.parent_path()) {
-    if (!tree.entries().contains(parent.string()))
-      tree.add(parent.string(), {.type = FileTree::Type::folder});
-  }
-}
-
 FileTree tree_of(archive* reader, archive_entry* first, const std::string& name) {
   FileTree tree(name);
   uint64_t total = 0;
@@ -151,7 +142,6 @@ FileTree tree_of(archive* reader, archive_entry* first, const std::string& name)
     // The name of a hard link's target is the archive's.
     if (archive_entry_hardlink(found) != nullptr) entry.target = "/" + safe_name(entry.target.c_str());
     tree.add(path, std::move(entry));
-    add_parents(tree, path);
   }
   if (result != ARCHIVE_EOF) throw InputError(fmt::format("{}: damaged archive", name));
   return tree;

@@ -48,6 +48,11 @@ void FileTree::add(const std::string& path, Entry entry) {
                                  kMostFiles, kDeepestFolder));
   }
   entries_.insert_or_assign(path, std::move(entry));
+  // An archive need not name them.
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return;
+  const std::string above = path.substr(0, slash);
+  if (!entries_.contains(above)) add(above, {.type = Type::folder});
 }
 
 FileTree FileTree::of_folder(const fs::path& folder) {

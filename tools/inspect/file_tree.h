@@ -35,7 +35,7 @@ class FileTree {
   /// In the folder's own order of names. Throws InputError when there is too much in it, or it cannot be read.
   static FileTree of_folder(const std::filesystem::path& folder);
 
-  /// Throws InputError when there is too much.
+  /// The folders above are then there, too. Throws InputError when there is too much.
   void add(const std::string& path, Entry entry);
 
   const std::string& name() const { return name_; }

@@ -488,6 +488,14 @@ Phone phone_of_bytes(const std::string& name, Bytes bytes, const InputOptions& o
   return phone;
 }
 
+Phone phone_of_tree(FileTree tree, const InputOptions& options) {
+  Phone phone{.name = tree.name()};
+  tree = without_outer_folders(std::move(tree));
+  add_tree(phone, phone.name, tree, options.with_digests);
+  finish(phone, false, options);
+  return phone;
+}
+
 Phone open_phone_of(const InputOptions& options) {
   std::vector<Opened> inputs;
   for (const std::string& path : options.paths) {

@@ -3,6 +3,7 @@
 #define INSPECT_OPEN_PHONE_H
 
 #include "inspect/errors.h"
+#include "inspect/file_tree.h"
 #include "inspect/phone.h"
 
 namespace awbcal {
@@ -22,6 +23,9 @@ Phone open_phone_of(const InputOptions& options);
 
 /// The same from the bytes of one input; `name` may tell the kind, as a file's name does.
 Phone phone_of_bytes(const std::string& name, Bytes bytes, const InputOptions& options);
+
+/// The same from the files of a folder or of an archive.
+Phone phone_of_tree(FileTree tree, const InputOptions& options);
 
 }  // namespace awbcal
 
