@@ -55,7 +55,7 @@ run_fuzzer() {
   local name=$1 log=build/fuzz/$1.log options=(-entropic=0 -runs="${3:--1}")
   # The virtual phone keeps its chip from run to run, which looks like a leak at every one.
   [ "$name" != nand_fuzzer ] || options+=(-detect_leaks=0)
-  if ! ASAN_OPTIONS=malloc_context_size=0:quarantine_size_mb=8 "build/fuzz/$name" "${options[@]}" \
+  if ! ASAN_OPTIONS=malloc_context_size=0:quarantine_size_mb=1:max_malloc_fill_size=0 "build/fuzz/$name" "${options[@]}" \
     -max_total_time="$2" -max_len="$(longest_input "$name")" -timeout=10 -print_final_stats=1 \
     -artifact_prefix="build/fuzz/found/$name/" "build/fuzz/corpus/$name" >"$log" 2>&1; then
     local found

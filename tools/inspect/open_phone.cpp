@@ -138,7 +138,9 @@ void take_reading(Phone& phone, PhoneFile& file, Reading& reading, const Expecte
 /// Decides the area of the partition `file`; the trouble, when its bytes can be read in several ways.
 std::optional<std::string> locate_area(Phone& phone, PhoneFile& file, const InputOptions& options) {
   const ExpectedBase expected = expected_base(phone, options);
-  const SearchOptions search{.base = expected.base, .modules = modules_of(phone)};
+  // Blocks that are numbered are the kernel's own view of a chip.
+  const SearchOptions search{
+      .base = expected.base, .modules = modules_of(phone), .as_they_are = file.block_size != 0};
   if (file.block_size != 0) {
     take_empty_area(phone, file, expected);
     if (expected.base) return std::nullopt;

@@ -21,6 +21,7 @@ struct Reading {
 struct SearchOptions {
   std::optional<uint32_t> base = {};  ///< where the phone looks; none: at either base
   Modules modules = {};               ///< their fuse words tell a damaged record from noise
+  bool as_they_are = false;           ///< nothing is done to the bytes
 };
 
 /// The readings that fit best: none, one, or several that fit equally well. Those where the phone itself looks go
