@@ -13,7 +13,8 @@ longest_input() {
   case $1 in
     loaders_fuzzer | corrections_fuzzer | checks_fuzzer | phone_fuzzer) echo 512 ;;
     nand_fuzzer) echo 128 ;;
-    log_fuzzer | backup_fuzzer) echo 1536 ;;
+    backup_fuzzer) echo 1536 ;;
+    log_fuzzer) echo 3072 ;;
     *) echo 4096 ;;
   esac
 }
@@ -27,13 +28,14 @@ log_seeds() {
 
 # suite_seeds NAME: what the suite runs.
 suite_seeds() {
-  local line number=0 to=build/fuzz/corpus/$1/suite
+  local line number=0 to=build/fuzz/corpus/$1
+  if [ -d "tests/corpus/$1" ]; then cp "tests/corpus/$1"/* "$to/"; fi
+  [ -f "tests/corpus/$1.hex" ] || return 0
   while IFS= read -r line; do
     number=$((number + 1))
     [ "${line#\#}" = "$line" ] || continue
-    printf '%b' "$(sed 's/../\\x&/g' <<<"$line")" >"$to.$number"
+    printf '%b' "$(sed 's/../\\x&/g' <<<"$line")" >"$to/suite.$number"
   done <"tests/corpus/$1.hex"
-  [ ! -d "tests/corpus/$1" ] || cp "tests/corpus/$1"/* "build/fuzz/corpus/$1/"
 }
 
 # prepare_fuzzers NAME...: built, each with the folders that it needs.
@@ -43,12 +45,12 @@ prepare_fuzzers() {
   local name
   for name in "$@"; do
     mkdir -p "build/fuzz/corpus/$name" "build/fuzz/found/$name"
-    [ ! -f "tests/corpus/$name.hex" ] || suite_seeds "$name"
+    suite_seeds "$name"
     [ "$name" != log_fuzzer ] || log_seeds
   done
 }
 
-# run_fuzzer NAME SECONDS [RUNS]: prints what it did, or says where the input lies that shows a fault.
+# run_fuzzer NAME SECONDS [RUNS]: prints what it did and how much of the code it came to see, or says where the input lies that shows a fault.
 run_fuzzer() {
   # Fast: every input as good as the next, blocks of memory without their stack and soon used again. What is found says
   # its stack when it runs again.
@@ -59,14 +61,16 @@ run_fuzzer() {
     -max_total_time="$2" -max_len="$(longest_input "$name")" -timeout=10 -print_final_stats=1 \
     -artifact_prefix="build/fuzz/found/$name/" "build/fuzz/corpus/$name" >"$log" 2>&1; then
     local found
-    found=$(grep -aoE 'build/fuzz/found/[^ ]+$' "$log" | tail -n 1)
+    found=$(grep -aoE 'build/fuzz/found/[^ ]+$' "$log" | tail -n 1) || true
+    [ -n "$found" ] || die "$name: ended early, by a signal or for want of something: $log"
     grep -aE '^not so|ERROR|runtime error|^    #[0-9]+ .*/(common|storage|records|factory|correction|verify|tools|phone)/' \
       "$log" | head -n 12 >&2 || true
     die "$name found something: $log. Again: build/fuzz/$name $found. Once mended, it belongs into
 tests/corpus/$name.hex as a line: od -An -v -tx1 $found | tr -d ' \n'"
   fi
   say "$name: $(sed -nE 's/^stat::number_of_executed_units: *//p' "$log") runs, $(sed -nE \
-    's/^stat::average_exec_per_sec: *//p' "$log") a second"
+    's/^stat::average_exec_per_sec: *//p' "$log") a second, $(grep -aoE 'cov: [0-9]+' "$log" | tail -n 1 |
+    sed 's/cov: //') edges"
 }
 
 # Twenty seconds of each: enough to see that they run, and what is new and shallow.
