@@ -1,17 +1,15 @@
 // Any bytes as any kind of input: unpacked, recognised, decoded, judged, dumped, packed again and redacted.
 
 #include <algorithm>
-#include <cstdlib>
+#include <optional>
 
+#include "fuzz/check_phone.h"
 #include "fuzz/custom_mutator.h"
 #include "inspect/archive.h"
 #include "inspect/errors.h"
-#include "inspect/json_form.h"
 #include "inspect/open_phone.h"
 #include "inspect/redaction.h"
-#include "inspect/verdict.h"
 #include "phone/services/properties_file.h"
-#include "tests/support/sealed.h"
 
 namespace {
 
@@ -35,22 +33,29 @@ constexpr const char* kKinds[] = {"",
 
 constexpr uint8_t kBrief = 0x80;  ///< in the first byte: nothing is shown
 
-/// In JSON, and back.
-void show_and_pack(const awbcal::Phone& phone, const awbcal::Bytes& bytes) {
-  const awbcal::Packed packed = awbcal::pack_document(awbcal::show_document(phone, true), {});
-  if (phone.notes.empty() && packed.files.at(0).bytes != bytes) std::abort();
-}
-
-void inspect(const uint8_t* choice, const awbcal::Bytes& bytes) {
+std::optional<awbcal::Phone> opened(const uint8_t* choice, awbcal::Bytes bytes) {
   const char* name = kNames[choice[0] % kBrief % std::size(kNames)];
   const char* kind = kKinds[choice[1] % std::size(kKinds)];
-  awbcal::Phone phone = awbcal::phone_of_bytes(name, bytes, {.as = kind});
-  for (const awbcal::RecordVerdict& each :
-       awbcal::verdicts_of(phone, {{calib::Camera::main, {1, 2, 3, 4}}})) {
-    const bool is_good = each.finding.verdict == awbcal::Verdict::good && each.record != nullptr;
-    if (is_good && !tool::is_sealed(*each.record)) std::abort();
+  try {
+    if (awbcal::is_packed(bytes)) {
+      auto content = awbcal::unpacked(name, bytes);
+      if (auto* tree = std::get_if<awbcal::FileTree>(&content))
+        return awbcal::phone_of_tree(std::move(*tree), {});
+      bytes = std::get<awbcal::Bytes>(std::move(content));
+    }
+    return awbcal::phone_of_bytes(name, std::move(bytes), {.as = kind});
+  } catch (const awbcal::InputError&) {
+    return {};  // a message is an answer, here and nowhere else
   }
-  if (choice[0] < kBrief) show_and_pack(phone, bytes);
+}
+
+void inspect(awbcal::Phone phone, bool is_brief) {
+  const awbcal::Modules modules = {{calib::Camera::main, {1, 2, 3, 4}}};
+  fuzz::verdicts_on(phone, modules);
+  if (!is_brief) {
+    fuzz::check_pack(phone);
+    fuzz::check_backup(phone, modules);
+  }
   awbcal::redact(phone);
   awbcal::traces_in(phone);
 }
@@ -66,15 +71,10 @@ void fuzz::make_fast(uint8_t* data, size_t size) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   const awbcal::Bytes bytes(data + 2, data + size);
-  try {
-    if (awbcal::is_packed(bytes)) awbcal::unpacked("x", bytes);
-    inspect(data, bytes);
-  } catch (const awbcal::InputError&) {
-    // A message is an answer.
-  }
+  if (auto phone = opened(data, bytes)) inspect(std::move(*phone), data[0] >= kBrief);
   awbcal::FuseMap map;
   const std::string redacted = awbcal::redact_text(awbcal::text_of(bytes), map);
-  if (std::ranges::count(redacted, '\n') != std::ranges::count(bytes, '\n')) std::abort();
+  fuzz::require(std::ranges::count(redacted, '\n') == std::ranges::count(bytes, '\n'), "a line stays a line");
   phone::parse_properties(awbcal::text_of(bytes));
   return 0;
 }

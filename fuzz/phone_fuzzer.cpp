@@ -1,19 +1,15 @@
 // Any phone's folder: files, properties, tables and the state of a NAND chip, as the steps of an input make them. The
 // tool opens it, decodes, judges, shows, packs and redacts; what is redacted is judged as before.
 
-#include <algorithm>
 #include <optional>
 #include <string>
 
+#include "fuzz/check_phone.h"
 #include "fuzz/custom_mutator.h"
 #include "fuzz/phone_program.h"
-#include "inspect/backup.h"
 #include "inspect/errors.h"
-#include "inspect/json_form.h"
 #include "inspect/open_phone.h"
 #include "inspect/redaction.h"
-#include "inspect/verdict.h"
-#include "tests/support/sealed.h"
 
 namespace {
 
@@ -96,16 +92,6 @@ FileTree folder() {
   return tree;
 }
 
-std::vector<awbcal::Verdict> verdicts_on(const awbcal::Phone& phone) {
-  std::vector<awbcal::Verdict> verdicts;
-  for (const awbcal::RecordVerdict& each : awbcal::verdicts_of(phone, awbcal::modules_of(phone))) {
-    verdicts.push_back(each.finding.verdict);
-    const bool is_good = verdicts.back() == awbcal::Verdict::good && each.record != nullptr;
-    fuzz::require(!is_good || tool::is_sealed(*each.record), "a good record has its CRC");
-  }
-  return verdicts;
-}
-
 /// As it is shared: opened again from the files alone.
 awbcal::Phone redacted(awbcal::Phone phone) {
   awbcal::redact(phone);
@@ -116,49 +102,21 @@ awbcal::Phone redacted(awbcal::Phone phone) {
   return awbcal::phone_of_tree(tree, {});
 }
 
-bool is_readable(const awbcal::Phone& phone) {
-  return std::ranges::none_of(phone.files,
-                              [](const awbcal::PhoneFile& file) { return file.content.trouble.has_value(); });
-}
-
-/// Shown as JSON, and made of it again.
-void check_pack(const awbcal::Phone& phone) {
-  const awbcal::Json document = awbcal::show_document(phone, true);
-  if (!is_readable(phone)) return;
-  const awbcal::Packed packed = awbcal::pack_document(document, {});
-  auto made = packed.files.begin();
-  for (const awbcal::PhoneFile& file : phone.files) {
-    if (file.layout == awbcal::Layout::other) continue;
-    fuzz::require(made->path == file.path && made->bytes == file.content.bytes, "a file is packed as it was");
-    ++made;
-  }
-}
-
-/// The good records, kept and read again.
-void check_backup(const awbcal::Phone& phone) {
-  const awbcal::Backup kept = awbcal::backup_of(phone, awbcal::modules_of(phone)).backup;
-  const awbcal::ReadBackup read = awbcal::read_backup("backup", awbcal::file_of(kept));
-  fuzz::require(read.damaged.empty() && read.backup.records.size() == kept.records.size(),
-                "every record that was kept is read");
-  for (const awbcal::BackupRecord& record : kept.records) {
-    const awbcal::BackupRecord* again = read.backup.find(record.spec->kind, record.camera);
-    fuzz::require(again != nullptr && again->bytes == record.bytes && again->module == record.module,
-                  "a backup gives back what it took");
-  }
-}
-
 void inspect(const awbcal::Phone& phone) {
   for (const awbcal::FoundRecord& record : phone.records) {
     fuzz::require(record.bytes.size() <= record.spec->size, "a record is no longer than its kind");
   }
-  const std::vector<awbcal::Verdict> verdicts = verdicts_on(phone);
+  const awbcal::Modules modules = awbcal::modules_of(phone);
+  const std::vector<awbcal::Verdict> verdicts = fuzz::verdicts_on(phone, modules);
   awbcal::partition_bytes(phone);
   if ((fuzz::phone.log_mask & kBrief) != 0) return;
-  check_pack(phone);
+  fuzz::check_pack(phone);
   awbcal::traces_in(phone);
-  check_backup(phone);
-  if (!phone.is_complete() || !is_readable(phone)) return;
-  fuzz::require(verdicts_on(redacted(phone)) == verdicts, "redaction leaves every verdict");
+  fuzz::check_backup(phone, modules);
+  if (!phone.is_complete() || !fuzz::is_readable(phone)) return;
+  const awbcal::Phone shared = redacted(phone);
+  fuzz::require(fuzz::verdicts_on(shared, awbcal::modules_of(shared)) == verdicts,
+                "redaction leaves every verdict");
 }
 
 }  // namespace

@@ -9,13 +9,12 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <span>
 #include <string>
 
 #include "fuzz/phone_in_memory.h"
+#include "fuzz/require.h"
 
 namespace fuzz {
 
@@ -72,13 +71,6 @@ class Transcript {
   size_t size_ = 0;
   uint8_t bytes_[1 << 18];
 };
-
-/// Ends the program with a message where a condition does not hold.
-inline void require(bool holds, const char* what) {
-  if (holds) return;
-  fprintf(stderr, "not so: %s\n", what);
-  abort();
-}
 
 /// A buffer of `size` bytes that ends where its memory ends; what lies before it is looked at.
 class Guarded {
