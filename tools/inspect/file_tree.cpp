@@ -50,7 +50,7 @@ void FileTree::add(const std::string& path, Entry entry) {
   entries_.insert_or_assign(path, std::move(entry));
   // An archive need not name them.
   const size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return;
+  if (slash == std::string::npos || slash == 0) return;
   const std::string above = path.substr(0, slash);
   if (!entries_.contains(above)) add(above, {.type = Type::folder});
 }
