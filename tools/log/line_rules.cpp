@@ -180,7 +180,7 @@ void take_counter(Act& act, const M& match) {
 }
 
 void take_frame(Act& act, const M& match) {
-  act.frames = std::clamp<int64_t>(match.number(1) + 1, 0, calib::kFramesToSum);
+  act.frames = std::clamp<int64_t>(match.number(1), -1, calib::kFramesToSum - 1) + 1;
 }
 
 void take_decimal_record(Act& act, const M& match) {
