@@ -14,11 +14,14 @@
 namespace fuzz {
 
 inline std::vector<awbcal::Verdict> verdicts_on(const awbcal::Phone& phone, const awbcal::Modules& modules) {
+  for (const awbcal::FoundRecord& record : phone.records) {
+    require(record.bytes.size() <= record.spec->size, "a record is no longer than its kind");
+  }
   std::vector<awbcal::Verdict> verdicts;
   for (const awbcal::RecordVerdict& each : awbcal::verdicts_of(phone, modules)) {
     verdicts.push_back(each.finding.verdict);
     const bool is_good = verdicts.back() == awbcal::Verdict::good && each.record != nullptr;
-    require(!is_good || tool::is_sealed(*each.record), "a good record has its CRC");
+    require(!is_good || tool::is_sealed(phone, *each.record), "a good record has its CRC");
   }
   return verdicts;
 }

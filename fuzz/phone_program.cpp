@@ -5,6 +5,7 @@
 
 #include "awb_calibration/records.h"
 #include "storage/proc_mtd.h"
+#include "tests/support/bitwise_crc.h"
 
 namespace fuzz {
 
@@ -326,10 +327,9 @@ Fuse fuse_of(int32_t of) {
 uint32_t crc_of(const void* data, size_t size) {
   static const std::array<uint32_t, 256> table = [] {
     std::array<uint32_t, 256> made{};
-    for (uint32_t i = 0; i < 256; ++i) {
-      made[i] = i;
-      for (int bit = 0; bit < 8; ++bit)
-        made[i] = (made[i] & 1) != 0 ? made[i] >> 1 ^ 0xEDB88320 : made[i] >> 1;
+    for (size_t i = 0; i < made.size(); ++i) {
+      const auto byte = static_cast<uint8_t>(i);
+      made[i] = support::bitwise_crc(&byte, 1);
     }
     return made;
   }();

@@ -54,10 +54,11 @@ prepare_fuzzers() {
 run_fuzzer() {
   # Fast: every input as good as the next, blocks of memory without their stack and soon used again. What is found says
   # its stack when it runs again.
+  local asan=malloc_context_size=0:quarantine_size_mb=1:max_malloc_fill_size=0
   local name=$1 log=build/fuzz/$1.log options=(-entropic=0 -runs="${3:--1}")
   # The virtual phone keeps its chip from run to run, which looks like a leak at every one.
   [ "$name" != nand_fuzzer ] || options+=(-detect_leaks=0)
-  if ! ASAN_OPTIONS=malloc_context_size=0:quarantine_size_mb=1:max_malloc_fill_size=0 "build/fuzz/$name" "${options[@]}" \
+  if ! ASAN_OPTIONS=$asan "build/fuzz/$name" "${options[@]}" \
     -max_total_time="$2" -max_len="$(longest_input "$name")" -timeout=10 -print_final_stats=1 \
     -artifact_prefix="build/fuzz/found/$name/" "build/fuzz/corpus/$name" >"$log" 2>&1; then
     local found
@@ -69,8 +70,8 @@ run_fuzzer() {
 tests/corpus/$name.hex as a line: od -An -v -tx1 $found | tr -d ' \n'"
   fi
   say "$name: $(sed -nE 's/^stat::number_of_executed_units: *//p' "$log") runs, $(sed -nE \
-    's/^stat::average_exec_per_sec: *//p' "$log") a second, $(grep -aoE 'cov: [0-9]+' "$log" | tail -n 1 |
-    sed 's/cov: //') edges"
+    's/^stat::average_exec_per_sec: *//p' "$log") a second, $(sed -nE \
+    's/.* cov: ([0-9]+) .*/\1/p' "$log" | tail -n 1) edges"
 }
 
 # Twenty seconds of each: enough to see that they run, and what is new and shallow.

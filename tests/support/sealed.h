@@ -2,20 +2,20 @@
 #ifndef TESTS_SUPPORT_SEALED_H
 #define TESTS_SUPPORT_SEALED_H
 
-#include <algorithm>
-
 #include "inspect/phone.h"
 #include "tests/support/bitwise_crc.h"
 
 namespace tool {
 
-/// By another hand: whether the record has its CRC, or has none.
-inline bool is_sealed(const awbcal::FoundRecord& record) {
-  return std::ranges::all_of(record.spec->fields, [&record](const awbcal::FieldSpec& field) {
-    if (field.kind != awbcal::FieldKind::crc) return true;
-    const uint32_t crc = support::bitwise_crc(record.bytes.data(), field.offset);
-    return awbcal::field_value(record.bytes, field) == (field.width == 1 ? crc & 0xFF : crc);
-  });
+/// By another hand: whether the record, as it lies in its file, has its CRC, or has none.
+inline bool is_sealed(const awbcal::Phone& phone, const awbcal::FoundRecord& record) {
+  if (record.spec->kind == awbcal::RecordKind::dual_camera_payload) return true;
+  const uint8_t* bytes = phone.files[record.file].content.bytes.data() + record.offset;
+  const size_t size = record.spec->size;
+  if (record.spec->kind == awbcal::RecordKind::dual_camera_first_form)
+    return (support::bitwise_crc(bytes, size - 1) & 0xFF) == bytes[size - 1];
+  // Over bytes and their own CRC, and zeros behind it, the CRC is 0.
+  return support::bitwise_crc(bytes, size) == 0;
 }
 
 }  // namespace tool

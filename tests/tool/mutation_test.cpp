@@ -239,7 +239,7 @@ void expect_pass_of_good_records(const awbcal::Phone& phone) {
   for (const awbcal::VerifiedRecord& verified : verification.records) {
     if (!verified.is_good() || verified.verdict.record == nullptr) continue;
     ++good;
-    EXPECT_TRUE(is_sealed(*verified.verdict.record)) << verified.verdict.spec->name;
+    EXPECT_TRUE(is_sealed(phone, *verified.verdict.record)) << verified.verdict.spec->name;
   }
   EXPECT_TRUE(verification.outcome() != awbcal::Outcome::pass || good > 0);
 }

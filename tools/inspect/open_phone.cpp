@@ -346,6 +346,7 @@ void take_pull_state(Phone& phone, FileTree& tree) {
 }
 
 void add_tree(Phone& phone, const std::string& name, FileTree& tree, bool with_digests) {
+  tree = without_outer_folders(std::move(tree));
   take_pull_state(phone, tree);
   const FoundPartition partition = find_partition(tree);
   phone.notes.insert(phone.notes.end(), partition.notes.begin(), partition.notes.end());
@@ -432,14 +433,11 @@ Opened opened(const std::string& path, bool with_digest) {
   const fs::file_status status = fs::status(path, error);
   if (path != "-" && status.type() == fs::file_type::not_found)
     throw InputError(fmt::format("{}: no such file", path));
-  if (path != "-" && fs::is_directory(status))
-    return {path, without_outer_folders(FileTree::of_folder(path))};
+  if (path != "-" && fs::is_directory(status)) return {path, FileTree::of_folder(path)};
   Bytes bytes = bytes_of_file(path);
   const std::string digest = with_digest ? sha256_of(bytes) : "";
   if (!is_packed(bytes)) return {path, std::move(bytes), digest};
-  auto inner = unpacked(path, bytes);
-  if (auto* tree = std::get_if<FileTree>(&inner)) *tree = without_outer_folders(std::move(*tree));
-  return {without_packing(path), std::move(inner), digest};
+  return {without_packing(path), unpacked(path, bytes), digest};
 }
 
 /// Where the file of a phone would be, when it was given by itself.
@@ -492,7 +490,6 @@ Phone phone_of_bytes(const std::string& name, Bytes bytes, const InputOptions& o
 
 Phone phone_of_tree(FileTree tree, const InputOptions& options) {
   Phone phone{.name = tree.name()};
-  tree = without_outer_folders(std::move(tree));
   add_tree(phone, phone.name, tree, options.with_digests);
   finish(phone, false, options);
   return phone;

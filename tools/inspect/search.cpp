@@ -320,9 +320,9 @@ std::vector<Reading> best_readings(const Bytes& bytes, const std::vector<Way>& w
 
 std::vector<Reading> search_records(const Bytes& bytes, const SearchOptions& options) {
   if (is_blank(bytes)) return {};
+  if (options.as_they_are) return best_readings(bytes, {Way(bytes)}, options);
   constexpr std::pair<size_t, const char*> kTurns[] = {{4, "the four bytes of every word"},
                                                        {2, "the two bytes of every half-word"}};
-  if (options.as_they_are) return best_readings(bytes, {Way(bytes)}, options);
   std::vector<Reading> readings = best_readings(bytes, ways_to_read(bytes), options);
   for (const auto& [unit, what] : kTurns) {
     if (!readings.empty()) break;
