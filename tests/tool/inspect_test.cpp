@@ -102,6 +102,7 @@ TEST_F(Inspect, FindsEveryRecordOfAnExport) {
   }
   EXPECT_THAT(shown.output, HasSubstr("front lens_shading")) << "named as blank";
   EXPECT_THAT(shown.output, HasSubstr("6 records"));
+  EXPECT_THAT(shown.output, Not(HasSubstr("overlap"))) << "it has the shared bytes twice, and they differ";
 }
 
 // The gyro record's end lies on the A-light record's beginning: who was written last is good.

@@ -37,6 +37,12 @@ const FoundRecord* overlap_partner(const Phone& phone, const FoundRecord& record
   return phone.find(record_spec(other), record.camera, record.source);
 }
 
+/// Of a whole record.
+std::span<const uint8_t> shared_bytes(const FoundRecord& record) {
+  const std::span<const uint8_t> bytes = record.bytes;
+  return record.spec->kind == RecordKind::gyro ? bytes.last(kSharedBytes) : bytes.first(kSharedBytes);
+}
+
 bool is_good_alone(const FoundRecord& record) {
   return !record.is_truncated() && !is_blank(record.bytes) &&
          claims_of(*record.spec, record.bytes).has_good_crc();
@@ -154,7 +160,11 @@ Modules modules_of(const Phone& phone) {
 
 const FoundRecord* good_overlap(const Phone& phone, const FoundRecord& record) {
   const FoundRecord* other = overlap_partner(phone, record);
-  return other != nullptr && is_good_alone(*other) ? other : nullptr;
+  if (other == nullptr || !is_good_alone(*other)) return nullptr;
+  // An export has them twice: where the copies differ, neither record was written over the other.
+  const bool is_same =
+      record.is_truncated() || std::ranges::equal(shared_bytes(record), shared_bytes(*other));
+  return is_same ? other : nullptr;
 }
 
 std::span<const uint8_t> unshared_bytes(const FoundRecord& record) {
