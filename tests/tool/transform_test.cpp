@@ -202,9 +202,10 @@ TEST_F(Transform, RedactsAnImageSoThatEveryVerdictStays) {
 }
 
 TEST_F(Transform, KeepsZeroWordsAndEqualWords) {
-  file("awb_cal", sealed32({3099, 800, 600, kFirst[0], kFirst[1], kFirst[2], kFirst[3]}));
+  file("awb_cal", sealed32({3099, kFirst[2], 600, kFirst[0], kFirst[1], kFirst[2], kFirst[3]}));
   ASSERT_EQ(run("redact " + path("awb_cal") + " --output " + path("out")).exit_code, 0);
   const Bytes out = bytes("out");
+  EXPECT_EQ(support::word_at(out, 4), kFirst[2]) << "a ratio, whatever it looks like";
   EXPECT_EQ(support::word_at(out, 16), 0U);
   EXPECT_NE(support::word_at(out, 12), 0U);
   EXPECT_NE(support::word_at(out, 12), kFirst[0]);
@@ -221,12 +222,15 @@ TEST_F(Transform, RedactsPropertiesAndReportsWithTheRecords) {
   text_file("phone/data/misc/camera/awb_calibration_success.txt",
             "Fuse_ID[1]=0x11223344\nFuse_ID[2]=0x0\nDelta=0.1\n");
   text_file("phone/notes", "the module is 11223344");
+  const std::string table = "mmcblk0p9: " + std::to_string(kModule[0]) + " 00000200 \"boot\"\n";
+  text_file("phone/proc/emmc", table);
   const std::string before = run("verify " + path("phone"), "| tail -n 1").output;
   EXPECT_THAT(run("redact " + path("phone") + " --output " + path("shared")),
               Exits(0, "  partition: absent\n  left out: notes: not decoded: may hold anything\n"));
   EXPECT_EQ(run("verify " + path("shared"), "| tail -n 1").output, before);
   EXPECT_EQ(text("shared/data/misc/camera/awb_calibration_success.txt"),
             "Fuse_ID[1]=0x1\nFuse_ID[2]=0x0\nDelta=0.1\n");
+  EXPECT_EQ(text("shared/proc/emmc"), table) << "a size, whatever it looks like";
   const std::string properties = text("shared/getprop.txt");
   EXPECT_NE(properties.find("[ro.pagesize]: [4096]\n[qor.camera.sensor.main_fuse1]: [1]\n"),
             std::string::npos);

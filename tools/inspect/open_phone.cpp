@@ -200,10 +200,8 @@ FileTree without_outer_folders(FileTree tree) {
 Layout layout_of_place(const std::string& path) {
   const std::string leaf = fs::path(path).filename().string();
   if (path == "properties" || leaf == "getprop.txt" || leaf.ends_with(".prop")) return Layout::properties;
-  // What the partition is found by belongs to the phone as much as its reports do.
-  static const std::set<std::string> kTables = {"proc/emmc", "proc/mtd", "nand", "faults", kPullStateFile};
   const bool is_report = leaf.ends_with(".txt") && leaf.find("alibration") != std::string::npos;
-  return is_report || kTables.contains(path) ? Layout::text : Layout::other;
+  return is_report || is_table(path) ? Layout::text : Layout::other;
 }
 
 PhoneFile describe(const std::string& path, const std::string& partition) {

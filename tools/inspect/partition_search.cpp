@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <sstream>
 
 #include "common/file.h"
 #include "inspect/errors.h"
+#include "inspect/pull_state.h"
 #include "storage/proc_emmc.h"
 #include "storage/proc_mtd.h"
 
@@ -114,6 +116,11 @@ std::vector<std::string> partition_links() {
     links.push_back(in_tree(folder) + kPartition);
   }
   return links;
+}
+
+bool is_table(const std::string& path) {
+  static const std::set<std::string> kPaths = {"proc/emmc", "proc/mtd", "nand", "faults", kPullStateFile};
+  return kPaths.contains(path);
 }
 
 std::optional<MtdPartition> mtd_partition(const FileTree& tree) {

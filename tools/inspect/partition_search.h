@@ -23,6 +23,9 @@ FoundPartition find_partition(const FileTree& tree);
 /// opened, and the next where that fails. `is_certain`: no link was left out that could name another one.
 std::vector<std::string> named_devices(const FileTree& tree, bool is_certain);
 
+/// Whether a file of a phone says where the partition is, or what of the phone can be read: in places and sizes.
+bool is_table(const std::string& path);
+
 /// The library's links to the partition by its name, as paths in the tree.
 std::vector<std::string> partition_links();
 

@@ -43,11 +43,6 @@ std::span<const uint8_t> shared_bytes(const FoundRecord& record) {
   return record.spec->kind == RecordKind::gyro ? bytes.last(kSharedBytes) : bytes.first(kSharedBytes);
 }
 
-bool is_good_alone(const FoundRecord& record) {
-  return !record.is_truncated() && !is_blank(record.bytes) &&
-         claims_of(*record.spec, record.bytes).has_good_crc();
-}
-
 }  // namespace
 
 const char* layout_name(Layout layout) {
@@ -158,9 +153,14 @@ Modules modules_of(const Phone& phone) {
   return modules;
 }
 
+bool has_good_crc(const FoundRecord& record) {
+  return !record.is_truncated() && !is_blank(record.bytes) &&
+         claims_of(*record.spec, record.bytes).has_good_crc();
+}
+
 const FoundRecord* good_overlap(const Phone& phone, const FoundRecord& record) {
   const FoundRecord* other = overlap_partner(phone, record);
-  if (other == nullptr || !is_good_alone(*other)) return nullptr;
+  if (other == nullptr || !has_good_crc(*other)) return nullptr;
   // An export has them twice: where the copies differ, neither record was written over the other.
   const bool is_same =
       record.is_truncated() || std::ranges::equal(shared_bytes(record), shared_bytes(*other));

@@ -116,6 +116,9 @@ inline constexpr size_t kSharedBytes = calib::kSlotGyro + sizeof(calib::GyroReco
 /// What is left of such a record without them.
 std::span<const uint8_t> unshared_bytes(const FoundRecord& record);
 
+/// Whether it is whole and its checksum is right; a blank record has none.
+bool has_good_crc(const FoundRecord& record);
+
 /// "blank" to readers: blank, or blank but for the bytes that a good overlapping record owns.
 bool is_blank_record(const Phone& phone, const FoundRecord& record);
 

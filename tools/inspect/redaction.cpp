@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "inspect/claims.h"
+#include "inspect/partition_search.h"
 #include "phone/services/properties_file.h"
 
 namespace awbcal {
@@ -28,6 +29,14 @@ bool is_telling(uint64_t word) {
 std::string without_meaning(std::string text) {
   for (char& c : text) {
     if (std::isalnum(static_cast<unsigned char>(c)) != 0) c = '0';
+  }
+  return text;
+}
+
+std::string redact_values(std::string text, const std::set<std::string>& values) {
+  for (const std::string& value : values) {
+    for (size_t at = 0; (at = text.find(value, at)) != std::string::npos; at += value.size())
+      text.replace(at, value.size(), without_meaning(value));
   }
   return text;
 }
@@ -73,9 +82,15 @@ void redact_field(Redaction& work, const FoundRecord& record, const FieldSpec& f
 void redact_record(Redaction& work, const FoundRecord& record) {
   if (record.bytes.empty() || is_blank_record(work.phone, record)) return;
   const FoundRecord* owner = good_overlap(work.phone, record);
+  const bool is_known = has_good_crc(record);
   for (const FieldSpec& field : record.spec->fields) {
-    if (field.kind != FieldKind::fuse_word || !fits(field, record.bytes.size())) continue;
-    if (owner == nullptr || !is_shared(record, *owner, field)) redact_field(work, record, field);
+    if (field.kind == FieldKind::fuse_word) {
+      if (!fits(field, record.bytes.size())) continue;
+      if (owner == nullptr || !is_shared(record, *owner, field)) redact_field(work, record, field);
+    } else if (is_known && field.kind != FieldKind::payload) {
+      // What looks like a copy of a fuse word is another number there.
+      touch(work, record.file, record.offset + field.offset, field.width);
+    }
   }
 }
 
@@ -85,7 +100,10 @@ bool is_text(const PhoneFile& file) {
 
 void redact_lines(Redaction& work, PhoneFile& file) {
   if (!is_text(file)) return;
-  const std::string text = redact_text(text_of(file.content.bytes), work.map, work.values);
+  const std::string before(text_of(file.content.bytes));
+  // The numbers of a table are places and sizes, of whatever look.
+  const std::string text =
+      is_table(file.path) ? redact_values(before, work.values) : redact_text(before, work.map, work.values);
   file.content.bytes.assign(text.begin(), text.end());
 }
 
@@ -120,9 +138,8 @@ void sweep(Redaction& work, size_t index) {
 }
 
 void seal(Redaction& work, const FoundRecord& record) {
+  if (!has_good_crc(record)) return;
   const FieldSpec* crc = field_of_kind(*record.spec, FieldKind::crc);
-  if (crc == nullptr || record.is_truncated() || is_blank(record.bytes)) return;
-  if (!claims_of(*record.spec, record.bytes).has_good_crc()) return;
   const std::span<uint8_t> bytes = bytes_at(work, record);
   set_field_value(bytes, *crc, crc_for(*crc, bytes));
 }
@@ -181,14 +198,6 @@ std::map<std::string, std::string> identifying_properties(const PhoneFile& file)
     if (can_identify(value) && (is_identifying(name) || looks_identifying(value))) found.emplace(name, value);
   }
   return found;
-}
-
-std::string redact_values(std::string line, const std::set<std::string>& values) {
-  for (const std::string& value : values) {
-    for (size_t at = 0; (at = line.find(value, at)) != std::string::npos; at += value.size())
-      line.replace(at, value.size(), without_meaning(value));
-  }
-  return line;
 }
 
 // ---- text -------------------------------------------------------------------------------------------------
