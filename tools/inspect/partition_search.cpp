@@ -119,7 +119,8 @@ std::vector<std::string> partition_links() {
 }
 
 bool is_table(const std::string& path) {
-  static const std::set<std::string> kPaths = {"proc/emmc", "proc/mtd", "nand", "faults", kPullStateFile};
+  static const std::set<std::string> kPaths = {in_tree(calib::emmc::kTable), in_tree(calib::mtd::kTable),
+                                               "nand", "faults", kPullStateFile};
   return kPaths.contains(path);
 }
 

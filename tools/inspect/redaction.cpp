@@ -33,10 +33,15 @@ std::string without_meaning(std::string text) {
   return text;
 }
 
-std::string redact_values(std::string text, const std::set<std::string>& values) {
+/// In a text, or in bytes.
+template <class Text>
+Text redact_values(Text text, const std::set<std::string>& values) {
+  const auto is_same = [](auto byte, char c) { return static_cast<char>(byte) == c; };
   for (const std::string& value : values) {
-    for (size_t at = 0; (at = text.find(value, at)) != std::string::npos; at += value.size())
-      text.replace(at, value.size(), without_meaning(value));
+    const std::string blank = without_meaning(value);
+    for (auto at = text.begin();
+         (at = std::search(at, text.end(), value.begin(), value.end(), is_same)) != text.end();)
+      at = std::copy(blank.begin(), blank.end(), at);
   }
   return text;
 }
@@ -85,8 +90,8 @@ void redact_record(Redaction& work, const FoundRecord& record) {
   const bool is_known = has_good_crc(record);
   for (const FieldSpec& field : record.spec->fields) {
     if (field.kind == FieldKind::fuse_word) {
-      if (!fits(field, record.bytes.size())) continue;
-      if (owner == nullptr || !is_shared(record, *owner, field)) redact_field(work, record, field);
+      const bool is_own = owner == nullptr || !is_shared(record, *owner, field);
+      if (is_own && fits(field, record.bytes.size())) redact_field(work, record, field);
     } else if (is_known && field.kind != FieldKind::payload) {
       // What looks like a copy of a fuse word is another number there.
       touch(work, record.file, record.offset + field.offset, field.width);
@@ -100,28 +105,22 @@ bool is_text(const PhoneFile& file) {
 
 void redact_lines(Redaction& work, PhoneFile& file) {
   if (!is_text(file)) return;
-  const std::string before(text_of(file.content.bytes));
+  Bytes& bytes = file.content.bytes;
   // The numbers of a table are places and sizes, of whatever look.
-  const std::string text =
-      is_table(file.path) ? redact_values(before, work.values) : redact_text(before, work.map, work.values);
-  file.content.bytes.assign(text.begin(), text.end());
+  if (is_table(file.path)) {
+    bytes = redact_values(std::move(bytes), work.values);
+    return;
+  }
+  const std::string text = redact_text(text_of(bytes), work.map, work.values);
+  bytes.assign(text.begin(), text.end());
 }
 
 /// Copies of texts and words where no record is: old blocks, payloads, other files.
-void sweep_texts(Redaction& work, Bytes& bytes) {
-  for (const std::string& value : work.values) {
-    const std::string blank = without_meaning(value);
-    for (auto at = bytes.begin();
-         (at = std::search(at, bytes.end(), value.begin(), value.end())) != bytes.end();)
-      at = std::copy(blank.begin(), blank.end(), at);
-  }
-}
-
 void sweep(Redaction& work, size_t index) {
   PhoneFile& file = work.phone.files[index];
   if (is_text(file)) return;
   Bytes& bytes = file.content.bytes;
-  sweep_texts(work, bytes);
+  bytes = redact_values(std::move(bytes), work.values);
   const std::vector<bool>& touched = work.touched[index];
   const FieldSpec word{0, sizeof(uint32_t), FieldKind::number, ""};
   for (size_t at = 0; at + sizeof(uint32_t) <= bytes.size(); ++at) {
